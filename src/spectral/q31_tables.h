@@ -1,0 +1,60 @@
+// Constant tables of the Q31 transforms, computed at compile time from the formulas given here.
+//
+// Complex entries are two words, real first. 1.0 is held as 0x7FFFFFFF, the largest Q31 number.
+#ifndef TM_SE_BF_SPECTRAL_Q31_TABLES_H
+#define TM_SE_BF_SPECTRAL_Q31_TABLES_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+// Complex FFT lengths run from 16 to 4096; the real transform has twice the length.
+constexpr size_t kMaxCfftLength = 4096;
+constexpr size_t kMaxRfftLength = 2 * kMaxCfftLength;
+
+// Words in the twiddle table of a complex FFT of `length` points: 3/4 of the circle, two words
+// each.
+constexpr size_t twiddle_words(size_t length) {
+  return length / 4 * 3 * 2;
+}
+
+// Words in the bit-reversal table: two for each pair of indices that the reversal exchanges. Of the
+// `length` indices, those that read the same in both directions (2^ceil(bits/2)) stay where they
+// are.
+constexpr size_t bit_reversal_words(size_t length) {
+  size_t palindromes = 1;
+  for (size_t reach = 1; reach < length; reach *= 4) {
+    palindromes *= 2;
+  }
+  return length - palindromes;
+}
+
+// Twiddle factors: entry i = (cos(2 pi i / length), sin(2 pi i / length)), rounded down.
+extern const std::array<int32_t, twiddle_words(16)> twiddleCoef_16_q31;
+extern const std::array<int32_t, twiddle_words(32)> twiddleCoef_32_q31;
+extern const std::array<int32_t, twiddle_words(64)> twiddleCoef_64_q31;
+extern const std::array<int32_t, twiddle_words(128)> twiddleCoef_128_q31;
+extern const std::array<int32_t, twiddle_words(256)> twiddleCoef_256_q31;
+extern const std::array<int32_t, twiddle_words(512)> twiddleCoef_512_q31;
+extern const std::array<int32_t, twiddle_words(1024)> twiddleCoef_1024_q31;
+extern const std::array<int32_t, twiddle_words(2048)> twiddleCoef_2048_q31;
+extern const std::array<int32_t, twiddle_words(4096)> twiddleCoef_4096_q31;
+
+// Pairs (8 j, 8 r) with r the bit-reversed j, for every j < r, j ascending: byte offsets of complex
+// entries.
+extern const std::array<uint16_t, bit_reversal_words(16)> armBitRevIndexTable_fixed_16;
+extern const std::array<uint16_t, bit_reversal_words(32)> armBitRevIndexTable_fixed_32;
+extern const std::array<uint16_t, bit_reversal_words(64)> armBitRevIndexTable_fixed_64;
+extern const std::array<uint16_t, bit_reversal_words(128)> armBitRevIndexTable_fixed_128;
+extern const std::array<uint16_t, bit_reversal_words(256)> armBitRevIndexTable_fixed_256;
+extern const std::array<uint16_t, bit_reversal_words(512)> armBitRevIndexTable_fixed_512;
+extern const std::array<uint16_t, bit_reversal_words(1024)> armBitRevIndexTable_fixed_1024;
+extern const std::array<uint16_t, bit_reversal_words(2048)> armBitRevIndexTable_fixed_2048;
+extern const std::array<uint16_t, bit_reversal_words(4096)> armBitRevIndexTable_fixed_4096;
+
+// Split factors of the real transform, a half circle of 8192 points, rounded to nearest:
+//   A[i] = (0.5 (1 - sin), -0.5 cos),  B[i] = (0.5 (1 + sin), 0.5 cos) of 2 pi i / 8192.
+extern const std::array<int32_t, 2 * kMaxCfftLength> realCoefAQ31;
+extern const std::array<int32_t, 2 * kMaxCfftLength> realCoefBQ31;
+
+#endif  // TM_SE_BF_SPECTRAL_Q31_TABLES_H

@@ -1,0 +1,134 @@
+// Windowed analysis, overlap-add synthesis and the windows.
+#include "spectral/stft.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// Coefficients of the Hamming window.
+constexpr double kHammingOffset = 0.54;
+constexpr double kHammingDepth = 0.46;
+
+// 2 pi, deliberately short: the window's period is very slightly longer than N, and the output bits
+// depend on it.
+constexpr float kWindowTurn = 6.2832f;
+
+float *pool_floats(int32_t count) {
+  return static_cast<float *>(tamrin_malloc(count * static_cast<int32_t>(sizeof(float))));
+}
+
+size_t float_bytes(int32_t count) {
+  return static_cast<size_t>(count) * sizeof(float);
+}
+
+}  // namespace
+
+stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
+  if (H <= 0) {
+    return nullptr;
+  }
+  stft_buf *stft = static_cast<stft_buf *>(tamrin_malloc(sizeof(stft_buf)));
+  if (stft == nullptr) {
+    return nullptr;
+  }
+  stft->chnl = static_cast<int16_t>(channels);
+  stft->out_chnl = 1;
+  stft->fft_len = static_cast<int16_t>(N);
+  stft->overlap = static_cast<int16_t>(N - H);
+  stft->fft = fft;
+
+  // The pool hands out zeroed memory: history and tail start silent.
+  stft->frame = pool_floats(N);
+  stft->history = pool_floats(channels * N);
+  stft->ola_tail = pool_floats(N - H);
+  stft->window = pool_floats(2 * N);
+  if (stft->frame == nullptr || stft->history == nullptr || stft->ola_tail == nullptr ||
+      stft->window == nullptr) {
+    return nullptr;
+  }
+  gen_stft_window(stft->window, N, H, stft->frame);
+  return stft;
+}
+
+void stft_set_chnl(stft_buf *stft, int32_t channels) {
+  if (stft == nullptr) {
+    return;
+  }
+  stft->chnl = static_cast<int16_t>(channels);
+}
+
+void stft_buf_destroy(stft_buf *stft) {
+  if (stft == nullptr) {
+    return;
+  }
+  float *const members[] = {stft->history, stft->frame, stft->ola_tail, stft->window};
+  for (const float *member : members) {
+    if (member != nullptr) {
+      tamrin_free(member);
+    }
+  }
+  tamrin_free(stft);
+}
+
+void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
+  const int32_t length = stft->fft_len;
+  const int32_t overlap = stft->overlap;
+  const int32_t hop = length - overlap;
+
+  for (int32_t c = 0; c < stft->chnl; ++c) {
+    float *history = stft->history + c * length;
+    std::memcpy(history + overlap, in + c * hop, float_bytes(hop));
+    for (int32_t i = 0; i < length; ++i) {
+      stft->frame[i] = history[i] * stft->window[i];
+    }
+    spx_fft(stft->fft, stft->frame, out + c * length);
+    std::memmove(history, history + hop, float_bytes(overlap));
+  }
+}
+
+float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) {
+  const int32_t length = stft->fft_len;
+  const int32_t overlap = stft->overlap;
+  const int32_t hop = length - overlap;
+  const float *synthesis = stft->window + length;
+
+  spx_ifft(stft->fft, spectrum, stft->frame);
+  for (int32_t i = 0; i < length; ++i) {
+    stft->frame[i] *= synthesis[i];
+  }
+
+  std::memcpy(out, stft->frame, float_bytes(hop));
+  for (int32_t i = 0; i < overlap; ++i) {
+    out[i] += stft->ola_tail[i];
+  }
+  std::memcpy(stft->ola_tail, stft->frame + hop, float_bytes(overlap));
+  return out;
+}
+
+void gen_stft_window(float *window, int32_t N, int32_t H, float *scratch) {
+  // w[i] = 0.54 - 0.46 cos(2 pi i / N), the angle in single and the rest in double precision.
+  for (int32_t i = 0; i < N; ++i) {
+    const float angle = static_cast<float>(i) * kWindowTurn / static_cast<float>(N);
+    const double cosine = std::cos(static_cast<double>(angle));
+    window[i] = static_cast<float>(kHammingOffset - kHammingDepth * cosine);
+  }
+
+  // S[i] = sum over m of w^2[i + m H].
+  float *overlap_sum = window + N;
+  for (int32_t i = 0; i < N; ++i) {
+    scratch[i] = window[i] * window[i];
+    overlap_sum[i] = scratch[i];
+  }
+  for (int32_t shift = H; shift < N; shift += H) {
+    for (int32_t j = 0; j < N - shift; ++j) {
+      overlap_sum[shift + j] += scratch[j];
+      overlap_sum[j] += scratch[shift + j];
+    }
+  }
+
+  // g[i] = w[i] / S[i].
+  for (int32_t i = 0; i < N; ++i) {
+    overlap_sum[i] = window[i] / overlap_sum[i];
+  }
+}
