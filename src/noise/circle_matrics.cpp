@@ -1,0 +1,85 @@
+// Ring of eight vectors with element-wise minimum, and three-point smoothing.
+#include "noise/circle_matrics.h"
+
+#include <cstring>
+
+namespace {
+
+size_t row_bytes(const circular_mat *mat) {
+  return static_cast<size_t>(mat->n) * sizeof(float);
+}
+
+}  // namespace
+
+circular_mat *initCircularMat(int32_t n) {
+  circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc(sizeof(circular_mat)));
+  if (mat == nullptr) {
+    return nullptr;
+  }
+  const int32_t block_bytes = kCircularRows * n * static_cast<int32_t>(sizeof(float));
+  mat->base = static_cast<float *>(tamrin_malloc(block_bytes));
+  if (mat->base == nullptr) {
+    return nullptr;
+  }
+  mat->n = n;
+  for (int32_t row = 0; row < kCircularRows; ++row) {
+    mat->rows[row] = mat->base + row * n;
+  }
+  return mat;
+}
+
+void uinitCircularMat(circular_mat *mat) {
+  if (mat == nullptr) {
+    return;
+  }
+  if (mat->base != nullptr) {
+    tamrin_free(mat->base);
+  }
+  tamrin_free(mat);
+}
+
+void resetCircularMat(circular_mat *mat, const float *vec) {
+  if (mat == nullptr || vec == nullptr) {
+    return;
+  }
+  for (float *row : mat->rows) {
+    std::memcpy(row, vec, row_bytes(mat));
+  }
+}
+
+void shiftToPutCircularMat(circular_mat *mat, const float *vec) {
+  if (mat == nullptr || vec == nullptr) {
+    return;
+  }
+  float *oldest = mat->rows[0];
+  for (int32_t row = 1; row < kCircularRows; ++row) {
+    mat->rows[row - 1] = mat->rows[row];
+  }
+  mat->rows[kCircularRows - 1] = oldest;
+  std::memcpy(oldest, vec, row_bytes(mat));
+}
+
+void getMinFrmCircleMat(const circular_mat *mat, float *out) {
+  if (mat == nullptr || out == nullptr || mat->n <= 0) {
+    return;
+  }
+  std::memcpy(out, mat->base, row_bytes(mat));
+  for (int32_t slice = 1; slice < kCircularRows; ++slice) {
+    const float *values = mat->base + slice * mat->n;
+    for (int32_t j = 0; j < mat->n; ++j) {
+      out[j] = out[j] > values[j] ? values[j] : out[j];
+    }
+  }
+}
+
+void b_spline(float *x, int32_t len) {
+  if (len < 2) {
+    return;
+  }
+  for (int32_t i = len - 1; i > 0; --i) {
+    x[i] = 0.5f * x[i] + 0.5f * x[i - 1];
+  }
+  for (int32_t i = 0; i < len - 1; ++i) {
+    x[i] = 0.5f * x[i] + 0.5f * x[i + 1];
+  }
+}

@@ -1,0 +1,167 @@
+// Minima-controlled recursive averaging, one frame a call.
+#include "noise/mcra_p.h"
+
+#include <cstring>
+
+namespace {
+
+// Smoothing of the power over about 10 frames: the minimum must follow the noise, not its ripple.
+constexpr float kAlphaS = 0.9f;
+
+// Smoothed power over minimum that counts as speech, about 7 dB.
+constexpr float kDelta = 5.0f;
+
+// Noise estimate over about 7 frames where speech is absent.
+constexpr float kAlphaD = 0.85f;
+
+// Fast enough for the presence probability to reach 0.91 on the first speech frame.
+constexpr float kAlphaP = 0.09f;
+
+// Frames in a sub-window of the minimum search.
+constexpr int32_t kSubWindowFrames = 15;
+
+// Frames during which the minimum is the smoothed power itself.
+constexpr int32_t kWarmUpFrames = 14;
+
+float *pool_vector(int32_t num_bins) {
+  return static_cast<float *>(tamrin_malloc(num_bins * static_cast<int32_t>(sizeof(float))));
+}
+
+void copy_bins(float *to, const float *from, int32_t num_bins) {
+  if (num_bins > 0) {
+    std::memcpy(to, from, static_cast<size_t>(num_bins) * sizeof(float));
+  }
+}
+
+// S = alpha_s S + (1 - alpha_s) P; the first frame starts the recursion and the noise estimate.
+void smooth_power(mcra_state *state, const float *pwr) {
+  if (state->frame_cnt == 1) {
+    copy_bins(state->smoothed_pwr, pwr, state->num_bins);
+    copy_bins(state->lambdaD, pwr, state->num_bins);
+    return;
+  }
+  const float alpha = state->alpha_s;
+  const float rest = 1.0f - alpha;
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    state->smoothed_pwr[k] = alpha * state->smoothed_pwr[k] + rest * pwr[k];
+  }
+}
+
+void track_minimum(mcra_state *state) {
+  const float *smoothed = state->smoothed_pwr;
+  if (state->frame_cnt <= kWarmUpFrames) {
+    copy_bins(state->s_min, smoothed, state->num_bins);
+    copy_bins(state->s_tmp, smoothed, state->num_bins);
+    return;
+  }
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    state->s_min[k] = state->s_min[k] < smoothed[k] ? state->s_min[k] : smoothed[k];
+    state->s_tmp[k] = state->s_tmp[k] < smoothed[k] ? state->s_tmp[k] : smoothed[k];
+  }
+}
+
+// p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
+// lambda = a lambda + (1 - a) P. All factors 1 - x are formed in single precision: written as
+// literals they would differ, and p could reach 1, where the gain rule divides by zero.
+void update_noise(mcra_state *state, const float *pwr) {
+  const float presence = 1.0f - state->alpha_p;
+  const float held = 1.0f - state->alpha_d;
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    const float decayed = state->alpha_p * state->speech_prob[k];
+    const bool speech = state->smoothed_pwr[k] > state->delta * state->s_min[k];
+    const float probability = speech ? decayed + presence : decayed;
+    const float alpha = held * probability + state->alpha_d;
+    state->speech_prob[k] = probability;
+    state->lambdaD[k] = (1.0f - alpha) * pwr[k] + alpha * state->lambdaD[k];
+  }
+}
+
+void close_subwindow(mcra_state *state) {
+  state->subwin_cnt += 1;
+  if (state->subwin_cnt < kSubWindowFrames) {
+    return;
+  }
+  state->subwin_cnt = 0;
+  if (state->frame_cnt == kSubWindowFrames) {
+    resetCircularMat(state->min_buf, state->smoothed_pwr);
+    return;
+  }
+  shiftToPutCircularMat(state->min_buf, state->s_tmp);
+  getMinFrmCircleMat(state->min_buf, state->s_min);
+  copy_bins(state->s_tmp, state->smoothed_pwr, state->num_bins);
+}
+
+}  // namespace
+
+mcra_state *mcra_init(int32_t num_bins, int32_t) {
+  mcra_state *state = static_cast<mcra_state *>(tamrin_malloc(sizeof(mcra_state)));
+  if (state == nullptr) {
+    return nullptr;
+  }
+  state->num_bins = num_bins;
+  state->alpha_s = kAlphaS;
+  state->delta = kDelta;
+  state->alpha_d = kAlphaD;
+  state->alpha_p = kAlphaP;
+
+  // The pool hands out zeroed memory: all vectors start at zero.
+  state->min_buf = initCircularMat(num_bins);
+  state->speech_prob = pool_vector(num_bins);
+  state->lambdaD = pool_vector(num_bins);
+  state->smoothed_pwr = pool_vector(num_bins);
+  state->s_tmp = pool_vector(num_bins);
+  state->s_min = pool_vector(num_bins);
+
+  const bool complete = state->min_buf != nullptr && state->speech_prob != nullptr &&
+                        state->lambdaD != nullptr && state->smoothed_pwr != nullptr &&
+                        state->s_tmp != nullptr && state->s_min != nullptr;
+  return complete ? state : nullptr;
+}
+
+void mcra_uninit(mcra_state *state) {
+  if (state == nullptr) {
+    return;
+  }
+  float *const members[] = {state->speech_prob, state->lambdaD, state->smoothed_pwr, state->s_tmp,
+                            state->s_min};
+  for (const float *member : members) {
+    if (member != nullptr) {
+      tamrin_free(member);
+    }
+  }
+  uinitCircularMat(state->min_buf);
+  tamrin_free(state);
+}
+
+void mcra_reset(mcra_state *state) {
+  if (state == nullptr) {
+    return;
+  }
+  state->frame_cnt = 0;
+  state->subwin_cnt = 0;
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    state->speech_prob[k] = 0.0f;
+    state->lambdaD[k] = 0.0f;
+  }
+}
+
+const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
+  state->frame_cnt += 1;
+  smooth_power(state, pwr);
+  track_minimum(state);
+  update_noise(state, pwr);
+  close_subwindow(state);
+  return state->lambdaD;
+}
+
+const float *mcra_get_speech_prob(const mcra_state *state) {
+  return state == nullptr ? nullptr : state->speech_prob;
+}
+
+const float *mcra_get_smoothed_pwr(const mcra_state *state) {
+  return state == nullptr ? nullptr : state->smoothed_pwr;
+}
+
+const float *mcra_get_lambdaD(const mcra_state *state) {
+  return state == nullptr ? nullptr : state->lambdaD;
+}
