@@ -1,0 +1,61 @@
+// Vectors and small square matrices of complex numbers, most of them for two microphones.
+//
+// Operations on a 2-by-2 matrix read exactly four entries, whatever `dim` says. All are pure
+// functions of their arguments in single precision; none allocates. Functions with an int result
+// return 0.
+#ifndef TM_SE_BF_SPATIAL_SE_MATRIX_FUNCS_H
+#define TM_SE_BF_SPATIAL_SE_MATRIX_FUNCS_H
+
+#include <cstdint>
+
+#include "support/se_maths.h"
+#include "support/tamrin_memory.h"
+
+#pragma pack(push, 4)
+// A square complex matrix; whoever makes the record provides dim * dim entries.
+struct cmat {
+  int32_t dim;       // rows, and columns
+  se_complex *data;  // [dim][dim], row-major
+};
+#pragma pack(pop)
+
+// Upper limit of normalised dot products that count as orthogonal; carried for users of the module.
+extern const float kMaxDotProduct;
+
+// sum of conj(a_i) b_i over n entries; the first one is always taken.
+se_complex ConjugateDotProduct(const se_complex *a, const se_complex *b, int32_t n);
+
+// sum of |x_i|^2 over n entries; the first one is always taken.
+float SumSquares(const se_complex *x, int32_t n);
+
+// Euclidean norm: the sum in single, the root in double precision. x is not modified.
+float Norm_Vector(const se_complex *x, int32_t n);
+
+// out[i n + j] = x_i conj(x_j) for all i, j < n: the outer product x x^H.
+void TransposedConjugatedProduct(const se_complex *x, se_complex *out, int32_t n);
+
+// Prints the matrix on standard output, a row a line.
+void cmat_print(const cmat *m);
+
+// out = in * f, 2-by-2. out may be in.
+int cmat_mul_fval(cmat *out, const cmat *in, float f);
+
+// y = M x, 2-by-2; with conj != 0 every entry of M is conjugated (M is not transposed). y must not
+// alias x.
+int cmat_mul_cvec(se_complex *y, const cmat *M, const se_complex *x, int conj);
+
+// out = A B, 2-by-2. out must not alias A or B.
+int cmat_mul_cmat(cmat *out, const cmat *A, const cmat *B);
+
+// R = alpha R + beta x x^H for any dimension.
+int cmat_R_by_x_mul_xconj(float alpha, cmat *R, float beta, const se_complex *x);
+
+// R += mask * x x^H, 2-by-2: mask-weighted covariance accumulation. R stays Hermitian; the
+// imaginary parts of its diagonal are never written.
+void cmat_psd_with_mask(cmat *R, float mask, const se_complex *x);
+
+// The real quadratic form x^H M x of a Hermitian 2-by-2 matrix; M01 and the imaginary parts of the
+// diagonal are not read.
+float chmat_vec_conj_mul_mx_mul_vec(const cmat *M, const se_complex *x);
+
+#endif  // TM_SE_BF_SPATIAL_SE_MATRIX_FUNCS_H
