@@ -1,0 +1,57 @@
+// Block buffer between the caller's 320-sample blocks and the analysis hop.
+//
+// Cuts interleaved 16-bit input into channel-major float frames of one hop, carries what is left of
+// a block over to the next one, collects processed hops and emits mono 16-bit blocks. The output
+// store starts with block_len - hop zeros, the buffer's own latency. Samples convert by value,
+// unscaled.
+//
+// The mechanics stream without loss or repetition only where every block yields at most two frames
+// and the store never holds less than a block at output time: for hops of 160, 192 and 320.
+#ifndef TM_SE_BF_INTERFACE_CACHE_BUFFER_H
+#define TM_SE_BF_INTERFACE_CACHE_BUFFER_H
+
+#include <cstdint>
+
+#include "support/tamrin_memory.h"
+
+#pragma pack(push, 4)
+struct catch_buf {
+  int32_t fft_len;       // N, sizes the output store
+  int32_t hop_len;       // L
+  int32_t read_pos;      // samples per channel already taken from the current input block
+  int32_t block_len;     // B
+  int32_t num_ch_in;     // C
+  int32_t out_channels;  // 1
+  float *stage;          // [2B][C] interleaved leftover input
+  float *out_store;      // [2N] processed samples waiting for output
+  int32_t out_fill;      // floats held in out_store
+  int32_t staged_count;  // floats held in stage, all channels
+};
+#pragma pack(pop)
+
+// Makes a buffer from the pool. A hop longer than the block gives an unconfigured buffer (all
+// zero). Returns null when the pool is exhausted.
+catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len, int32_t num_ch_in,
+                             int32_t out_channels);
+
+// Fill of the output store: right after creation, the buffer's latency in samples. 0 for null.
+int32_t se_catch_buf_get_offset(const catch_buf *cb);
+
+// Whether the output store has room for one more hop. Supported hops never run out of it.
+bool se_catch_buf_has_room(const catch_buf *cb);
+
+// Releases the buffer through the pool; null is accepted.
+void se_catch_buff_uninit(catch_buf *cb);
+
+// Forms the next frame, [C][L] floats, from the carried remainder and `in`, the caller's current
+// block of [B][C] samples. Returns the samples per channel left in the block: less than L when the
+// next frame needs the next block.
+int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame);
+
+// Appends one processed hop of L floats to the output store; the caller has checked the room.
+void se_buffer_output_block(catch_buf *cb, const float *hop);
+
+// Emits one block of B samples, clipped to 16 bits and truncated toward zero.
+void se_form_output_frame(catch_buf *cb, int16_t *out);
+
+#endif  // TM_SE_BF_INTERFACE_CACHE_BUFFER_H

@@ -1,0 +1,142 @@
+// Mono path, beamformer path, dispatch and the processing call.
+#include "interface/multi_channels_enhance.h"
+
+#include "interface/channel_fault.h"
+#include "interface/multi_common.h"
+#include "interface/stream_check.h"
+
+namespace {
+
+// Mean of the channels over frame[0 .. L-1].
+void average_channels(float *frame, int32_t channels, int32_t hop) {
+  for (int32_t m = 1; m < channels; ++m) {
+    for (int32_t i = 0; i < hop; ++i) {
+      frame[i] += frame[m * hop + i];
+    }
+  }
+  for (int32_t i = 0; i < hop; ++i) {
+    frame[i] /= static_cast<float>(channels);
+  }
+}
+
+// The mean counts every channel, also one that has just died: until the fault detector notices and
+// copies the good channel over it, the level is halved.
+float *bf_mono(se_bf_inst *inst, int32_t mode) {
+  average_channels(inst->frame, inst->num_ch_in, inst->hop_len);
+  stft_time_to_spectrum(inst->stft, inst->frame, inst->spectrum);
+
+  if (mode == SE_BF_MODE_OMLSA) {
+    const int32_t bins = inst->num_bins;
+    mean_bin_power(inst->spectrum, 1, bins, inst->bin_buf);
+    const float *noise = mcra_do_mcra(inst->mcra, inst->bin_buf);
+    const float *prob = mcra_get_speech_prob(inst->mcra);
+    const float *gain = do_ss(inst->omlsa, inst->bin_buf, noise, prob);
+    mul_amp_real_gain(inst->spectrum, gain, 1, 2 * (bins - 1));
+  }
+  return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
+}
+
+// G = (P - N) / P where the power P exceeds the noise N, else 0, written over P. P is the mean of
+// the microphones before beamforming, deliberately.
+void post_gain(float *power, const float *noise, int32_t bins) {
+  for (int32_t k = 0; k < bins; ++k) {
+    const bool audible = power[k] > 0.0f && power[k] > noise[k];
+    power[k] = audible ? (power[k] - noise[k]) / power[k] : 0.0f;
+  }
+}
+
+float *bf_mvdr(se_bf_inst *inst) {
+  mvdr_evd_state *mvdr = inst->mvdr;
+  const int32_t bins = inst->num_bins;
+  const int32_t channels = inst->num_ch_in;
+  const int16_t fft_len = static_cast<int16_t>(2 * (bins - 1));
+  se_complex *spectrum = reinterpret_cast<se_complex *>(inst->spectrum);
+
+  stft_time_to_spectrum(inst->stft, inst->frame, inst->spectrum);
+  mvdr->update_count += 1;
+  mean_bin_power(inst->spectrum, channels, bins, inst->bin_buf);
+  const float *noise = mcra_do_mcra(inst->mcra, inst->bin_buf);
+  mvdr_evd_psd_sta(mvdr, spectrum, mcra_get_speech_prob(inst->mcra));
+
+  if (mvdr->update_count == inst->update_interval) {
+    mvdr_update_param(mvdr);
+    mvdr->update_count = 0;
+  }
+  mvdr->rescale_count += 1;
+  if (mvdr->rescale_count >= mvdr->rescale_limit) {
+    mvdr_evd_reset(mvdr);
+  }
+
+  mul_bf_gain(spectrum, mvdr->weights, channels, fft_len);
+  post_gain(inst->bin_buf, noise, bins);
+  mul_amp_real_gain(inst->spectrum, inst->bin_buf, 1, fft_len);
+  return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
+}
+
+void copy_first_channel(int16_t *out, const int16_t *in, int32_t channels, int32_t samples) {
+  for (int32_t i = 0; i < samples; ++i) {
+    out[i] = in[i * channels];
+  }
+}
+
+// Streams whole blocks; each one gives a frame or two and one output block.
+void stream_blocks(se_bf_inst *inst, int32_t mode, int16_t *out, const int16_t *in) {
+  const int32_t total = inst->samples_per_call;
+  int32_t done = 0;
+  while (done < total) {
+    const int16_t *block = in + done * inst->num_ch_in;
+    const int32_t remaining = se_form_input_block(inst->cache, block, inst->frame);
+    se_bf_core_frm_proc(inst, mode);
+    if (!se_catch_buf_has_room(inst->cache)) {
+      stream_check_stop(inst);
+      break;
+    }
+    se_buffer_output_block(inst->cache, inst->frame);
+    if (remaining < inst->hop_len) {
+      se_form_output_frame(inst->cache, out + done);
+      done += inst->block_len;
+    }
+  }
+  for (int32_t i = done; i < total; ++i) {
+    out[i] = 0;
+  }
+}
+
+}  // namespace
+
+void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode) {
+  if (mode == SE_BF_MODE_MEAN || mode == SE_BF_MODE_OMLSA) {
+    bf_mono(inst, mode);
+  } else if (mode == SE_BF_MODE_MVDR) {
+    bf_mvdr(inst);
+  }
+}
+
+int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
+  if (!se_bf_instance_alive(inst)) {
+    tamrin_warning("se_bf_do: no such instance; call se_bf_create and se_bf_init first");
+    return 0;
+  }
+  int32_t mode = inst->mode;
+  const int32_t total = inst->samples_per_call;
+  if (out == nullptr || in == nullptr) {
+    tamrin_warning("se_bf_do: pass both an output and an input buffer; nothing was done");
+    return total;
+  }
+  if (mode == SE_BF_MODE_MONO) {
+    copy_first_channel(out, in, inst->num_ch_in, total);
+    return total;
+  }
+  if (!stream_check_call(inst, out)) {
+    return total;
+  }
+
+  // For good: nothing raises the channel count again, so a two-channel instance that has seen one
+  // fault goes on to analyse channel 0 only, also once it beamforms again.
+  if (inst->num_ch_in == 2 && is_one_channel_brocken(0, in, total) != 0) {
+    stft_set_chnl(inst->stft, 1);
+    mode = SE_BF_MODE_OMLSA;
+  }
+  stream_blocks(inst, mode, out, in);
+  return total;
+}

@@ -1,0 +1,24 @@
+// Operations on packed multi-channel spectra that the processing paths share: power, real gain, and
+// beamforming.
+#ifndef TM_SE_BF_INTERFACE_MULTI_COMMON_H
+#define TM_SE_BF_INTERFACE_MULTI_COMMON_H
+
+#include <cstdint>
+
+#include "support/se_maths.h"
+
+// Mean over the channels of the power per bin. spectrum: [channels][2 (bins - 1)] packed spectra;
+// power: [bins].
+void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power);
+
+// Multiplies `count` packed spectra, back to back with a stride of n floats, in place by a real
+// gain of n/2 + 1 floats; phases are kept. Does nothing for count < 1.
+void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n);
+
+// Filter-and-sum beamformer y = w^H x per bin (Van Veen and Buckley, "Beamforming: a versatile
+// approach to spatial filtering", 1988). spectrum: [C][N/2] packed spectra; weights: [N/2 + 1][C],
+// bin-major. The result replaces channel 0: DC becomes 0, and the Nyquist slot keeps channel 0's
+// own value, deliberately neither filtered nor cleared.
+void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int16_t N);
+
+#endif  // TM_SE_BF_INTERFACE_MULTI_COMMON_H

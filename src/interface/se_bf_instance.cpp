@@ -1,0 +1,174 @@
+// Creation sizes and allocates, initialisation builds what depends on mode and geometry.
+#include "interface/se_bf_instance.h"
+
+#include <cstdio>
+
+#include "conformance/se_bf_conform.h"
+#include "interface/stream_check.h"
+#include "spatial/array_util.h"
+
+namespace {
+
+constexpr char kVersion[] = "1.3.5";
+constexpr int32_t kMaxChannels = 2;
+constexpr int32_t kDefaultHop = 192;
+constexpr int32_t kSmallestFft = 64;
+
+// Weight update every tenth frame: 8 to 20 updates a second at the supported hops.
+constexpr int16_t kUpdateInterval = 10;
+
+// Creation arguments of the gain estimator: its code is read by nothing, its minimum gain in dB
+// only by the log-spectral rule.
+constexpr int32_t kGainModeCode = 2001;
+constexpr float kGainMinDb = -20.0f;
+
+constexpr int32_t kCoordinates = 3;
+
+// Smallest power of two above the hop, at least kSmallestFft.
+int32_t fft_length(int32_t hop_len) {
+  int32_t length = kSmallestFft;
+  while (length <= hop_len) {
+    length *= 2;
+  }
+  return length;
+}
+
+void *pool_array(int32_t count, size_t element_bytes) {
+  return tamrin_malloc(count * static_cast<int32_t>(element_bytes));
+}
+
+void create_members(se_bf_inst *inst, int32_t fft_len) {
+  const int32_t channels = inst->num_ch_in;
+  const int32_t hop = inst->hop_len;
+  const int32_t bins = inst->num_bins;
+  inst->fft = spx_fft_init(fft_len);
+  inst->stft = stft_buf_create(fft_len, hop, inst->fft, channels);
+  inst->frame = static_cast<float *>(pool_array(channels * hop, sizeof(float)));
+  inst->spectrum = static_cast<float *>(pool_array(fft_len * channels, sizeof(float)));
+  inst->steering = static_cast<se_complex *>(pool_array(channels * bins, sizeof(se_complex)));
+  inst->bin_buf = static_cast<float *>(pool_array(bins, sizeof(float)));
+}
+
+// The mono modes average the channels before analysis, so only channel 0 is analysed. The count is
+// never raised again: an instance initialised in a mono mode cannot beamform later.
+void init_mode(se_bf_inst *inst, int32_t mode) {
+  if (inst->num_ch_in == 1) {
+    inst->mode = SE_BF_MODE_OMLSA;
+    stft_set_chnl(inst->stft, 1);
+    return;
+  }
+  inst->mode = static_cast<int16_t>(mode);
+  if (inst->mode == SE_BF_MODE_MEAN || inst->mode == SE_BF_MODE_OMLSA) {
+    stft_set_chnl(inst->stft, 1);
+  }
+}
+
+void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
+  if (inst->steering == nullptr) {
+    return;
+  }
+  const int32_t channels = inst->num_ch_in;
+  if (param->mic_distance > 0.0f) {
+    float geometry[kMaxChannels * kCoordinates];
+    get_ULA_geometry(channels, param->mic_distance, geometry);
+    get_steering_vector_by_doa(param->doa, geometry, channels, inst->steering, inst->num_bins);
+    return;
+  }
+  const float uniform = uniform_steering(channels);
+  for (int32_t i = 0; i < inst->num_bins * channels; ++i) {
+    inst->steering[i] = {uniform, 0.0f};
+  }
+}
+
+}  // namespace
+
+bool se_bf_instance_alive(const se_bf_inst *inst) {
+  return inst != nullptr && inst->pool_generation == tamrin_generation();
+}
+
+se_bf_inst *se_bf_create(const se_bf_create_param *param) {
+  if (param == nullptr) {
+    return nullptr;
+  }
+  se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc(sizeof(se_bf_inst)));
+  if (param->num_ch_in < 1 || param->num_ch_in > kMaxChannels) {
+    std::printf("ERROR: _num_ch_in=%d, which must no more than %d\n ", param->num_ch_in,
+                kMaxChannels);
+    // Empties the pool for every instance of the process, as any release does.
+    tamrin_free(inst);
+    return nullptr;
+  }
+  if (inst == nullptr) {
+    return nullptr;
+  }
+
+  inst->pool_generation = tamrin_generation();
+  inst->samples_per_call = param->samples_per_call;
+  inst->block_len = kBlockLen;
+  inst->hop_len = static_cast<int16_t>(param->hop_len < 1 ? kDefaultHop : param->hop_len);
+  const int32_t fft_len = fft_length(inst->hop_len);
+  inst->num_bins = static_cast<int16_t>(fft_len / 2 + 1);
+  inst->num_ch_in = param->num_ch_in;
+  inst->update_interval = kUpdateInterval;
+  create_members(inst, fft_len);
+  return inst;
+}
+
+int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
+  if (param == nullptr) {
+    return 0;
+  }
+  if (!se_bf_instance_alive(inst)) {
+    tamrin_warning("se_bf_init: no such instance; call se_bf_create first and check its result");
+    return 0;
+  }
+  const int32_t bins = inst->num_bins;
+  init_mode(inst, param->mode);
+  for (int32_t k = 0; inst->bin_buf != nullptr && k < bins; ++k) {
+    inst->bin_buf[k] = 0.0f;
+  }
+  inst->mcra = mcra_init(bins, 0);
+  init_steering(inst, param);
+  inst->omlsa = omlsa_init(bins, kGainModeCode, kGainMinDb);
+  inst->mvdr = mvdr_evd_init(inst->num_ch_in, inst->steering, bins);
+  inst->cache =
+      se_catch_buf_init(2 * (bins - 1), inst->hop_len, inst->block_len, inst->num_ch_in, 1);
+  inst->stream_state = stream_check_config(inst);
+  inst->refusal_reported = inst->stream_state == SE_BF_STREAM_REFUSED ? 1 : 0;
+  return (bins - 1) + se_catch_buf_get_offset(inst->cache);
+}
+
+void se_bf_change_mode(se_bf_inst *inst, int32_t mode) {
+  // The STFT's channel count stays as it is, deliberately: see init_mode.
+  if (se_bf_instance_alive(inst) && inst->num_ch_in != 1) {
+    inst->mode = static_cast<int16_t>(mode);
+  }
+}
+
+void se_bf_destroy(se_bf_inst *inst) {
+  if (inst == nullptr) {
+    return;
+  }
+  if (se_bf_instance_alive(inst)) {
+    const void *const members[] = {inst->bin_buf, inst->steering, inst->spectrum, inst->frame};
+    for (const void *member : members) {
+      if (member != nullptr) {
+        tamrin_free(member);
+      }
+    }
+    spx_fft_destroy(inst->fft);
+    stft_buf_destroy(inst->stft);
+    se_catch_buff_uninit(inst->cache);
+    mcra_uninit(inst->mcra);
+  }
+  // The gain and beamformer states go with the pool, which any release empties as a whole.
+  tamrin_free(inst);
+}
+
+const char *se_bf_get_version(void) {
+  return kVersion;
+}
+
+int32_t se_bf_conformance_test(const char *se_type, int32_t hop_len) {
+  return bf_conformance_test(se_type, hop_len);
+}

@@ -1,0 +1,84 @@
+// Judgement of configurations and calls.
+#include "interface/stream_check.h"
+
+namespace {
+
+// Hops that stream without loss: every block yields at most two frames and the store never runs
+// dry.
+constexpr int32_t kSupportedHops[] = {160, 192, 320};
+
+// Repeats a sample every 79 blocks and fills the output store after some 50 s.
+constexpr int32_t kLossyHop = 159;
+
+bool supported_hop(int32_t hop_len) {
+  for (const int32_t supported : kSupportedHops) {
+    if (hop_len == supported) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool complete(const se_bf_inst *inst) {
+  const void *const members[] = {inst->fft,      inst->stft,    inst->frame, inst->spectrum,
+                                 inst->steering, inst->bin_buf, inst->cache, inst->mcra,
+                                 inst->omlsa,    inst->mvdr};
+  for (const void *member : members) {
+    if (member == nullptr) {
+      return false;
+    }
+  }
+  return inst->cache->stage != nullptr && inst->cache->out_store != nullptr;
+}
+
+}  // namespace
+
+int32_t stream_check_config(const se_bf_inst *inst) {
+  if (inst->hop_len == kLossyHop) {
+    tamrin_warning(
+        "se_bf_init: hop_len 159 repeats samples and stops with silence after about 53 s of audio; "
+        "use 160, 192 or 320");
+  } else if (!supported_hop(inst->hop_len)) {
+    tamrin_warning_int(
+        "se_bf_init: use hop_len 160, 192 or 320 (0 selects 192); se_bf_do writes silence with",
+        inst->hop_len);
+    return SE_BF_STREAM_REFUSED;
+  }
+  if (inst->samples_per_call < 1 || inst->samples_per_call % kBlockLen != 0) {
+    tamrin_warning_int(
+        "se_bf_init: use a positive multiple of 320 for samples_per_call; se_bf_do writes silence "
+        "with",
+        inst->samples_per_call);
+    // Without a sample there is nothing to refuse: such calls only let the fault levels decay.
+    return inst->samples_per_call < 1 ? SE_BF_STREAM_READY : SE_BF_STREAM_REFUSED;
+  }
+  if (!complete(inst)) {
+    tamrin_warning(
+        "se_bf_init: the memory pool cannot hold this instance, se_bf_do writes silence; destroy "
+        "other "
+        "instances first and initialise only once");
+    return SE_BF_STREAM_REFUSED;
+  }
+  return SE_BF_STREAM_READY;
+}
+
+bool stream_check_call(se_bf_inst *inst, int16_t *out) {
+  if (inst->stream_state == SE_BF_STREAM_READY) {
+    return true;
+  }
+  if (inst->refusal_reported == 0) {
+    inst->refusal_reported = 1;
+    tamrin_warning("se_bf_do: silence is written until se_bf_init has been called");
+  }
+  for (int32_t i = 0; i < inst->samples_per_call; ++i) {
+    out[i] = 0;
+  }
+  return false;
+}
+
+void stream_check_stop(se_bf_inst *inst) {
+  inst->stream_state = SE_BF_STREAM_REFUSED;
+  tamrin_warning_int(
+      "se_bf_do: the output store is full, silence from here on; use hop_len 160, not",
+      inst->hop_len);
+}

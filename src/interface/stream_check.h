@@ -1,0 +1,25 @@
+// Which configurations se_bf_do can stream, and the message and silence for the others.
+//
+// Hops of 106 and less would never finish a block, others overrun or underfill the output store, a
+// call length that is no multiple of the block would run past the caller's buffers, and an instance
+// that the pool could not hold has null members. Such instances are told apart here, once.
+#ifndef TM_SE_BF_INTERFACE_STREAM_CHECK_H
+#define TM_SE_BF_INTERFACE_STREAM_CHECK_H
+
+#include <cstdint>
+
+#include "interface/se_bf_instance.h"
+
+// Judges a freshly initialised instance: SE_BF_STREAM_READY, or SE_BF_STREAM_REFUSED after saying
+// on standard error what is wrong and what to do. A hop of 159 samples is let through with a
+// warning.
+int32_t stream_check_config(const se_bf_inst *inst);
+
+// Whether the call can run. If not, says why on standard error, once per instance, and writes
+// silence for samples_per_call samples.
+bool stream_check_call(se_bf_inst *inst, int16_t *out);
+
+// Stops an instance whose output store is full, with one message. Only a hop of 159 gets here.
+void stream_check_stop(se_bf_inst *inst);
+
+#endif  // TM_SE_BF_INTERFACE_STREAM_CHECK_H
