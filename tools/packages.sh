@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the project needs, group by group, through apt.
+# Usage: tools/packages.sh GROUP...      (no group: lists the groups)
+# Only missing packages are installed, with sudo when not root.
+set -euo pipefail
+
+declare -rA GROUPS_OF_PACKAGES=(
+  [build]="g++ cmake ninja-build pkg-config"
+  [tool]="libsndfile1-dev libsamplerate0-dev libcli11-dev"
+  [demo]="espeak-ng python3-numpy python3-scipy python3-matplotlib"
+  [test]="libgtest-dev"
+  [ci]="clang clang-format clang-tidy binutils libclang-rt-14-dev"
+)
+
+fail() {
+  echo "packages.sh: $*" >&2
+  exit 1
+}
+
+list_groups() {
+  local group
+  for group in $(printf '%s\n' "${!GROUPS_OF_PACKAGES[@]}" | sort); do
+    echo "$group: ${GROUPS_OF_PACKAGES[$group]}"
+  done
+}
+
+is_installed() {
+  [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
+}
+
+as_root() {
+  if [[ $EUID -eq 0 ]]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    fail "not root and no sudo; as root run: apt-get install ${missing[*]}"
+  fi
+}
+
+if [[ $# -eq 0 ]]; then
+  list_groups
+  exit 0
+fi
+
+wanted=()
+for group in "$@"; do
+  [[ -n "${GROUPS_OF_PACKAGES[$group]:-}" ]] || fail "no group '$group'; groups: $(list_groups |
+    cut -d: -f1 | tr '\n' ' ')"
+  read -ra packages <<<"${GROUPS_OF_PACKAGES[$group]}"
+  wanted+=("${packages[@]}")
+done
+
+if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+  echo "packages.sh: no apt here; this system's equivalents of these Debian packages are needed:" \
+    "${wanted[*]}" >&2
+  exit 0
+fi
+
+missing=()
+for package in "${wanted[@]}"; do
+  is_installed "$package" || missing+=("$package")
+done
+if [[ ${#missing[@]} -eq 0 ]]; then
+  exit 0
+fi
+
+echo "packages.sh: installing ${missing[*]}" >&2
+as_root apt-get -qq update || fail "apt-get update failed; is the network reachable?"
+as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y install --no-install-recommends \
+  "${missing[@]}" >/dev/null || fail "apt-get install ${missing[*]} failed; see above"
