@@ -42,8 +42,8 @@ void resetCircularMat(circular_mat *mat, const float *vec) {
   if (mat == nullptr || vec == nullptr) {
     return;
   }
-  for (float *row : mat->rows) {
-    std::memcpy(row, vec, row_bytes(mat));
+  for (int32_t row = 0; row < kCircularRows; ++row) {
+    std::memcpy(mat->rows[row], vec, row_bytes(mat));
   }
 }
 
