@@ -1,0 +1,294 @@
+// Where the audio goes: a sound file that appears under its name only when whole, or raw PCM.
+#include "audio_sink.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "audio_source.h"
+#include "process.h"
+#include "report.h"
+#include "se_bf_host.h"
+#include "sound_format.h"
+
+static constexpr size_t CHUNK = 4096;  // samples converted at a time
+static constexpr float FULL_SCALE = 32768.0f;
+static constexpr mode_t ALL_READ_WRITE = 0666;
+
+static bool fail(const std::string &text) {
+  report_line(text);
+  return false;
+}
+
+static bool fail_writing(const audio_sink *sink, const char *why) {
+  return fail("writing " + sink->name + " failed: " + why);
+}
+
+// The operating system's reason where there is one: libsndfile passes it on for some formats only.
+static const char *reason(int sndfile_error) {
+  return errno != 0 ? strerror(errno) : sf_error_number(sndfile_error);
+}
+
+static bool open_raw(audio_sink *sink, int fd) {
+  if (isatty(fd) == 1) {
+    return fail(sink->name +
+                " is a terminal; pipe it into a player, for example "
+                "aplay -t raw -f S16_LE -r 16000, or name a file");
+  }
+  sink->fd = fd;
+  sink->rate_hz = ENHANCE_RATE_HZ;
+  return true;
+}
+
+static bool open_device(audio_sink *sink) {
+  const int fd = open(sink->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+  return fd == -1 ? fail("cannot write to " + sink->name + ": " + strerror(errno))
+                  : open_raw(sink, fd);
+}
+
+// Opens the file that is written: a new one beside the final path, or a device in place.
+static bool open_descriptor(audio_sink *sink, const std::string &extension, bool in_place) {
+  if (in_place) {
+    sink->fd = open(sink->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+  } else {
+    const size_t slash = sink->path.rfind('/');
+    const size_t name = slash == std::string::npos ? 0 : slash + 1;
+    sink->temp = sink->path.substr(0, name) + ".se_bf-XXXXXX" + extension;
+    sink->fd = mkostemps(&sink->temp[0], static_cast<int>(extension.size()), O_CLOEXEC);
+  }
+  if (sink->fd == -1) {
+    const int error = errno;
+    sink->temp.clear();
+    return fail("cannot write to " + sink->name + ": " + strerror(error));
+  }
+  if (!in_place) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(sink->fd, ALL_READ_WRITE & ~mask);
+  }
+  return true;
+}
+
+static bool open_file(audio_sink *sink, const sound_format *format) {
+  SF_INFO info = {};
+  info.samplerate = sink->rate_hz;
+  info.channels = 1;
+  info.format = format->format;
+  if (sf_format_check(&info) == 0) {
+    return fail(sink->name + " cannot hold sound at " + std::to_string(sink->rate_hz) +
+                " Hz; use another format, for example .wav");
+  }
+  sink->file = sf_open_fd(sink->fd, SFM_WRITE, &info, SF_FALSE);
+  if (sink->file == nullptr) {
+    std::string why = sf_strerror(nullptr);
+    why.erase(why.find_last_not_of(". \n") + 1);
+    return fail("cannot write to " + sink->name + ": " + why);
+  }
+  return true;
+}
+
+static bool check_target(const audio_sink *sink, const struct stat *status, const std::string &in) {
+  struct stat source = {};
+  if (S_ISDIR(status->st_mode)) {
+    return fail(sink->name + " is a directory; name a file in it");
+  }
+  const bool known = in != "-" && stat(in.c_str(), &source) == 0;
+  if (known && source.st_dev == status->st_dev && source.st_ino == status->st_ino) {
+    return fail("IN and OUT are the same file, " + sink->name + "; give OUT another name");
+  }
+  if (access(sink->path.c_str(), W_OK) != 0) {
+    return fail("cannot write to " + sink->name + ": " + strerror(errno));
+  }
+  return true;
+}
+
+// Follows links, so that the file behind a link is replaced and not the link.
+static std::string resolve(const std::string &path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) == nullptr ? path : std::string(resolved);
+}
+
+static bool open_named(audio_sink *sink, const std::string &in) {
+  struct stat status = {};
+  const sound_format *format = sound_format_of(sink->name);
+  const bool exists = stat(sink->name.c_str(), &status) == 0;
+  const bool in_place = exists && !S_ISREG(status.st_mode);
+  sink->path = exists ? resolve(sink->name) : sink->name;
+  if (exists && !check_target(sink, &status, in)) {
+    return false;
+  }
+  if (format == nullptr) {
+    return in_place ? open_device(sink)
+                    : fail("the extension of " + sink->name + " tells no sound format; use one of" +
+                           sound_format_list() + ", or - for raw PCM");
+  }
+  return open_descriptor(sink, format->extension, in_place) && open_file(sink, format);
+}
+
+bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
+               int raw_fd) {
+  *sink = {};
+  sink->name = out == "-" ? "standard output" : out;
+  sink->fd = -1;
+  sink->rate_hz = rate_hz;
+  if (!(out == "-" ? open_raw(sink, raw_fd) : open_named(sink, in))) {
+    return false;
+  }
+  if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, sink->rate_hz, 1)) {
+    return fail("cannot convert from 16000 Hz to " + std::to_string(sink->rate_hz) + " Hz");
+  }
+  sink->unit.resize(CHUNK);
+  sink->converted.resize(CHUNK);
+  sink->pcm.resize(CHUNK);
+  return true;
+}
+
+bool sink_is_raw(const audio_sink *sink) {
+  return sink->file == nullptr;
+}
+
+// Raw PCM is little-endian on every processor.
+static bool store_raw(audio_sink *sink, const int16_t *pcm, size_t samples) {
+  uint8_t bytes[2 * CHUNK];
+  for (size_t at = 0; at < samples; at += CHUNK) {
+    const size_t piece = samples - at < CHUNK ? samples - at : CHUNK;
+    for (size_t n = 0; n < piece; ++n) {
+      const uint16_t word = static_cast<uint16_t>(pcm[at + n]);
+      bytes[2 * n] = static_cast<uint8_t>(word & 0xff);
+      bytes[2 * n + 1] = static_cast<uint8_t>(word >> 8);
+    }
+    if (!process_write(sink->fd, bytes, 2 * piece)) {
+      const bool stopped = errno == EINTR && process_stopped();
+      return stopped ? false
+                     : fail_writing(
+                           sink, errno == EPIPE ? "the reader closed the pipe" : strerror(errno));
+    }
+  }
+  sink->frames_written += static_cast<int64_t>(samples);
+  return true;
+}
+
+static bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
+  if (sink->file == nullptr) {
+    return store_raw(sink, pcm, samples);
+  }
+  const int64_t room = frame_limit - sink->frames_written;
+  const sf_count_t wanted = static_cast<int64_t>(samples) < room ? static_cast<sf_count_t>(samples)
+                                                                 : static_cast<sf_count_t>(room);
+  errno = 0;
+  if (wanted > 0 && sf_writef_short(sink->file, pcm, wanted) != wanted) {
+    return fail_writing(sink, reason(sf_error(sink->file)));
+  }
+  sink->frames_written += wanted > 0 ? wanted : 0;
+  return true;
+}
+
+// Runs up to CHUNK samples of `unit` through the resampler and stores what comes out.
+static bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limit, bool end) {
+  size_t at = 0;
+  for (;;) {
+    size_t used = samples - at;
+    const long made = resampler_run(&sink->convert, sink->unit.data() + at, &used,
+                                    sink->converted.data(), CHUNK, end);
+    if (made < 0) {
+      return fail("converting the sample rate for " + sink->name + " failed");
+    }
+    at += used;
+    for (size_t n = 0; n < static_cast<size_t>(made); ++n) {
+      sink->pcm[n] = host_sample_from_float(sink->converted[n]);
+    }
+    if (!store(sink, sink->pcm.data(), static_cast<size_t>(made), frame_limit)) {
+      return false;
+    }
+    if (made == 0 && (used == 0 || at == samples)) {
+      return true;
+    }
+  }
+}
+
+bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
+  if (sink->convert.state == nullptr) {
+    return store(sink, pcm, samples, frame_limit);
+  }
+  for (size_t at = 0; at < samples; at += CHUNK) {
+    const size_t piece = samples - at < CHUNK ? samples - at : CHUNK;
+    for (size_t n = 0; n < piece; ++n) {
+      sink->unit[n] = static_cast<float>(pcm[at + n]) / FULL_SCALE;
+    }
+    if (!store_converted(sink, piece, frame_limit, false)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The resampler may end a frame early; the output is as long as the input.
+static bool pad(audio_sink *sink, int64_t frames) {
+  memset(sink->pcm.data(), 0, sink->pcm.size() * sizeof(int16_t));
+  while (sink->frames_written < frames) {
+    if (!store(sink, sink->pcm.data(), CHUNK, frames)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Completes the sound file and leaves it to the operating system, safely.
+static bool settle(audio_sink *sink) {
+  errno = 0;
+  if (sink->frames_written == 0) {
+    // FLAC files get their header with the first samples, or here.
+    sf_command(sink->file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
+  }
+  const int error = sf_close(sink->file);
+  sink->file = nullptr;
+  if (error != SF_ERR_NO_ERROR) {
+    return fail_writing(sink, reason(error));
+  }
+  // A device cannot be synchronised; a regular file must be whole before it takes its name.
+  const bool synced = sink->temp.empty() || fsync(sink->fd) == 0;
+  const bool closed = close(sink->fd) == 0;
+  sink->fd = -1;
+  if (!synced || !closed) {
+    return fail_writing(sink, strerror(errno));
+  }
+  if (!sink->temp.empty() && rename(sink->temp.c_str(), sink->path.c_str()) != 0) {
+    return fail_writing(sink, strerror(errno));
+  }
+  sink->temp.clear();
+  return true;
+}
+
+bool sink_finish(audio_sink *sink, int64_t frames) {
+  bool good = true;
+  if (sink->convert.state != nullptr) {
+    good = store_converted(sink, 0, frames, true);
+    resampler_close(&sink->convert);
+  }
+  if (sink->file != nullptr) {
+    return good && pad(sink, frames) && settle(sink);
+  }
+  const bool closed = close(sink->fd) == 0;
+  sink->fd = -1;
+  return good && (closed || fail_writing(sink, strerror(errno)));
+}
+
+void sink_abort(audio_sink *sink) {
+  if (sink->file != nullptr) {
+    sf_close(sink->file);
+    sink->file = nullptr;
+  }
+  if (sink->fd != -1) {
+    close(sink->fd);
+    sink->fd = -1;
+  }
+  if (!sink->temp.empty()) {
+    unlink(sink->temp.c_str());
+    sink->temp.clear();
+  }
+  resampler_close(&sink->convert);
+}

@@ -1,0 +1,243 @@
+// The subcommand `se_bf enhance`: enhances a recording or a stream.
+#include "enhance.h"
+
+#include <errno.h>
+#include <math.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "audio_sink.h"
+#include "audio_source.h"
+#include "process.h"
+#include "report.h"
+#include "se_bf_host.h"
+#include "tm_se_bf.h"
+
+static constexpr size_t CHUNK_FRAMES = 4096;  // frames at 16 kHz taken through the host at a time
+static constexpr float DECIBEL_BASE = 10.0f;
+static constexpr float DECIBELS_PER_DECADE = 20.0f;  // of an amplitude
+static constexpr int MAX_EVENTS = 20;  // reported per run: a loose contact fills screens
+
+struct mode_name {
+  const char *name;
+  int32_t mode;
+};
+
+static const mode_name MODES[] = {{"mean", SE_BF_MODE_MEAN},
+                                  {"omlsa", SE_BF_MODE_OMLSA},
+                                  {"mvdr", SE_BF_MODE_MVDR},
+                                  {"mono", SE_BF_MODE_MONO}};
+
+struct enhance_job {
+  const enhance_options *options;
+  std::string mode;  // that runs
+  audio_source source;
+  audio_sink sink;
+  host *engine;
+  int64_t samples_in;  // per channel, at 16 kHz
+  int64_t clipped_in;  // samples at full scale, after the gain
+  int64_t clipped_out;
+  int events;         // reported so far
+  double started_at;  // report_processor_time()
+};
+
+static std::string seconds(int64_t samples) {
+  return report_number(static_cast<double>(samples) / ENHANCE_RATE_HZ, 2) + " s";
+}
+
+static std::string describe(const enhance_job *job, const host_event *event) {
+  const std::string name = job->source.name;
+  const std::string since = seconds(event->since);
+  const bool beamformer = job->mode == "mvdr";
+  const bool plain = job->options->plain;
+  switch (event->kind) {
+    case HOST_EVENT_DEAD:
+      return "warning: microphone " + std::to_string(event->mic) +
+             " is silent or 40 dB weaker from " + since + " on; the other one is used alone";
+    case HOST_EVENT_IDENTICAL:
+      return "warning: the two channels of " + name + " are identical from " + since +
+             " on; noise is suppressed as with one microphone";
+    case HOST_EVENT_SILENT:
+      return "warning: both microphones are silent from " + since +
+             " on, which counts as a fault with --plain";
+    case HOST_EVENT_EQUAL_LEVELS:
+      return "both microphones had exactly the same level at " + since +
+             ", which counts as a fault";
+    default:
+      break;
+  }
+  std::string healed = "both microphones work again since " + since;
+  if (!beamformer) {
+    return healed;
+  }
+  return healed + (event->beamforming ? "; beamforming resumed at " + seconds(event->time)
+                   : plain            ? "; there is no beamforming any more because of --plain"
+                                      : "; beamforming did not resume");
+}
+
+static void on_event(void *user, const host_event *event) {
+  enhance_job *job = static_cast<enhance_job *>(user);
+  ++job->events;
+  if (job->events < MAX_EVENTS) {
+    report_line(describe(job, event));
+  } else if (job->events == MAX_EVENTS) {
+    report_line("warning: the microphones keep failing; no more of it is reported");
+  }
+}
+
+static int32_t mode_value(const std::string &name) {
+  int32_t value = SE_BF_MODE_OMLSA;
+  for (const mode_name &known : MODES) {
+    value = name == known.name ? known.mode : value;
+  }
+  return value;
+}
+
+static void choose_mode(enhance_job *job) {
+  const std::string &asked = job->options->mode;
+  if (job->source.picks.size() == 2) {
+    job->mode = asked.empty() ? "mvdr" : asked;
+    return;
+  }
+  job->mode = "omlsa";
+  if (!asked.empty() && asked != job->mode) {
+    report_line("warning: one channel is always enhanced in mode omlsa; mode " + asked +
+                " needs two channels");
+  }
+}
+
+static bool open_host(enhance_job *job) {
+  const enhance_options *options = job->options;
+  host_config config = {};
+  choose_mode(job);
+  config.channels = static_cast<int32_t>(job->source.picks.size());
+  config.mode = mode_value(job->mode);
+  config.hop = options->hop;
+  config.mic_distance = options->mic_distance_m;
+  config.doa = options->doa_deg;
+  config.plain = options->plain;
+  config.on_event = on_event;
+  config.user = job;
+  job->engine = host_create(&config);
+  if (job->engine == nullptr) {
+    report_line("the enhancer could not be created; free some memory and try again");
+  }
+  return job->engine != nullptr;
+}
+
+static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
+  int64_t count = 0;
+  for (size_t n = 0; n < samples; ++n) {
+    count += pcm[n] == INT16_MAX || pcm[n] == INT16_MIN ? 1 : 0;
+  }
+  return count;
+}
+
+static bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
+  job->clipped_out += count_full_scale(pcm, samples);
+  return sink_write(&job->sink, pcm, samples, job->source.frames_read);
+}
+
+static void show_progress(const enhance_job *job) {
+  const audio_source *src = &job->source;
+  const double rate = static_cast<double>(src->rate_hz);
+  report_progress(static_cast<double>(src->frames_read) / rate,
+                  static_cast<double>(src->frames_total) / rate);
+}
+
+// Takes everything from the source through the host to the sink.
+static bool stream(enhance_job *job) {
+  const size_t channels = job->source.picks.size();
+  const float gain = powf(DECIBEL_BASE, job->options->gain_db / DECIBELS_PER_DECADE);
+  std::vector<float> in(CHUNK_FRAMES * channels);
+  std::vector<int16_t> pcm(CHUNK_FRAMES * channels);
+  std::vector<int16_t> out(CHUNK_FRAMES + HOST_BLOCK);
+  long frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
+  while (frames > 0 && !process_stopped()) {
+    const size_t count = static_cast<size_t>(frames);
+    for (size_t n = 0; n < count * channels; ++n) {
+      pcm[n] = host_sample_from_float(gain * in[n]);
+    }
+    job->samples_in += frames;
+    job->clipped_in += count_full_scale(pcm.data(), count * channels);
+    const size_t made = host_push_s16(job->engine, pcm.data(), count, out.data());
+    if (!write_out(job, out.data(), made)) {
+      return false;
+    }
+    show_progress(job);
+    frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
+  }
+  if (frames < 0 || process_stopped()) {
+    return false;
+  }
+  return write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
+}
+
+static void summarise(const enhance_job *job) {
+  const double duration = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
+  const double taken = report_processor_time() - job->started_at;
+  const double factor = duration > 0.0 ? taken / duration : 0.0;
+  report_line(report_number(duration, 2) + " s enhanced in " + report_number(taken, 2) +
+              " s of computing (real-time factor " + report_number(factor, 4) + "), mode " +
+              job->mode + ", hop " + std::to_string(job->options->hop) +
+              ", clipped samples: " + std::to_string(job->clipped_in) + " in, " +
+              std::to_string(job->clipped_out) + " out");
+}
+
+// What was wrong with the input, but not enough to stop.
+static void warn_of_input(const audio_source *src) {
+  if (src->not_finite > 0) {
+    report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->name +
+                " are no finite numbers and count as 0");
+  }
+  if (src->frames_read < src->frames_total) {
+    report_line("warning: " + src->name + " is cut off or damaged: it announces " +
+                std::to_string(src->frames_total) + " frames and holds " +
+                std::to_string(src->frames_read));
+  }
+}
+
+static bool run(enhance_job *job, int raw_out) {
+  const enhance_options *options = job->options;
+  if (!source_open(&job->source, options) ||
+      !sink_open(&job->sink, options->out, options->in, job->source.rate_hz, raw_out) ||
+      !open_host(job)) {
+    return false;
+  }
+  if (!options->quiet) {
+    report_progress_on();
+  }
+  job->started_at = report_processor_time();
+  const bool good = stream(job) && sink_finish(&job->sink, job->source.frames_read);
+  report_progress_off();
+  if (good) {
+    warn_of_input(&job->source);
+  }
+  if (good && !options->quiet) {
+    summarise(job);
+  }
+  return good;
+}
+
+int enhance_run(const enhance_options *options) {
+  // Descriptor 1 belongs to the audio; the library prints progress notes on it.
+  const int raw_out = process_claim_stdout(options->verbose);
+  if (raw_out == -1) {
+    report_line(std::string("standard output is not usable: ") + strerror(errno));
+    return 1;
+  }
+  process_catch_signals();
+  enhance_job job = {};
+  job.options = options;
+  job.sink.fd = -1;
+  const bool good = run(&job, raw_out);
+  host_destroy(job.engine);
+  source_close(&job.source);
+  if (!good) {
+    sink_abort(&job.sink);
+  }
+  if (!good && process_stopped()) {
+    process_die_of_signal();
+  }
+  return good ? 0 : 1;
+}

@@ -1,0 +1,28 @@
+// What the user asked for on the command line.
+#ifndef SE_BF_OPTIONS_H
+#define SE_BF_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+struct enhance_options {
+  std::string in;               // path, or "-" for raw PCM on standard input
+  std::string out;              // path, or "-" for raw PCM on standard output
+  std::string mode;             // "mean", "omlsa", "mvdr", "mono"; empty: by channel count
+  float mic_distance_m = 0.0f;  // 0: uniform steering
+  float doa_deg = 0.0f;
+  int hop = 320;                 // samples
+  float gain_db = 0.0f;          // applied to the input
+  std::vector<size_t> channels;  // zero-based picks; empty: all
+  size_t raw_channels = 1;       // of raw PCM on standard input
+  bool plain = false;            // no shielding
+  bool quiet = false;            // neither progress bar nor summary
+  bool verbose = false;          // shows the library's notes
+};
+
+struct conform_options {
+  std::string type;  // "bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono"; empty: all four
+  int hop = 192;     // samples
+};
+
+#endif  // SE_BF_OPTIONS_H

@@ -1,0 +1,77 @@
+// What the program arranges with the operating system: standard descriptors, signals, raw output.
+#include "process.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+static volatile sig_atomic_t g_signal = 0;
+
+void process_fill_descriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    const bool closed = fcntl(fd, F_GETFD) == -1 && errno == EBADF;
+    if (closed && open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) == -1) {
+      return;
+    }
+  }
+}
+
+int process_claim_stdout(bool show_notes) {
+  fflush(stdout);
+  const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (own == -1) {
+    return -1;
+  }
+  const int notes = show_notes ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
+  const bool moved = notes != -1 && dup2(notes, STDOUT_FILENO) != -1;
+  if (notes != -1) {
+    close(notes);
+  }
+  if (!moved) {
+    close(own);
+    return -1;
+  }
+  return own;
+}
+
+static void note_signal(int number) {
+  g_signal = number;
+}
+
+void process_catch_signals() {
+  struct sigaction action = {};
+  sigemptyset(&action.sa_mask);
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, nullptr);
+  // No restart: a read that waits for a silent pipe must return. A second signal ends at once.
+  action.sa_handler = note_signal;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGHUP, &action, nullptr);
+}
+
+bool process_stopped() {
+  return g_signal != 0;
+}
+
+void process_die_of_signal() {
+  signal(g_signal, SIG_DFL);
+  raise(g_signal);
+}
+
+bool process_write(int fd, const void *data, size_t bytes) {
+  const char *next = static_cast<const char *>(data);
+  while (bytes > 0) {
+    const ssize_t count = write(fd, next, bytes);
+    if (count < 0 && (errno != EINTR || process_stopped())) {
+      return false;
+    }
+    const size_t done = count > 0 ? static_cast<size_t>(count) : 0;
+    next += done;
+    bytes -= done;
+  }
+  return true;
+}

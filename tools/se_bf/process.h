@@ -1,0 +1,28 @@
+// What the program arranges with the operating system: standard descriptors, signals, raw output.
+#ifndef SE_BF_PROCESS_H
+#define SE_BF_PROCESS_H
+
+#include <stddef.h>
+
+// Opens /dev/null on standard descriptors that the caller closed, so that no file of ours takes
+// their place: in the wrong direction, so that using them is an error as before.
+void process_fill_descriptors();
+
+// Takes standard output away from the library, which prints progress notes there: returns a new
+// descriptor of what standard output was, and points descriptor 1 at /dev/null, or at standard
+// error if `show_notes`. Returns -1 with errno set on failure.
+int process_claim_stdout(bool show_notes);
+
+// Lets interrupt, termination and hang-up end the work orderly, and closed pipes show as errors.
+void process_catch_signals();
+
+// True once one of those signals has arrived.
+bool process_stopped();
+
+// Ends the process by the signal that arrived, as its parent expects.
+void process_die_of_signal();
+
+// Writes all bytes. Returns false with errno set, EINTR when a signal asked for the end.
+bool process_write(int fd, const void *data, size_t bytes);
+
+#endif  // SE_BF_PROCESS_H
