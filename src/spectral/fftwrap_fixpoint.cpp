@@ -61,6 +61,7 @@ fft_setup *spx_fft_init(int32_t n) {
   const int32_t forward_status = arm_rfft_init_q31(&setup->forward, length, 0, 1);
   const int32_t inverse_status = arm_rfft_init_q31(&setup->inverse, length, 1, 1);
   setup->n = n;
+  setup->kernel = q31_vector_kernel_for(n);
   const int32_t word = sizeof(int32_t);
   setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc(2 * n * word));
   setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc(n * word));
@@ -80,6 +81,10 @@ void spx_fft_destroy(fft_setup *setup) {
 }
 
 void spx_fft(fft_setup *setup, const float *in, float *out) {
+  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+  if (setup->kernel != nullptr && setup->kernel->forward(work, setup->n, in, out)) {
+    return;
+  }
   const float scale = block_scale(in, setup->n);
   to_q31(in, scale, setup->frame_q31, setup->n);
   arm_rfft_q31(&setup->forward, setup->frame_q31, setup->spectrum_q31);
@@ -95,6 +100,10 @@ void spx_ifft(fft_setup *setup, const float *in, float *out) {
 }
 
 void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
+  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+  if (setup->kernel != nullptr && setup->kernel->inverse(work, setup->n, in, out)) {
+    return;
+  }
   const float scale = block_scale(in, setup->n);
   to_q31(in, scale, setup->spectrum_q31, setup->n);
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "spectral/q31_rfft.h"
+#include "spectral/q31_vector_rfft.h"
 #include "support/tamrin_memory.h"
 
 #pragma pack(push, 4)
@@ -20,9 +21,10 @@
 struct fft_setup {
   rfft_q31_instance forward;
   rfft_q31_instance inverse;
-  int32_t *spectrum_q31;  // 2N words: forward output, inverse input
-  int32_t *frame_q31;     // N words: forward input, inverse output
-  int32_t n;              // FFT length N
+  int32_t *spectrum_q31;            // 2N words: forward output, inverse input
+  int32_t *frame_q31;               // N words: forward input, inverse output
+  int32_t n;                        // FFT length N
+  const q31_vector_kernel *kernel;  // vector form of both directions, or null
 };
 #pragma pack(pop)
 

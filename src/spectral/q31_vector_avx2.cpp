@@ -1,0 +1,146 @@
+// Lanes of x86-64 processors with AVX2: eight values a vector. Compiled for AVX2, called only where
+// it exists.
+#include "spectral/q31_vector_rfft.h"
+
+#if defined(__AVX2__)
+
+#include <immintrin.h>
+
+#include "spectral/q31_vector_stages.h"
+
+namespace {
+
+struct avx2_lanes {
+  using ints = __m256i;
+  using floats = __m256;
+  static constexpr int32_t kWidth = 8;
+
+  struct pair {
+    ints v0, v1;
+  };
+  struct quad {
+    ints v0, v1, v2, v3;
+  };
+
+  static ints load(const int32_t *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+  }
+  static void store(int32_t *p, ints x) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), x);
+  }
+  // Four values from p and four from p + offset.
+  static ints load_quads(const int32_t *p, int32_t offset) {
+    return _mm256_loadu2_m128i(reinterpret_cast<const __m128i *>(p + offset),
+                               reinterpret_cast<const __m128i *>(p));
+  }
+  static void store_quads(int32_t *p, int32_t offset, ints x) {
+    _mm256_storeu2_m128i(reinterpret_cast<__m128i *>(p + offset), reinterpret_cast<__m128i *>(p),
+                         x);
+  }
+  // Values p[0], p[-1], ... p[-7].
+  static ints load_reversed(const int32_t *p) {
+    const ints backwards = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+    return _mm256_permutevar8x32_epi32(load(p - (kWidth - 1)), backwards);
+  }
+
+  static ints add(ints x, ints y) {
+    return _mm256_add_epi32(x, y);
+  }
+  static ints subtract(ints x, ints y) {
+    return _mm256_sub_epi32(x, y);
+  }
+  template <int kBits>
+  static ints shift_down(ints x) {
+    return _mm256_srai_epi32(x, kBits);
+  }
+
+  static ints high_words(ints even, ints odd) {
+    return _mm256_blend_epi32(_mm256_srli_epi64(even, 32), odd, 0xAA);
+  }
+  static ints even_product(ints x, ints y) {
+    return _mm256_mul_epi32(x, y);
+  }
+  static ints odd_product(ints x, ints y) {
+    return _mm256_mul_epi32(_mm256_srli_epi64(x, 32), _mm256_srli_epi64(y, 32));
+  }
+  static ints half() {
+    return _mm256_set1_epi64x(int64_t{1} << 31);
+  }
+  static ints mul_high(ints x, ints y) {
+    return high_words(even_product(x, y), odd_product(x, y));
+  }
+  static ints mul_high_by_positive(ints x, ints c) {
+    return mul_high(x, c);
+  }
+  static ints mul_high_round(ints x, ints y) {
+    return high_words(_mm256_add_epi64(half(), even_product(x, y)),
+                      _mm256_add_epi64(half(), odd_product(x, y)));
+  }
+  static ints mul_high_round_negated(ints x, ints y) {
+    return high_words(_mm256_sub_epi64(half(), even_product(x, y)),
+                      _mm256_sub_epi64(half(), odd_product(x, y)));
+  }
+
+  // Transposes 4 x 4 values in each half of the vectors.
+  static quad transpose(ints a, ints b, ints c, ints d) {
+    const ints ab_low = _mm256_unpacklo_epi32(a, b);
+    const ints ab_high = _mm256_unpackhi_epi32(a, b);
+    const ints cd_low = _mm256_unpacklo_epi32(c, d);
+    const ints cd_high = _mm256_unpackhi_epi32(c, d);
+    return {_mm256_unpacklo_epi64(ab_low, cd_low), _mm256_unpackhi_epi64(ab_low, cd_low),
+            _mm256_unpacklo_epi64(ab_high, cd_high), _mm256_unpackhi_epi64(ab_high, cd_high)};
+  }
+  static pair zip(ints x, ints y) {
+    const ints low = _mm256_unpacklo_epi32(x, y);
+    const ints high = _mm256_unpackhi_epi32(x, y);
+    return {_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31)};
+  }
+
+  static floats no_peak() {
+    return _mm256_setzero_ps();
+  }
+  // Keeps the peak where the magnitude is not a number: the second operand wins then.
+  static floats larger_magnitude(const float *in, floats peaks) {
+    const floats sign = _mm256_set1_ps(-0.0f);
+    return _mm256_max_ps(_mm256_andnot_ps(sign, _mm256_loadu_ps(in)), peaks);
+  }
+  static float highest(floats x) {
+    const __m128 four = _mm_max_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
+    const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));
+    return _mm_cvtss_f32(_mm_max_ss(two, _mm_shuffle_ps(two, two, 1)));
+  }
+  // Truncated; not-a-number becomes 0.
+  static ints to_words(floats x) {
+    const floats ordered = _mm256_cmp_ps(x, x, _CMP_ORD_Q);
+    return _mm256_and_si256(_mm256_cvttps_epi32(x), _mm256_castps_si256(ordered));
+  }
+  static pair load_pairs(const float *in, float scale) {
+    const floats factor = _mm256_set1_ps(scale);
+    const floats low = _mm256_loadu_ps(in);
+    const floats high = _mm256_loadu_ps(in + kWidth);
+    const floats outer = _mm256_permute2f128_ps(low, high, 0x20);
+    const floats inner = _mm256_permute2f128_ps(low, high, 0x31);
+    const floats even = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(2, 0, 2, 0));
+    const floats odd = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(3, 1, 3, 1));
+    return {to_words(_mm256_mul_ps(factor, even)), to_words(_mm256_mul_ps(factor, odd))};
+  }
+  static void store_interleaved(float *out, ints even, ints odd, float gain) {
+    const floats factor = _mm256_set1_ps(gain);
+    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(even), factor);
+    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(odd), factor);
+    const floats low = _mm256_unpacklo_ps(first, second);
+    const floats high = _mm256_unpackhi_ps(first, second);
+    _mm256_storeu_ps(out, _mm256_permute2f128_ps(low, high, 0x20));
+    _mm256_storeu_ps(out + kWidth, _mm256_permute2f128_ps(low, high, 0x31));
+  }
+};
+
+}  // namespace
+
+const q31_vector_kernel q31_vector_avx2 = q31_vector::vector_kernel<avx2_lanes>();
+
+#else
+
+const q31_vector_kernel q31_vector_avx2 = {};
+
+#endif

@@ -1,0 +1,119 @@
+// Lanes of 64-bit ARM processors: four values a vector.
+#include "spectral/q31_vector_rfft.h"
+
+#if defined(__aarch64__) && defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+
+#include <arm_neon.h>
+
+#include "spectral/q31_vector_stages.h"
+
+namespace {
+
+struct neon_lanes {
+  using ints = int32x4_t;
+  using floats = float32x4_t;
+  static constexpr int32_t kWidth = 4;
+
+  struct pair {
+    ints v0, v1;
+  };
+  struct quad {
+    ints v0, v1, v2, v3;
+  };
+
+  static ints load(const int32_t *p) {
+    return vld1q_s32(p);
+  }
+  static void store(int32_t *p, ints x) {
+    vst1q_s32(p, x);
+  }
+  static ints load_quads(const int32_t *p, int32_t) {
+    return load(p);
+  }
+  static void store_quads(int32_t *p, int32_t, ints x) {
+    store(p, x);
+  }
+  // Values p[0], p[-1], p[-2], p[-3].
+  static ints load_reversed(const int32_t *p) {
+    const ints swapped = vrev64q_s32(load(p - (kWidth - 1)));
+    return vextq_s32(swapped, swapped, 2);
+  }
+
+  static ints add(ints x, ints y) {
+    return vaddq_s32(x, y);
+  }
+  static ints subtract(ints x, ints y) {
+    return vsubq_s32(x, y);
+  }
+  template <int kBits>
+  static ints shift_down(ints x) {
+    return vshrq_n_s32(x, kBits);
+  }
+
+  static ints high_words(int64x2_t low, int64x2_t high) {
+    return vuzp2q_s32(vreinterpretq_s32_s64(low), vreinterpretq_s32_s64(high));
+  }
+  static int64x2_t half() {
+    return vdupq_n_s64(int64_t{1} << 31);
+  }
+  static ints mul_high(ints x, ints y) {
+    return high_words(vmull_s32(vget_low_s32(x), vget_low_s32(y)), vmull_high_s32(x, y));
+  }
+  static ints mul_high_by_positive(ints x, ints c) {
+    return mul_high(x, c);
+  }
+  static ints mul_high_round(ints x, ints y) {
+    return high_words(vmlal_s32(half(), vget_low_s32(x), vget_low_s32(y)),
+                      vmlal_high_s32(half(), x, y));
+  }
+  static ints mul_high_round_negated(ints x, ints y) {
+    return high_words(vmlsl_s32(half(), vget_low_s32(x), vget_low_s32(y)),
+                      vmlsl_high_s32(half(), x, y));
+  }
+
+  static quad transpose(ints a, ints b, ints c, ints d) {
+    const int64x2_t ab_low = vreinterpretq_s64_s32(vzip1q_s32(a, b));
+    const int64x2_t ab_high = vreinterpretq_s64_s32(vzip2q_s32(a, b));
+    const int64x2_t cd_low = vreinterpretq_s64_s32(vzip1q_s32(c, d));
+    const int64x2_t cd_high = vreinterpretq_s64_s32(vzip2q_s32(c, d));
+    return {vreinterpretq_s32_s64(vzip1q_s64(ab_low, cd_low)),
+            vreinterpretq_s32_s64(vzip2q_s64(ab_low, cd_low)),
+            vreinterpretq_s32_s64(vzip1q_s64(ab_high, cd_high)),
+            vreinterpretq_s32_s64(vzip2q_s64(ab_high, cd_high))};
+  }
+  static pair zip(ints x, ints y) {
+    return {vzip1q_s32(x, y), vzip2q_s32(x, y)};
+  }
+
+  static floats no_peak() {
+    return vdupq_n_f32(0.0f);
+  }
+  // Keeps the peak where the magnitude is not a number.
+  static floats larger_magnitude(const float *in, floats peaks) {
+    return vmaxnmq_f32(vabsq_f32(vld1q_f32(in)), peaks);
+  }
+  static float highest(floats x) {
+    return vmaxvq_f32(x);
+  }
+  // vcvtq truncates, and not-a-number becomes 0.
+  static pair load_pairs(const float *in, float scale) {
+    const float32x4x2_t pairs = vld2q_f32(in);
+    return {vcvtq_s32_f32(vmulq_n_f32(pairs.val[0], scale)),
+            vcvtq_s32_f32(vmulq_n_f32(pairs.val[1], scale))};
+  }
+  static void store_interleaved(float *out, ints even, ints odd, float gain) {
+    const float32x4x2_t pairs = {
+        {vmulq_n_f32(vcvtq_f32_s32(even), gain), vmulq_n_f32(vcvtq_f32_s32(odd), gain)}};
+    vst2q_f32(out, pairs);
+  }
+};
+
+}  // namespace
+
+const q31_vector_kernel q31_vector_neon = q31_vector::vector_kernel<neon_lanes>();
+
+#else
+
+const q31_vector_kernel q31_vector_neon = {};
+
+#endif

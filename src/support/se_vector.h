@@ -1,0 +1,18 @@
+// Attributes for code in and beside per-frame loops.
+//
+// SE_BF_VECTOR_CLONES: loops that the compiler also compiles for wider vectors. On x86-64 the
+// loader picks the AVX2 form where the processor has it. Both forms give the same bits: the loops
+// hold independent lanes in single precision, and products are never contracted into sums.
+#ifndef TM_SE_BF_SUPPORT_SE_VECTOR_H
+#define TM_SE_BF_SUPPORT_SE_VECTOR_H
+
+#if defined(TM_SE_BF_USE_AVX2) && !defined(__AVX2__)
+#define SE_BF_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define SE_BF_VECTOR_CLONES __attribute__((noinline))
+#endif
+
+// Attribute of functions that run once per instance or not at all, for small code beside hot loops.
+#define SE_BF_RARELY_RUN __attribute__((cold, noinline))
+
+#endif  // TM_SE_BF_SUPPORT_SE_VECTOR_H
