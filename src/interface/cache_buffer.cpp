@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/se_vector.h"
+
 namespace {
 
 constexpr float kPcmMax = 32767.0f;
@@ -12,20 +14,33 @@ float *pool_floats(int32_t count) {
   return static_cast<float *>(tamrin_malloc(count * static_cast<int32_t>(sizeof(float))));
 }
 
-int16_t to_pcm(float x) {
-  if (x > kPcmMax) {
-    return INT16_MAX;
+// Samples of one channel out of interleaved ones.
+SE_BF_VECTOR_CLONES void take_channel(const int16_t *__restrict interleaved, int32_t channels,
+                                      float *__restrict samples, int32_t count) {
+  if (channels == 1) {
+    for (int32_t i = 0; i < count; ++i) {
+      samples[i] = static_cast<float>(interleaved[i]);
+    }
+    return;
   }
-  if (x < kPcmMin) {
-    return INT16_MIN;
+  for (int32_t i = 0; i < count; ++i) {
+    samples[i] = static_cast<float>(interleaved[2 * i]);
   }
-  return static_cast<int16_t>(x);
+}
+
+// Clipped to 16 bits, then truncated toward zero.
+SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float below = x[i] > kPcmMax ? kPcmMax : x[i];
+    const float clipped = below < kPcmMin ? kPcmMin : below;
+    out[i] = static_cast<int16_t>(static_cast<int32_t>(clipped));
+  }
 }
 
 }  // namespace
 
-catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len, int32_t num_ch_in,
-                             int32_t out_channels) {
+SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len,
+                                              int32_t num_ch_in, int32_t out_channels) {
   catch_buf *cb = static_cast<catch_buf *>(tamrin_malloc(sizeof(catch_buf)));
   if (cb == nullptr || hop_len > block_len) {
     return cb;
@@ -74,9 +89,7 @@ int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
     for (int32_t i = 0; i < carried; ++i) {
       samples[i] = cb->stage[i * channels + c];
     }
-    for (int32_t i = 0; i < need; ++i) {
-      samples[carried + i] = static_cast<float>(source[i * channels + c]);
-    }
+    take_channel(source + c, channels, samples + carried, need);
   }
 
   const int32_t remaining = cb->block_len - cb->read_pos - need;
@@ -88,9 +101,7 @@ int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
   }
 
   cb->staged_count = remaining * channels;
-  for (int32_t i = 0; i < cb->staged_count; ++i) {
-    cb->stage[i] = static_cast<float>(source[need * channels + i]);
-  }
+  take_channel(source + need * channels, 1, cb->stage, cb->staged_count);
   cb->read_pos = 0;
   return remaining;
 }
@@ -102,9 +113,7 @@ void se_buffer_output_block(catch_buf *cb, const float *hop) {
 }
 
 void se_form_output_frame(catch_buf *cb, int16_t *out) {
-  for (int32_t i = 0; i < cb->block_len; ++i) {
-    out[i] = to_pcm(cb->out_store[i]);
-  }
+  to_pcm(cb->out_store, out, cb->block_len);
 
   cb->out_fill -= cb->out_channels * cb->block_len;
   if (cb->out_fill > 0) {

@@ -1,6 +1,8 @@
 // Level comparison of two microphones.
 #include "interface/channel_fault.h"
 
+#include "support/se_vector.h"
+
 namespace {
 
 // Smoothing of the levels from call to call; the complement is formed in single precision.
@@ -13,20 +15,63 @@ constexpr double kSilentLevel = 1e-10;
 // Ratio of levels, 40 dB, beyond which the weaker microphone counts as dead.
 constexpr float kDeadRatio = 100.0f;
 
+// Largest sum up to which single precision counts every integer, and sample pairs that cannot
+// exceed it.
+constexpr float kExactSum = 16777216.0f;
+constexpr int32_t kExactPairs = 512;
+
 // Smoothed sums of absolute sample values of channel 0 and 1, over the whole call.
 float pwr1 = 0.0f;
 float pwr2 = 0.0f;
 
-float absolute_sum(const int16_t *in, int32_t n) {
+struct channel_sums {
+  float first;
+  float second;
+};
+
+int32_t magnitude(int16_t sample) {
+  return sample < 0 ? -sample : sample;
+}
+
+// Sums of absolute values over n sample pairs in integer arithmetic, n at most kExactPairs.
+SE_BF_VECTOR_CLONES channel_sums short_sums(const int16_t *in, int32_t n) {
+  int32_t first = 0;
+  int32_t second = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    first += magnitude(in[2 * i]);
+    second += magnitude(in[2 * i + 1]);
+  }
+  return {static_cast<float>(first), static_cast<float>(second)};
+}
+
+// The same in single precision, sample by sample: what a sum is that leaves the exact range.
+SE_BF_RARELY_RUN float rounded_sum(const int16_t *in, int32_t n) {
   float sum = 0.0f;
   for (int32_t i = 0; i < n; ++i) {
-    const int32_t sample = in[2 * i];
-    sum += static_cast<float>(sample < 0 ? -sample : sample);
+    sum += static_cast<float>(magnitude(in[2 * i]));
   }
   return sum;
 }
 
-void copy_channel(int16_t *in, int32_t from, int32_t to, int32_t n) {
+// Levels are sums in single precision in the order of the samples. As long as a sum stays within
+// 2^24 no addition rounds, so any order gives the same value, and integers are faster.
+channel_sums absolute_sums(const int16_t *in, int32_t n) {
+  channel_sums sums = {0.0f, 0.0f};
+  for (int32_t done = 0; done < n; done += kExactPairs) {
+    const int32_t count = n - done < kExactPairs ? n - done : kExactPairs;
+    const channel_sums part = short_sums(in + 2 * done, count);
+    sums = {sums.first + part.first, sums.second + part.second};
+  }
+  if (sums.first >= kExactSum) {
+    sums.first = rounded_sum(in, n);
+  }
+  if (sums.second >= kExactSum) {
+    sums.second = rounded_sum(in + 1, n);
+  }
+  return sums;
+}
+
+SE_BF_RARELY_RUN void copy_channel(int16_t *in, int32_t from, int32_t to, int32_t n) {
   for (int32_t i = 0; i < n; ++i) {
     in[2 * i + to] = in[2 * i + from];
   }
@@ -39,8 +84,9 @@ bool silent(float level) {
 }  // namespace
 
 int is_one_channel_brocken(int, int16_t *in, int32_t n) {
-  pwr1 = kLevelDecay * pwr1 + kLevelIntake * absolute_sum(in, n);
-  pwr2 = kLevelDecay * pwr2 + kLevelIntake * absolute_sum(in + 1, n);
+  const channel_sums sums = absolute_sums(in, n);
+  pwr1 = kLevelDecay * pwr1 + kLevelIntake * sums.first;
+  pwr2 = kLevelDecay * pwr2 + kLevelIntake * sums.second;
 
   if (pwr1 < pwr2) {
     if (silent(pwr1) || kDeadRatio * pwr1 < pwr2) {

@@ -4,25 +4,23 @@
 #include "interface/channel_fault.h"
 #include "interface/multi_common.h"
 #include "interface/stream_check.h"
+#include "support/se_vector.h"
 
 namespace {
 
-// Mean of the channels over frame[0 .. L-1].
-void average_channels(float *frame, int32_t channels, int32_t hop) {
-  for (int32_t m = 1; m < channels; ++m) {
-    for (int32_t i = 0; i < hop; ++i) {
-      frame[i] += frame[m * hop + i];
-    }
-  }
+// Mean of two channels over frame[0 .. L-1].
+SE_BF_VECTOR_CLONES void average_two(float *frame, int32_t hop) {
   for (int32_t i = 0; i < hop; ++i) {
-    frame[i] /= static_cast<float>(channels);
+    frame[i] = (frame[i] + frame[hop + i]) * 0.5f;
   }
 }
 
 // The mean counts every channel, also one that has just died: until the fault detector notices and
 // copies the good channel over it, the level is halved.
 float *bf_mono(se_bf_inst *inst, int32_t mode) {
-  average_channels(inst->frame, inst->num_ch_in, inst->hop_len);
+  if (inst->num_ch_in == 2) {
+    average_two(inst->frame, inst->hop_len);
+  }
   stft_time_to_spectrum(inst->stft, inst->frame, inst->spectrum);
 
   if (mode == SE_BF_MODE_OMLSA) {
@@ -38,10 +36,12 @@ float *bf_mono(se_bf_inst *inst, int32_t mode) {
 
 // G = (P - N) / P where the power P exceeds the noise N, else 0, written over P. P is the mean of
 // the microphones before beamforming, deliberately.
-void post_gain(float *power, const float *noise, int32_t bins) {
+SE_BF_VECTOR_CLONES void post_gain(float *__restrict power, const float *__restrict noise,
+                                   int32_t bins) {
   for (int32_t k = 0; k < bins; ++k) {
-    const bool audible = power[k] > 0.0f && power[k] > noise[k];
-    power[k] = audible ? (power[k] - noise[k]) / power[k] : 0.0f;
+    const float gain = (power[k] - noise[k]) / power[k];
+    const float above_noise = power[k] > noise[k] ? gain : 0.0f;
+    power[k] = power[k] > 0.0f ? above_noise : 0.0f;
   }
 }
 

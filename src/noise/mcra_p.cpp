@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/se_vector.h"
+
 namespace {
 
 // Smoothing of the power over about 10 frames: the minimum must follow the noise, not its ripple.
@@ -33,46 +35,55 @@ void copy_bins(float *to, const float *from, int32_t num_bins) {
   }
 }
 
-// S = alpha_s S + (1 - alpha_s) P; the first frame starts the recursion and the noise estimate.
-void smooth_power(mcra_state *state, const float *pwr) {
-  if (state->frame_cnt == 1) {
-    copy_bins(state->smoothed_pwr, pwr, state->num_bins);
-    copy_bins(state->lambdaD, pwr, state->num_bins);
-    return;
-  }
+// S = alpha_s S + (1 - alpha_s) P.
+SE_BF_VECTOR_CLONES void smooth_power(const mcra_state *state, const float *__restrict pwr) {
   const float alpha = state->alpha_s;
   const float rest = 1.0f - alpha;
-  for (int32_t k = 0; k < state->num_bins; ++k) {
-    state->smoothed_pwr[k] = alpha * state->smoothed_pwr[k] + rest * pwr[k];
+  const int32_t num_bins = state->num_bins;
+  float *__restrict smoothed = state->smoothed_pwr;
+  for (int32_t k = 0; k < num_bins; ++k) {
+    smoothed[k] = alpha * smoothed[k] + rest * pwr[k];
   }
 }
 
-void track_minimum(mcra_state *state) {
-  const float *smoothed = state->smoothed_pwr;
+SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x,
+                                  int32_t num_bins) {
+  for (int32_t k = 0; k < num_bins; ++k) {
+    minimum[k] = minimum[k] < x[k] ? minimum[k] : x[k];
+  }
+}
+
+void track_minimum(const mcra_state *state) {
   if (state->frame_cnt <= kWarmUpFrames) {
-    copy_bins(state->s_min, smoothed, state->num_bins);
-    copy_bins(state->s_tmp, smoothed, state->num_bins);
+    copy_bins(state->s_min, state->smoothed_pwr, state->num_bins);
+    copy_bins(state->s_tmp, state->smoothed_pwr, state->num_bins);
     return;
   }
-  for (int32_t k = 0; k < state->num_bins; ++k) {
-    state->s_min[k] = state->s_min[k] < smoothed[k] ? state->s_min[k] : smoothed[k];
-    state->s_tmp[k] = state->s_tmp[k] < smoothed[k] ? state->s_tmp[k] : smoothed[k];
-  }
+  lower_to(state->s_min, state->smoothed_pwr, state->num_bins);
+  lower_to(state->s_tmp, state->smoothed_pwr, state->num_bins);
 }
 
 // p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
 // lambda = a lambda + (1 - a) P. All factors 1 - x are formed in single precision: written as
 // literals they would differ, and p could reach 1, where the gain rule divides by zero.
-void update_noise(mcra_state *state, const float *pwr) {
-  const float presence = 1.0f - state->alpha_p;
-  const float held = 1.0f - state->alpha_d;
-  for (int32_t k = 0; k < state->num_bins; ++k) {
-    const float decayed = state->alpha_p * state->speech_prob[k];
-    const bool speech = state->smoothed_pwr[k] > state->delta * state->s_min[k];
-    const float probability = speech ? decayed + presence : decayed;
-    const float alpha = held * probability + state->alpha_d;
-    state->speech_prob[k] = probability;
-    state->lambdaD[k] = (1.0f - alpha) * pwr[k] + alpha * state->lambdaD[k];
+SE_BF_VECTOR_CLONES void update_noise(const mcra_state *state, const float *__restrict pwr) {
+  const float alpha_p = state->alpha_p;
+  const float alpha_d = state->alpha_d;
+  const float delta = state->delta;
+  const float presence = 1.0f - alpha_p;
+  const float held = 1.0f - alpha_d;
+  const int32_t num_bins = state->num_bins;
+  const float *__restrict smoothed = state->smoothed_pwr;
+  const float *__restrict minimum = state->s_min;
+  float *__restrict speech_prob = state->speech_prob;
+  float *__restrict noise = state->lambdaD;
+  for (int32_t k = 0; k < num_bins; ++k) {
+    const float decayed = alpha_p * speech_prob[k];
+    const float raised = decayed + presence;
+    const float probability = smoothed[k] > delta * minimum[k] ? raised : decayed;
+    const float alpha = held * probability + alpha_d;
+    speech_prob[k] = probability;
+    noise[k] = (1.0f - alpha) * pwr[k] + alpha * noise[k];
   }
 }
 
@@ -93,7 +104,7 @@ void close_subwindow(mcra_state *state) {
 
 }  // namespace
 
-mcra_state *mcra_init(int32_t num_bins, int32_t) {
+SE_BF_RARELY_RUN mcra_state *mcra_init(int32_t num_bins, int32_t) {
   mcra_state *state = static_cast<mcra_state *>(tamrin_malloc(sizeof(mcra_state)));
   if (state == nullptr) {
     return nullptr;
@@ -118,7 +129,7 @@ mcra_state *mcra_init(int32_t num_bins, int32_t) {
   return complete ? state : nullptr;
 }
 
-void mcra_uninit(mcra_state *state) {
+SE_BF_RARELY_RUN void mcra_uninit(mcra_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -133,7 +144,7 @@ void mcra_uninit(mcra_state *state) {
   tamrin_free(state);
 }
 
-void mcra_reset(mcra_state *state) {
+SE_BF_RARELY_RUN void mcra_reset(mcra_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -147,7 +158,12 @@ void mcra_reset(mcra_state *state) {
 
 const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
   state->frame_cnt += 1;
-  smooth_power(state, pwr);
+  if (state->frame_cnt == 1) {
+    copy_bins(state->smoothed_pwr, pwr, state->num_bins);
+    copy_bins(state->lambdaD, pwr, state->num_bins);
+  } else {
+    smooth_power(state, pwr);
+  }
   track_minimum(state);
   update_noise(state, pwr);
   close_subwindow(state);

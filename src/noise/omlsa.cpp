@@ -4,15 +4,19 @@
 #include <cmath>
 
 #include "support/se_maths.h"
+#include "support/se_vector.h"
 
 namespace {
 
 // Weight of the last frame's estimate in the a-priori SNR: strong smoothing against musical noise.
 constexpr float kAlphaXi = 0.95f;
 
-// Smallest noise power: keeps the SNR of digital silence finite. Compared in double precision.
+// Smallest noise power: keeps the SNR of digital silence finite. The single-precision constant is
+// the smallest float above the double one, so that "above the double" is "at least the single" for
+// a float.
 constexpr double kNoiseFloor = 1.19e-6;
 constexpr float kNoiseFloorSingle = 1.19e-6f;
+static_assert(static_cast<double>(kNoiseFloorSingle) > kNoiseFloor, "floor rounds up");
 
 // From decibels to the natural logarithm of an amplitude: 0.5 / 10 ln(10), the logarithm short on
 // purpose since the minimum gain's bits depend on it.
@@ -40,10 +44,10 @@ struct snr_pair {
 };
 
 bool above_noise_floor(float noise) {
-  return static_cast<double>(noise) > kNoiseFloor;
+  return noise >= kNoiseFloorSingle;
 }
 
-float *pool_ones(int32_t num_bins) {
+SE_BF_RARELY_RUN float *pool_ones(int32_t num_bins) {
   const int32_t bytes = num_bins * static_cast<int32_t>(sizeof(float));
   float *ones = static_cast<float *>(tamrin_malloc(bytes));
   for (int32_t k = 0; ones != nullptr && k < num_bins; ++k) {
@@ -82,9 +86,35 @@ float combined_gain(snr_pair snr, float prob, float log_gain_min) {
   return se_exp((1.0f - prob) * log_gain_min + prob * se_log(speech_gain));
 }
 
+// g^2 = xi / (xi + 1), xi = (1 - alpha) max(gamma - 1, 0) + alpha eta, gamma = P / ((1 - p)
+// lambda).
+SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float *__restrict pwr,
+                                          const float *__restrict noise,
+                                          const float *__restrict prob) {
+  const float alpha = state->alpha_xi;
+  const float rest = 1.0f - alpha;
+  const float prior_min = state->xi_min;
+  const int32_t num_bins = state->num_bins;
+  float *__restrict gain = state->gain;
+  float *__restrict eta = state->eta2item;
+  for (int32_t k = 0; k < num_bins; ++k) {
+    const float lambda = noise[k] >= kNoiseFloorSingle ? noise[k] : kNoiseFloorSingle;
+    const float posterior = pwr[k] / ((1.0f - prob[k]) * lambda);
+
+    const float excess = rest * (posterior - 1.0f);
+    const float innovation = excess < 0.0f ? 0.0f : excess;
+    const float directed = innovation + alpha * eta[k];
+    const float prior = directed < prior_min ? prior_min : directed;
+
+    const float wiener = prior / (prior + 1.0f);
+    gain[k] = se_sqrt(wiener);
+    eta[k] = posterior * wiener;
+  }
+}
+
 }  // namespace
 
-omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db) {
+SE_BF_RARELY_RUN omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db) {
   omlsa_state *state = static_cast<omlsa_state *>(tamrin_malloc(sizeof(omlsa_state)));
   if (state == nullptr) {
     return nullptr;
@@ -112,7 +142,7 @@ void omlsa_uninit(omlsa_state *state) {
   tamrin_free(state);
 }
 
-void omlsa_reset(omlsa_state *state) {
+SE_BF_RARELY_RUN void omlsa_reset(omlsa_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -133,24 +163,12 @@ const float *get_eta2item(const omlsa_state *state) {
 }
 
 const float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob) {
-  const float rest = 1.0f - state->alpha_xi;
-  for (int32_t k = 0; k < state->num_bins; ++k) {
-    const float lambda = above_noise_floor(noise[k]) ? noise[k] : kNoiseFloorSingle;
-    const float posterior = pwr[k] / ((1.0f - prob[k]) * lambda);
-
-    const float excess = rest * (posterior - 1.0f);
-    const float innovation = excess < 0.0f ? 0.0f : excess;
-    const float directed = innovation + state->alpha_xi * state->eta2item[k];
-    const float prior = directed < state->xi_min ? state->xi_min : directed;
-
-    const float wiener = prior / (prior + 1.0f);
-    state->gain[k] = se_sqrt(wiener);
-    state->eta2item[k] = posterior * wiener;
-  }
+  wiener_root_gain(state, pwr, noise, prob);
   return state->gain;
 }
 
-const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, const float *prob) {
+SE_BF_RARELY_RUN const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise,
+                                       const float *prob) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
     const float amplitude = combined_gain(snr, prob[k], state->log_gain_min);
@@ -164,7 +182,8 @@ const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, 
   return state->gain;
 }
 
-const float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise) {
+SE_BF_RARELY_RUN const float *do_mmse_map(omlsa_state *state, const float *pwr,
+                                          const float *noise) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
     const float u = 2.0f * se_sqrt(snr.prior * snr.posterior);

@@ -4,6 +4,36 @@
 
 #include "spatial/se_matrix_funcs.h"
 
+// Distinct parts of a Hermitian inverse ((a, conj(c)), (c, d)), and whether there is one.
+struct chmat_inverse {
+  float a;
+  float d;
+  se_complex c;
+  bool exists;
+};
+
+// Inverse of ((a, upper), (lower, d)) by Cramer's rule, the off-diagonal entries first made
+// conjugate. Inline and without branches, so that loops over bins vectorise.
+inline chmat_inverse chmat_pinv_of(float a, float d, se_complex upper, se_complex lower) {
+  const bool hermitian = upper.re == lower.re && upper.im == -lower.im;
+  const float mean_re = (upper.re + lower.re) * 0.5f;
+  const float mean_im = (upper.im - lower.im) * 0.5f;
+  const se_complex b = {hermitian ? upper.re : mean_re, hermitian ? upper.im : mean_im};
+
+  // Deliberate: an exactly singular matrix is divided by this sum instead of being regularised, and
+  // the beamformer's weights in such bins depend on it.
+  const float determinant = a * d - (b.re * b.re + b.im * b.im);
+  const float entry_sum = a + d + b.re + lower.re;
+  const float divisor = determinant == 0.0f ? entry_sum : determinant;
+
+  const float r = 1.0f / divisor;
+  const chmat_inverse inverse = {d * r, a * r, {-b.re * r, b.im * r}, false};
+  const float residue = se_finite_residue(inverse.a) + se_finite_residue(inverse.d) +
+                        se_finite_residue(inverse.c.re) + se_finite_residue(inverse.c.im);
+  const bool exists = divisor != 0.0f && residue == 0.0f;
+  return {inverse.a, inverse.d, inverse.c, exists};
+}
+
 // Writes the inverse of the Hermitian matrix A (entries A00, A01, A10, A11; out may be A) and
 // returns 0. Only the real parts of the diagonal are read; unequal off-diagonal entries are first
 // replaced by the mean of A01 and conj(A10). An exactly singular matrix is divided by the sum of

@@ -1,15 +1,13 @@
-// Covariance tracking and weight update of the two-microphone beamformer.
+// State and covariance tracking of the two-microphone beamformer; mvdr_mask_update.cpp has the
+// weights.
 #include "spatial/mvdr_mask.h"
 
-#include <cmath>
+#include <cstring>
 
 #include "spatial/array_util.h"
-#include "spatial/matrics_cevd.h"
-#include "spatial/matrics_cinv.h"
+#include "support/se_vector.h"
 
 namespace {
-
-constexpr int16_t kBeamformerChannels = 2;
 
 // Accumulators hold at most 12 h of frames (at 100 frames a second) and shrink to half an hour's
 // weight, so that a scene that changed after hours is learned again.
@@ -19,15 +17,12 @@ constexpr int32_t kRescaleTargetFrames = 180000;
 constexpr float kReservedA = -0.92104f;
 constexpr float kReservedB = 0.15848932f;
 
-// Response of the unnormalised weights below which a bin falls back to the mean of the microphones.
-constexpr double kSmallestResponse = 1e-15;
-
 void *pool_array(int32_t count, size_t element_bytes) {
   return tamrin_malloc(count * static_cast<int32_t>(element_bytes));
 }
 
 // The matrices of one bin; the pool hands out zeroed memory.
-bool create_bin_matrices(mvdr_evd_state *state, int32_t k) {
+SE_BF_RARELY_RUN bool create_bin_matrices(mvdr_evd_state *state, int32_t k) {
   const int32_t dim = state->channels;
   cmat *const matrices[] = {state->noise_cov_inv + k, state->noise_cov + k, state->speech_cov + k};
   for (cmat *matrix : matrices) {
@@ -43,7 +38,7 @@ bool create_bin_matrices(mvdr_evd_state *state, int32_t k) {
   return true;
 }
 
-bool create_arrays(mvdr_evd_state *state) {
+SE_BF_RARELY_RUN bool create_arrays(mvdr_evd_state *state) {
   const int32_t bins = state->bins;
   const int32_t channels = state->channels;
   state->speech_weight = static_cast<float *>(pool_array(bins, sizeof(float)));
@@ -78,79 +73,103 @@ void gather_bin(const se_complex *spectrum, int32_t k, int32_t bins, int32_t cha
   }
 }
 
+// A 2-by-2 matrix as eight floats, and the distinct parts of an outer product.
+using matrix_lanes = float __attribute__((vector_size(32)));
+using product_lanes = float __attribute__((vector_size(16)));
+
+// The distinct parts of x x^H per bin: |x0|^2, |x1|^2, real and imaginary part of x0 conj(x1).
+constexpr int32_t kBlockBins = 8;
+constexpr int32_t kProductParts = 4;
+
+// x0, x1: interleaved entries of the block's bins in either channel.
+inline void form_products(const float *__restrict x0, const float *__restrict x1,
+                          float *__restrict products) {
+  for (int32_t i = 0; i < kBlockBins; ++i) {
+    const float a = x0[2 * i];
+    const float b = x0[2 * i + 1];
+    const float c = x1[2 * i];
+    const float d = x1[2 * i + 1];
+    products[kProductParts * i] = a * a + b * b;
+    products[kProductParts * i + 1] = c * c + d * d;
+    products[kProductParts * i + 2] = a * c + b * d;
+    products[kProductParts * i + 3] = b * c - a * d;
+  }
+}
+
+// Entry 0 of a packed spectrum is not a bin: its real part alone is DC.
+inline void form_dc_product(float first, float second, float *products) {
+  products[0] = first * first;
+  products[1] = second * second;
+  products[2] = first * second;
+  products[3] = 0.0f;
+}
+
+// R_s += p x x^H and R_n += (1 - p) x x^H. Imaginary parts of the diagonals receive zeros.
+inline void accumulate_products(const float *parts, float p, const cmat *speech,
+                                const cmat *noise) {
+  constexpr product_lanes kZero = {0.0f, 0.0f, 0.0f, 0.0f};
+  constexpr matrix_lanes kConjugate = {1.0f, 1.0f, 1.0f, 1.0f, 1.0f, -1.0f, 1.0f, 1.0f};
+  product_lanes lanes;
+  matrix_lanes speech_lanes;
+  matrix_lanes noise_lanes;
+  std::memcpy(&lanes, parts, sizeof lanes);
+  std::memcpy(&speech_lanes, speech->data, sizeof speech_lanes);
+  std::memcpy(&noise_lanes, noise->data, sizeof noise_lanes);
+
+  const matrix_lanes product =
+      kConjugate * __builtin_shufflevector(lanes, kZero, 0, 4, 2, 3, 2, 3, 1, 4);
+  speech_lanes += p * product;
+  noise_lanes += (1.0f - p) * product;
+  std::memcpy(speech->data, &speech_lanes, sizeof speech_lanes);
+  std::memcpy(noise->data, &noise_lanes, sizeof noise_lanes);
+}
+
+// Bins 0 .. kBlockBins * blocks - 1 of two packed spectra.
+SE_BF_VECTOR_CLONES void accumulate_blocks(const mvdr_evd_state *state, const float *spectrum,
+                                           const float *speech_prob, int32_t blocks) {
+  const int32_t stride = state->bins - 1;
+  const cmat *speech = state->speech_cov;
+  const cmat *noise = state->noise_cov;
+  for (int32_t k = 0; k < blocks * kBlockBins; k += kBlockBins) {
+    float products[kBlockBins * kProductParts];
+    form_products(spectrum + 2 * k, spectrum + 2 * (stride + k), products);
+    if (k == 0) {
+      form_dc_product(spectrum[0], spectrum[2 * stride], products);
+    }
+#pragma GCC unroll 8
+    for (int32_t i = 0; i < kBlockBins; ++i) {
+      accumulate_products(products + kProductParts * i, speech_prob[k + i], speech + k + i,
+                          noise + k + i);
+    }
+  }
+}
+
+void accumulate_bin(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob,
+                    int32_t k) {
+  gather_bin(spectrum, k, state->bins, state->channels, state->scratch);
+  cmat_psd_with_mask(&state->speech_cov[k], speech_prob[k], state->scratch);
+  cmat_psd_with_mask(&state->noise_cov[k], 1.0f - speech_prob[k], state->scratch);
+}
+
+SE_BF_VECTOR_CLONES void add_weights(const mvdr_evd_state *state, const float *__restrict prob) {
+  const int32_t bins = state->bins;
+  float *__restrict speech = state->speech_weight;
+  float *__restrict noise = state->noise_weight;
+  for (int32_t k = 0; k < bins; ++k) {
+    speech[k] += prob[k];
+    noise[k] += 1.0f - prob[k];
+  }
+}
+
 void scale_bin(cmat *covariance, float *weight, float factor) {
   *weight *= factor;
   cmat_mul_fval(covariance, covariance, factor);
 }
 
-// 1 / weight for a weight that can normalise a covariance, else 0. Weights that have decayed into
-// denormals have no finite reciprocal: such a bin counts as one without that weight.
-float usable_reciprocal(float weight) {
-  if (!(weight > 0.0f)) {
-    return 0.0f;
-  }
-  const float reciprocal = 1.0f / weight;
-  return std::isfinite(reciprocal) ? reciprocal : 0.0f;
-}
-
-void refine_steering(mvdr_evd_state *state, int32_t k) {
-  const float reciprocal = usable_reciprocal(state->speech_weight[k]);
-  if (reciprocal == 0.0f) {
-    return;
-  }
-  cmat normalised = {state->channels, state->scratch};
-  cmat_mul_fval(&normalised, &state->speech_cov[k], reciprocal);
-  chmat_principal_ev(state->steering + k * state->channels, &normalised);
-}
-
-void invert_noise(mvdr_evd_state *state, int32_t k) {
-  const float reciprocal = usable_reciprocal(state->noise_weight[k]);
-  if (reciprocal == 0.0f) {
-    return;
-  }
-  cmat *inverse = &state->noise_cov_inv[k];
-  cmat_mul_fval(inverse, &state->noise_cov[k], reciprocal);
-  // Deliberate: a matrix that cannot be inverted stays in place and is used as it is.
-  chmat_pinv(inverse, inverse);
-}
-
-bool finite_entries(const se_complex *x, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) {
-    if (!std::isfinite(x[i].re) || !std::isfinite(x[i].im)) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the mean of the microphones where that vanishes.
-void form_weights(mvdr_evd_state *state, int32_t k) {
-  const int32_t channels = state->channels;
-  const se_complex *d = state->steering + k * channels;
-  se_complex *w = state->weights + k * channels;
-  cmat_mul_cvec(w, &state->noise_cov_inv[k], d, 0);
-
-  float response = 0.0f;
-  for (int32_t m = 0; m < channels; ++m) {
-    response += d[m].re * w[m].re + d[m].im * w[m].im;
-  }
-  const bool vanishes = static_cast<double>(response) <= kSmallestResponse;
-  if (!vanishes) {
-    const float reciprocal = 1.0f / response;
-    for (int32_t m = 0; m < channels; ++m) {
-      w[m] = {w[m].re * reciprocal, w[m].im * reciprocal};
-    }
-  }
-  if (vanishes || !finite_entries(w, channels)) {
-    const float uniform = uniform_steering(channels);
-    w[0] = {uniform, 0.0f};
-    w[1] = {uniform, 0.0f};
-  }
-}
-
 }  // namespace
 
-mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int32_t bins) {
+SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering,
+                                               int32_t bins) {
   mvdr_evd_state *state = static_cast<mvdr_evd_state *>(tamrin_malloc(sizeof(mvdr_evd_state)));
   if (state == nullptr) {
     return nullptr;
@@ -182,7 +201,7 @@ mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int3
   return state;
 }
 
-void mvdr_evd_uninit(mvdr_evd_state *state) {
+SE_BF_RARELY_RUN void mvdr_evd_uninit(mvdr_evd_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -205,7 +224,7 @@ void mvdr_evd_uninit(mvdr_evd_state *state) {
   tamrin_free(state);
 }
 
-void mvdr_evd_reset(mvdr_evd_state *state) {
+SE_BF_RARELY_RUN void mvdr_evd_reset(mvdr_evd_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -227,32 +246,12 @@ int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const fl
   if (state->channels != kBeamformerChannels) {
     return 1;
   }
-  for (int32_t k = 0; k < state->bins; ++k) {
-    se_complex *x = state->scratch;
-    gather_bin(spectrum, k, state->bins, state->channels, x);
-
-    const float speech = speech_prob[k];
-    cmat_psd_with_mask(&state->speech_cov[k], speech, x);
-    state->speech_weight[k] += speech;
-
-    const float noise = 1.0f - speech;
-    cmat_psd_with_mask(&state->noise_cov[k], noise, x);
-    state->noise_weight[k] += noise;
+  // Whole blocks of bins at a time, and one by one Nyquist and what no block holds.
+  const int32_t blocks = (state->bins - 1) / kBlockBins;
+  accumulate_blocks(state, reinterpret_cast<const float *>(spectrum), speech_prob, blocks);
+  for (int32_t k = blocks * kBlockBins; k < state->bins; ++k) {
+    accumulate_bin(state, spectrum, speech_prob, k);
   }
+  add_weights(state, speech_prob);
   return 1;
-}
-
-se_complex *mvdr_update_param(mvdr_evd_state *state) {
-  if (state->channels != kBeamformerChannels) {
-    return state->weights;
-  }
-  // Bin 0 keeps its first steering vector and weights: the beamformer removes DC.
-  for (int32_t k = 1; state->use_eigen_steering == 1 && k < state->bins; ++k) {
-    refine_steering(state, k);
-  }
-  for (int32_t k = 1; k < state->bins; ++k) {
-    invert_noise(state, k);
-    form_weights(state, k);
-  }
-  return state->weights;
 }

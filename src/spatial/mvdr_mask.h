@@ -19,6 +19,9 @@
 #include "spatial/se_matrix_funcs.h"
 #include "support/tamrin_memory.h"
 
+// Microphones that the matrix operations are made for.
+constexpr int16_t kBeamformerChannels = 2;
+
 #pragma pack(push, 4)
 // Per-bin arrays are bin-major: bin k, microphone m at k * channels + m.
 struct mvdr_evd_state {

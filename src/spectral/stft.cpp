@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "support/se_vector.h"
+
 namespace {
 
 // Coefficients of the Hamming window.
@@ -22,9 +24,24 @@ size_t float_bytes(int32_t count) {
   return static_cast<size_t>(count) * sizeof(float);
 }
 
+// product[i] = x[i] window[i]; product may be x.
+SE_BF_VECTOR_CLONES void apply_window(const float *x, const float *__restrict window,
+                                      float *product, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    product[i] = x[i] * window[i];
+  }
+}
+
+SE_BF_VECTOR_CLONES void add_samples(float *__restrict sum, const float *__restrict x,
+                                     int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    sum[i] += x[i];
+  }
+}
+
 }  // namespace
 
-stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
+SE_BF_RARELY_RUN stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
   if (H <= 0) {
     return nullptr;
   }
@@ -79,9 +96,7 @@ void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
   for (int32_t c = 0; c < stft->chnl; ++c) {
     float *history = stft->history + c * length;
     std::memcpy(history + overlap, in + c * hop, float_bytes(hop));
-    for (int32_t i = 0; i < length; ++i) {
-      stft->frame[i] = history[i] * stft->window[i];
-    }
+    apply_window(history, stft->window, stft->frame, length);
     spx_fft(stft->fft, stft->frame, out + c * length);
     std::memmove(history, history + hop, float_bytes(overlap));
   }
@@ -94,19 +109,14 @@ float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) 
   const float *synthesis = stft->window + length;
 
   spx_ifft(stft->fft, spectrum, stft->frame);
-  for (int32_t i = 0; i < length; ++i) {
-    stft->frame[i] *= synthesis[i];
-  }
-
+  apply_window(stft->frame, synthesis, stft->frame, length);
   std::memcpy(out, stft->frame, float_bytes(hop));
-  for (int32_t i = 0; i < overlap; ++i) {
-    out[i] += stft->ola_tail[i];
-  }
+  add_samples(out, stft->ola_tail, overlap);
   std::memcpy(stft->ola_tail, stft->frame + hop, float_bytes(overlap));
   return out;
 }
 
-void gen_stft_window(float *window, int32_t N, int32_t H, float *scratch) {
+SE_BF_RARELY_RUN void gen_stft_window(float *window, int32_t N, int32_t H, float *scratch) {
   // w[i] = 0.54 - 0.46 cos(2 pi i / N), the angle in single and the rest in double precision.
   for (int32_t i = 0; i < N; ++i) {
     const float angle = static_cast<float>(i) * kWindowTurn / static_cast<float>(N);

@@ -1,8 +1,6 @@
 // Scalar complex arithmetic and the exponential integral.
 #include "support/se_maths.h"
 
-#include <cmath>
-
 namespace {
 
 // Relative change at which the series of the exponential integral is taken as converged.
@@ -14,10 +12,6 @@ constexpr float kEulerGammaShort = 0.5772f;
 constexpr double kEulerGamma = 0.5772156649015329;
 
 }  // namespace
-
-float se_sqrt(float x) {
-  return static_cast<float>(std::sqrt(static_cast<double>(x)));
-}
 
 float se_exp(float x) {
   return std::exp(x);
@@ -82,38 +76,10 @@ double expint_d(double x) {
   return -((std::log(std::fabs(x)) + kEulerGamma) - std::exp(-x) * sum);
 }
 
-void complex_cset(se_complex *out, se_complex a) {
-  *out = a;
-}
-
-void complex_fset(se_complex *out, float re, float im) {
-  *out = {re, im};
-}
-
 float complex_abs(se_complex a) {
   const double re = static_cast<double>(a.re);
   const double im = static_cast<double>(a.im);
   return static_cast<float>(std::sqrt(re * re + im * im));
-}
-
-se_complex complex_add(se_complex a, se_complex b) {
-  return {a.re + b.re, a.im + b.im};
-}
-
-se_complex complex_subtract(se_complex a, se_complex b) {
-  return {a.re - b.re, a.im - b.im};
-}
-
-se_complex complex_mul_complex(se_complex a, se_complex b) {
-  return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
-}
-
-se_complex complex_conj_mul_complex(se_complex a, se_complex b) {
-  return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re};
-}
-
-se_complex complex_mul_conj_complex(se_complex a, se_complex b) {
-  return {a.re * b.re + a.im * b.im, a.im * b.re - a.re * b.im};
 }
 
 se_complex complex_div_complex(se_complex a, se_complex b) {

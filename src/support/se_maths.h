@@ -4,14 +4,25 @@
 #ifndef TM_SE_BF_SUPPORT_SE_MATHS_H
 #define TM_SE_BF_SUPPORT_SE_MATHS_H
 
+#include <cmath>
+
 // A complex number as two 32-bit floats, real part first.
 struct se_complex {
   float re;
   float im;
 };
 
-// Square root taken in double precision and rounded to single.
-float se_sqrt(float x);
+// Square root. Taken in double precision and rounded to single it would have the same bits: 53 bits
+// are enough for the second rounding not to matter (Figueroa, "When is double rounding innocuous?",
+// 1995).
+inline float se_sqrt(float x) {
+  return std::sqrt(x);
+}
+
+// 0 for a finite x, not-a-number otherwise. Sums of it test several values without a branch.
+inline float se_finite_residue(float x) {
+  return x - x;
+}
 
 // e to the x, natural and decimal logarithm.
 float se_exp(float x);
@@ -30,18 +41,37 @@ float expint_f(float x);
 double expint_d(double x);
 
 // *out = a, and *out = re + i*im.
-void complex_cset(se_complex *out, se_complex a);
-void complex_fset(se_complex *out, float re, float im);
+inline void complex_cset(se_complex *out, se_complex a) {
+  *out = a;
+}
+
+inline void complex_fset(se_complex *out, float re, float im) {
+  *out = {re, im};
+}
 
 // Magnitude, computed wholly in double precision and rounded to single.
 float complex_abs(se_complex a);
 
 // a + b, a - b, a * b, conj(a) * b, a * conj(b).
-se_complex complex_add(se_complex a, se_complex b);
-se_complex complex_subtract(se_complex a, se_complex b);
-se_complex complex_mul_complex(se_complex a, se_complex b);
-se_complex complex_conj_mul_complex(se_complex a, se_complex b);
-se_complex complex_mul_conj_complex(se_complex a, se_complex b);
+inline se_complex complex_add(se_complex a, se_complex b) {
+  return {a.re + b.re, a.im + b.im};
+}
+
+inline se_complex complex_subtract(se_complex a, se_complex b) {
+  return {a.re - b.re, a.im - b.im};
+}
+
+inline se_complex complex_mul_complex(se_complex a, se_complex b) {
+  return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
+}
+
+inline se_complex complex_conj_mul_complex(se_complex a, se_complex b) {
+  return {a.re * b.re + a.im * b.im, a.re * b.im - a.im * b.re};
+}
+
+inline se_complex complex_mul_conj_complex(se_complex a, se_complex b) {
+  return {a.re * b.re + a.im * b.im, a.im * b.re - a.re * b.im};
+}
 
 // a / b and f / b. The divisor is not tested: b = 0 gives parts that are not finite.
 se_complex complex_div_complex(se_complex a, se_complex b);
