@@ -4,22 +4,14 @@
 #include "interface/channel_fault.h"
 #include "interface/multi_common.h"
 #include "interface/stream_check.h"
-#include "support/se_vector.h"
 
 namespace {
-
-// Mean of two channels over frame[0 .. L-1].
-SE_BF_VECTOR_CLONES void average_two(float *frame, int32_t hop) {
-  for (int32_t i = 0; i < hop; ++i) {
-    frame[i] = (frame[i] + frame[hop + i]) * 0.5f;
-  }
-}
 
 // The mean counts every channel, also one that has just died: until the fault detector notices and
 // copies the good channel over it, the level is halved.
 float *bf_mono(se_bf_inst *inst, int32_t mode) {
   if (inst->num_ch_in == 2) {
-    average_two(inst->frame, inst->hop_len);
+    average_two_channels(inst->frame, inst->hop_len);
   }
   stft_time_to_spectrum(inst->stft, inst->frame, inst->spectrum);
 
@@ -32,17 +24,6 @@ float *bf_mono(se_bf_inst *inst, int32_t mode) {
     mul_amp_real_gain(inst->spectrum, gain, 1, 2 * (bins - 1));
   }
   return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
-}
-
-// G = (P - N) / P where the power P exceeds the noise N, else 0, written over P. P is the mean of
-// the microphones before beamforming, deliberately.
-SE_BF_VECTOR_CLONES void post_gain(float *__restrict power, const float *__restrict noise,
-                                   int32_t bins) {
-  for (int32_t k = 0; k < bins; ++k) {
-    const float gain = (power[k] - noise[k]) / power[k];
-    const float above_noise = power[k] > noise[k] ? gain : 0.0f;
-    power[k] = power[k] > 0.0f ? above_noise : 0.0f;
-  }
 }
 
 float *bf_mvdr(se_bf_inst *inst) {
@@ -68,7 +49,8 @@ float *bf_mvdr(se_bf_inst *inst) {
   }
 
   mul_bf_gain(spectrum, mvdr->weights, channels, fft_len);
-  post_gain(inst->bin_buf, noise, bins);
+  // Of the power before beamforming, deliberately.
+  power_above_noise(inst->bin_buf, noise, bins);
   mul_amp_real_gain(inst->spectrum, inst->bin_buf, 1, fft_len);
   return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
 }

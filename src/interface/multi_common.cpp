@@ -5,6 +5,21 @@
 
 namespace {
 
+SE_BF_VECTOR_CLONES void average_halves(float *frame, int32_t hop) {
+  for (int32_t i = 0; i < hop; ++i) {
+    frame[i] = (frame[i] + frame[hop + i]) * 0.5f;
+  }
+}
+
+SE_BF_VECTOR_CLONES void subtract_noise(float *__restrict power, const float *__restrict noise,
+                                        int32_t bins) {
+  for (int32_t k = 0; k < bins; ++k) {
+    const float gain = (power[k] - noise[k]) / power[k];
+    const float above_noise = power[k] > noise[k] ? gain : 0.0f;
+    power[k] = power[k] > 0.0f ? above_noise : 0.0f;
+  }
+}
+
 // Power of the complex entries 0 .. stride - 1 of one spectrum, and of the mean of two.
 SE_BF_VECTOR_CLONES void entry_power(const float *__restrict s, int32_t stride,
                                      float *__restrict power) {
@@ -46,7 +61,26 @@ SE_BF_VECTOR_CLONES void filter_and_sum_two(float *__restrict x0, const float *_
   }
 }
 
+// The same for any number of channels.
+SE_BF_RARELY_RUN void filter_and_sum(se_complex *spectrum, const se_complex *weights, int32_t C,
+                                     int32_t stride) {
+  for (int32_t k = 1; k < stride; ++k) {
+    se_complex y = {0.0f, 0.0f};
+    for (int32_t c = 0; c < C; ++c) {
+      const se_complex w = weights[k * C + c];
+      const se_complex x = spectrum[c * stride + k];
+      y.re += w.re * x.re + w.im * x.im;
+      y.im += w.re * x.im - x.re * w.im;
+    }
+    spectrum[k] = y;
+  }
+}
+
 }  // namespace
+
+void average_two_channels(float *frame, int32_t hop) {
+  average_halves(frame, hop);
+}
 
 void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power) {
   const int32_t stride = bins - 1;
@@ -66,6 +100,10 @@ void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float
   power[stride] = nyquist / static_cast<float>(channels);
 }
 
+void power_above_noise(float *power, const float *noise, int32_t bins) {
+  subtract_noise(power, noise, bins);
+}
+
 void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n) {
   const int16_t bins = static_cast<int16_t>(n / 2 + 1);
   for (int32_t s = 0; s < count; ++s) {
@@ -82,16 +120,7 @@ void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int
   if (C == 2) {
     filter_and_sum_two(reinterpret_cast<float *>(spectrum),
                        reinterpret_cast<const float *>(weights), stride);
-    return;
-  }
-  for (int32_t k = 1; k < stride; ++k) {
-    se_complex y = {0.0f, 0.0f};
-    for (int32_t c = 0; c < C; ++c) {
-      const se_complex w = weights[k * C + c];
-      const se_complex x = spectrum[c * stride + k];
-      y.re += w.re * x.re + w.im * x.im;
-      y.im += w.re * x.im - x.re * w.im;
-    }
-    spectrum[k] = y;
+  } else {
+    filter_and_sum(spectrum, weights, C, stride);
   }
 }

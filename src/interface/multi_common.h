@@ -1,5 +1,5 @@
-// Operations on packed multi-channel spectra that the processing paths share: power, real gain, and
-// beamforming.
+// Operations on frames and packed spectra that the processing paths share: channel mean, power,
+// gains, and beamforming.
 #ifndef TM_SE_BF_INTERFACE_MULTI_COMMON_H
 #define TM_SE_BF_INTERFACE_MULTI_COMMON_H
 
@@ -7,9 +7,16 @@
 
 #include "support/se_maths.h"
 
+// Mean of two channels of hop samples, one after the other in `frame`, over the first of them.
+void average_two_channels(float *frame, int32_t hop);
+
 // Mean over the channels of the power per bin. spectrum: [channels][2 (bins - 1)] packed spectra;
 // power: [bins].
 void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power);
+
+// Post-gain of the beamformer, written over the power: (P - N) / P where the power P [bins] exceeds
+// the noise N [bins], else 0. No floor.
+void power_above_noise(float *power, const float *noise, int32_t bins);
 
 // Multiplies `count` packed spectra, back to back with a stride of n floats, in place by a real
 // gain of n/2 + 1 floats; phases are kept. Does nothing for count < 1.

@@ -1,6 +1,7 @@
 // Creation sizes and allocates, initialisation builds what depends on mode and geometry.
 #include "interface/se_bf_instance.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "conformance/se_bf_conform.h"
@@ -23,6 +24,14 @@ constexpr int32_t kGainModeCode = 2001;
 constexpr float kGainMinDb = -20.0f;
 
 constexpr int32_t kCoordinates = 3;
+
+// Chain of the instances in the pool, newest first, and the generation of the pool that it is of.
+se_bf_inst *newest = nullptr;
+uint32_t newest_generation = 0;
+
+se_bf_inst *live_instances() {
+  return newest_generation == tamrin_generation() ? newest : nullptr;
+}
 
 // Smallest power of two above the hop, at least kSmallestFft.
 int32_t fft_length(int32_t hop_len) {
@@ -63,6 +72,15 @@ void init_mode(se_bf_inst *inst, int32_t mode) {
   }
 }
 
+bool finite_steering(const se_bf_inst *inst) {
+  for (int32_t i = 0; i < inst->num_bins * inst->num_ch_in; ++i) {
+    if (!std::isfinite(inst->steering[i].re) || !std::isfinite(inst->steering[i].im)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
   if (inst->steering == nullptr) {
     return;
@@ -72,7 +90,12 @@ void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
     float geometry[kMaxChannels * kCoordinates];
     get_ULA_geometry(channels, param->mic_distance, geometry);
     get_steering_vector_by_doa(param->doa, geometry, channels, inst->steering, inst->num_bins);
-    return;
+    if (finite_steering(inst)) {
+      return;
+    }
+    tamrin_warning(
+        "se_bf_init: mic_distance and doa give no direction, so none is preferred; pass metres and "
+        "degrees");
   }
   const float uniform = uniform_steering(channels);
   for (int32_t i = 0; i < inst->num_bins * channels; ++i) {
@@ -83,7 +106,11 @@ void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
 }  // namespace
 
 bool se_bf_instance_alive(const se_bf_inst *inst) {
-  return inst != nullptr && inst->pool_generation == tamrin_generation();
+  const se_bf_inst *live = live_instances();
+  while (live != nullptr && live != inst) {
+    live = live->older;
+  }
+  return live != nullptr;
 }
 
 se_bf_inst *se_bf_create(const se_bf_create_param *param) {
@@ -102,7 +129,9 @@ se_bf_inst *se_bf_create(const se_bf_create_param *param) {
     return nullptr;
   }
 
-  inst->pool_generation = tamrin_generation();
+  inst->older = live_instances();
+  newest = inst;
+  newest_generation = tamrin_generation();
   inst->samples_per_call = param->samples_per_call;
   inst->block_len = kBlockLen;
   inst->hop_len = static_cast<int16_t>(param->hop_len < 1 ? kDefaultHop : param->hop_len);

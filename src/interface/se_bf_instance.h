@@ -47,11 +47,12 @@ struct se_bf_inst {
   mvdr_evd_state *mvdr;  // covariances and weights
   int32_t stream_state;  // a se_bf_stream_state
   int32_t refusal_reported;  // 1 once se_bf_do has said why it is silent
-  uint32_t pool_generation;  // generation of the pool that holds this instance
+  se_bf_inst *older;         // instance made before this one in the same pool, or null
 };
 #pragma pack(pop)
 
-// Whether the instance's memory still belongs to it: false after any release emptied the pool.
+// Whether the pool still holds the instance: false after any release emptied it. Reads nothing
+// through `inst`, whose memory may belong to others by then.
 bool se_bf_instance_alive(const se_bf_inst *inst);
 
 #endif  // TM_SE_BF_INTERFACE_SE_BF_INSTANCE_H

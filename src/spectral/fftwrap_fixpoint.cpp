@@ -1,7 +1,9 @@
 // Block scaling, conversion to Q31 and back.
 #include "spectral/fftwrap_fixpoint.h"
 
+#include <cfloat>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -11,8 +13,8 @@ constexpr float kBlockPeakQ31 = 536870912.0f;
 // First float beyond the 32-bit range.
 constexpr float kQ31Limit = 2147483648.0f;
 
-// Truncates toward zero; saturates, and takes not-a-number as 0, so that a scale that overflowed (a
-// block of denormals) gives the same words on every processor.
+// Truncates toward zero; saturates, and takes not-a-number as 0, so that every processor gives the
+// same words.
 int32_t float_to_q31(float x) {
   if (x >= kQ31Limit) {
     return INT32_MAX;
@@ -34,6 +36,11 @@ float block_scale(const float *in, int32_t count) {
     }
   }
   return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
+}
+
+// What becomes of a block whose peak is so small that its scale is not finite.
+void silence(float *out, int32_t count) {
+  std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
 }
 
 void to_q31(const float *in, float scale, int32_t *out, int32_t count) {
@@ -82,10 +89,15 @@ void spx_fft_destroy(fft_setup *setup) {
 
 void spx_fft(fft_setup *setup, const float *in, float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  if (setup->kernel != nullptr && setup->kernel->forward(work, setup->n, in, out)) {
+  if (setup->kernel != nullptr) {
+    setup->kernel->forward(work, setup->n, in, out);
     return;
   }
   const float scale = block_scale(in, setup->n);
+  if (scale > FLT_MAX) {
+    silence(out, setup->n);
+    return;
+  }
   to_q31(in, scale, setup->frame_q31, setup->n);
   arm_rfft_q31(&setup->forward, setup->frame_q31, setup->spectrum_q31);
   from_q31(setup->spectrum_q31, 1.0f / scale, out, setup->n);
@@ -101,10 +113,15 @@ void spx_ifft(fft_setup *setup, const float *in, float *out) {
 
 void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  if (setup->kernel != nullptr && setup->kernel->inverse(work, setup->n, in, out)) {
+  if (setup->kernel != nullptr) {
+    setup->kernel->inverse(work, setup->n, in, out);
     return;
   }
   const float scale = block_scale(in, setup->n);
+  if (scale > FLT_MAX) {
+    silence(out, setup->n);
+    return;
+  }
   to_q31(in, scale, setup->spectrum_q31, setup->n);
 
   // The inverse reads bins 0 to N/2: the Nyquist pair behind the packed spectrum is nothing.

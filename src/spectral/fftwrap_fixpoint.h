@@ -2,7 +2,8 @@
 //
 // Each block is scaled so that its peak becomes 2^29, a quarter of Q31 full scale, converted,
 // transformed, and scaled back. Precision is therefore relative to the peak of the block: values
-// below about 2^-29 of it are lost.
+// below about 2^-29 of it are lost. A block whose peak is below about 1.6e-30 has no finite scale;
+// it gives silence.
 //
 // Packed spectrum, the format of every spectrum in the library: N floats, that is N/2 se_complex.
 // Element 0 holds DC in its real part and the slot of the real Nyquist value in its imaginary part;

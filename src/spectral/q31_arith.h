@@ -1,9 +1,11 @@
 // Named operations on Q31 numbers: 32-bit signed integers x that stand for x / 2^31.
 //
 // Products of two Q31 numbers are formed in 64 bits and keep their high word, which is half the Q31
-// product; callers shift back where the scaling of a stage asks for it. Sums wrap modulo 2^32 as
-// the adders of the signal processors do for which such transforms were first written; the scaling
-// of the stages keeps them in range for every block that the float wrapper hands over.
+// product; callers shift back where the scaling of a stage asks for it. No operation saturates: the
+// scaling of the stages keeps every result in range for the blocks that the float wrapper hands
+// over. A build with TM_SE_BF_CHECK_Q31 takes the twins of q31_checked_arith.h, which give the same
+// words and check that. Beyond the range results are those of 32-bit adders, modulo 2^32; only the
+// operations named `wrap` are meant to get there.
 #ifndef TM_SE_BF_SPECTRAL_Q31_ARITH_H
 #define TM_SE_BF_SPECTRAL_Q31_ARITH_H
 
@@ -12,16 +14,35 @@
 // One half of the kept word's last place: rounds a 64-bit product to its high word.
 constexpr int64_t kQ31RoundHalf = int64_t{1} << 31;
 
-// x + y and x - y modulo 2^32.
-inline int32_t q31_add(int32_t x, int32_t y) {
+#if defined(TM_SE_BF_CHECK_Q31)
+
+#include "spectral/q31_checked_arith.h"
+
+#else
+
+// Marks the beginning of a stage of a transform for the checking twins.
+inline void q31_stage(const char *) {
+}
+
+// x + y and x - y modulo 2^32, where leaving the range is a stated result.
+inline int32_t q31_add_wrap(int32_t x, int32_t y) {
   return static_cast<int32_t>(static_cast<uint32_t>(x) + static_cast<uint32_t>(y));
 }
 
-inline int32_t q31_sub(int32_t x, int32_t y) {
+inline int32_t q31_sub_wrap(int32_t x, int32_t y) {
   return static_cast<int32_t>(static_cast<uint32_t>(x) - static_cast<uint32_t>(y));
 }
 
-// x * 2^bits modulo 2^32.
+// x + y and x - y.
+inline int32_t q31_add(int32_t x, int32_t y) {
+  return q31_add_wrap(x, y);
+}
+
+inline int32_t q31_sub(int32_t x, int32_t y) {
+  return q31_sub_wrap(x, y);
+}
+
+// x * 2^bits.
 inline int32_t q31_shift_up(int32_t x, int bits) {
   return static_cast<int32_t>(static_cast<uint32_t>(x) << bits);
 }
@@ -51,5 +72,7 @@ inline int32_t q31_msub_round(int32_t acc, int32_t x, int32_t y) {
   const int64_t negated = -(static_cast<int64_t>(x) * y);
   return q31_add(acc, static_cast<int32_t>((negated + kQ31RoundHalf) >> 32));
 }
+
+#endif
 
 #endif  // TM_SE_BF_SPECTRAL_Q31_ARITH_H

@@ -85,6 +85,7 @@ q31_quad butterfly(q31_view x, uint32_t i, uint32_t quarter, int shift) {
 // First stage: inputs scaled by 1/16; the halved twiddle products are doubled again.
 void first_radix4_stage(q31_view x, uint32_t length, const int32_t *twiddle, uint32_t stride) {
   const uint32_t quarter = length / 4;
+  q31_stage("first radix-4 stage");
   for (uint32_t i = 0; i < quarter; ++i) {
     const uint32_t step = 2 * i * stride;
     const q31_quad y = butterfly(x, i, quarter, kFirstStageShift);
@@ -99,6 +100,7 @@ void first_radix4_stage(q31_view x, uint32_t length, const int32_t *twiddle, uin
 void middle_radix4_stage(q31_view x, uint32_t length, uint32_t span, const int32_t *twiddle,
                          uint32_t stride) {
   const uint32_t quarter = span / 4;
+  q31_stage("middle radix-4 stage");
   for (uint32_t j = 0; j < quarter; ++j) {
     const uint32_t step = 2 * j * stride;
     for (uint32_t i = j; i < length; i += span) {
@@ -113,6 +115,7 @@ void middle_radix4_stage(q31_view x, uint32_t length, uint32_t span, const int32
 
 // Last stage over groups of four points: no twiddle factors, no scaling.
 void last_radix4_stage(q31_view x, uint32_t length) {
+  q31_stage("last radix-4 stage");
   for (uint32_t i = 0; i < length; i += 4) {
     const q31_quad y = butterfly(x, i, 1, 0);
     store(x, i, y.sum);
@@ -134,6 +137,7 @@ void radix4_transform(q31_view x, uint32_t length, const int32_t *twiddle, uint3
 // Inputs scaled by 1/4 against the growth of this stage and the doubling at the end.
 void radix2_stage(q31_view x, uint32_t length, const int32_t *twiddle) {
   const uint32_t half = length / 2;
+  q31_stage("radix-2 stage");
   for (uint32_t i = 0; i < half; ++i) {
     const q31_complex a = load(x, i, kRadix2Shift);
     const q31_complex b = load(x, i + half, kRadix2Shift);
@@ -156,6 +160,7 @@ void radix4by2_transform(q31_view x, uint32_t length, const int32_t *twiddle) {
   radix2_stage(x, length, twiddle);
   radix4_transform(x, half, twiddle, 2);
   radix4_transform({x.re + 2 * half, x.im + 2 * half}, half, twiddle, 2);
+  q31_stage("doubling");
   for (uint32_t i = 0; i < length; ++i) {
     store(x, i, shift_up(load(x, i, 0), 1));
   }

@@ -38,10 +38,11 @@ void forward(const rfft_q31_instance *S, int32_t *src, int32_t *dst) {
   arm_cfft_q31(S->pCfft, src, 0, S->bitReverseFlagR);
   arm_split_rfft_q31(src, half, S->pTwiddleAReal, S->pTwiddleBReal, dst, S->twidCoefRModifier);
 
-  // DC and Nyquist are the sum and the difference of the even and the odd samples' DC.
-  dst[0] = q31_shift_down(q31_add(src[0], src[1]), 1);
+  // DC and Nyquist are the sum and the difference of the even and the odd samples' DC; they wrap.
+  q31_stage("DC and Nyquist");
+  dst[0] = q31_shift_down(q31_add_wrap(src[0], src[1]), 1);
   dst[1] = 0;
-  dst[2 * half] = q31_shift_down(q31_sub(src[0], src[1]), 1);
+  dst[2 * half] = q31_shift_down(q31_sub_wrap(src[0], src[1]), 1);
   dst[2 * half + 1] = 0;
 }
 
@@ -51,6 +52,7 @@ void inverse(const rfft_q31_instance *S, const int32_t *src, int32_t *dst) {
   arm_cfft_q31(S->pCfft, dst, 1, S->bitReverseFlagR);
 
   // Undoes the halving of the rounded products in the split.
+  q31_stage("doubling");
   for (uint32_t n = 0; n < 2 * half; ++n) {
     dst[n] = q31_shift_up(dst[n], 1);
   }
@@ -86,6 +88,7 @@ void arm_rfft_q31(const rfft_q31_instance *S, int32_t *src, int32_t *dst) {
 // X[k] = Z[k] A[k] + conj(Z[N/2 - k]) B[k], with Im B = -Im A; every product is halved.
 void arm_split_rfft_q31(const int32_t *src, uint32_t half, const int32_t *table_a,
                         const int32_t *table_b, int32_t *dst, uint32_t modifier) {
+  q31_stage("split");
   for (uint32_t k = 1; k < half; ++k) {
     const int32_t z_re = src[2 * k];
     const int32_t z_im = src[2 * k + 1];
@@ -115,6 +118,7 @@ void arm_split_rfft_q31(const int32_t *src, uint32_t half, const int32_t *table_
 // Z[k] = X[k] conj(A[k]) + conj(X[N/2 - k]) conj(B[k]), with Im B = -Im A; every product is halved.
 void arm_split_rifft_q31(const int32_t *src, uint32_t half, const int32_t *table_a,
                          const int32_t *table_b, int32_t *dst, uint32_t modifier) {
+  q31_stage("split");
   for (uint32_t k = 0; k < half; ++k) {
     const int32_t x_re = src[2 * k];
     const int32_t x_im = src[2 * k + 1];

@@ -16,9 +16,9 @@ struct q31_vector_work {
 };
 
 // n: 256 or 512; in: n floats; out: n floats (in may be out). Forward: n time samples to a packed
-// spectrum; inverse: a packed spectrum to n time samples. Returns false, with nothing written, for
-// a block whose peak is too small to be scaled in single precision; the scalar path must take it.
-using q31_vector_transform = bool (*)(q31_vector_work work, int32_t n, const float *in, float *out);
+// spectrum; inverse: a packed spectrum to n time samples. A block whose peak is too small
+// to be scaled in single precision gives silence.
+using q31_vector_transform = void (*)(q31_vector_work work, int32_t n, const float *in, float *out);
 
 struct q31_vector_kernel {
   q31_vector_transform forward;

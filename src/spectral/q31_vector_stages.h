@@ -9,6 +9,7 @@
 #include <cfloat>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "spectral/q31_vector_rfft.h"
 #include "spectral/q31_vector_tables.h"
@@ -368,7 +369,7 @@ void split_inverse_half(q31_planes x, int32_t half, q31_planes z) {
 
 // Scale that brings the peak of the block to kVectorPeakQ31; 1 for a silent block.
 template <typename lanes>
-float vector_scale(const float *in, int32_t count) {
+[[gnu::noinline]] float vector_scale(const float *in, int32_t count) {
   auto peaks = lanes::no_peak();
   for (int32_t i = 0; i < count; i += lanes::kWidth) {
     peaks = lanes::larger_magnitude(in + i, peaks);
@@ -379,34 +380,41 @@ float vector_scale(const float *in, int32_t count) {
 
 // Converts pairs of floats to planes of words.
 template <typename lanes>
-void to_planes(const float *in, float scale, q31_planes out, int32_t pairs) {
+[[gnu::noinline]] void to_planes(const float *in, float scale, q31_planes out, int32_t pairs) {
   for (int32_t i = 0; i < pairs; i += lanes::kWidth) {
     const auto words = lanes::load_pairs(in + 2 * i, scale);
     store_planes<lanes>(out, i, {words.v0, words.v1});
   }
 }
 
+// What becomes of a block whose peak is so small that its scale is not finite.
 template <typename lanes>
-bool vector_forward(q31_vector_work work, int32_t n, const float *in, float *out) {
+void silence(float *out, int32_t count) {
+  std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
+}
+
+template <typename lanes>
+void vector_forward(q31_vector_work work, int32_t n, const float *in, float *out) {
   const int32_t half = n / 2;
   const float scale = vector_scale<lanes>(in, n);
   if (scale > FLT_MAX) {
-    return false;
+    silence<lanes>(out, n);
+    return;
   }
   const q31_planes time = {work.frame, work.frame + half};
   const q31_planes half_spectrum = {work.spectrum, work.spectrum + n};
   to_planes<lanes>(in, scale, time, half);
   transform<lanes>(time, half_spectrum, half);
   split_forward<lanes>(half_spectrum, half, 1.0f / scale, out);
-  return true;
 }
 
 template <typename lanes>
-bool vector_inverse(q31_vector_work work, int32_t n, const float *in, float *out) {
+void vector_inverse(q31_vector_work work, int32_t n, const float *in, float *out) {
   const int32_t half = n / 2;
   const float scale = vector_scale<lanes>(in, n);
   if (scale > FLT_MAX) {
-    return false;
+    silence<lanes>(out, n);
+    return;
   }
   const q31_planes spectrum = {work.spectrum, work.spectrum + n};
   const q31_planes half_spectrum = {work.frame, work.frame + half};
@@ -425,7 +433,6 @@ bool vector_inverse(q31_vector_work work, int32_t n, const float *in, float *out
     const auto odd = lanes::load(spectrum.im + m);
     lanes::store_interleaved(out + 2 * m, lanes::add(even, even), lanes::add(odd, odd), gain);
   }
-  return true;
 }
 
 template <typename lanes>
