@@ -8,8 +8,16 @@ declare -rA GROUPS_OF_PACKAGES=(
   [build]="g++ cmake ninja-build pkg-config"
   [tool]="libsndfile1-dev libsamplerate0-dev libcli11-dev"
   [demo]="espeak-ng python3-numpy python3-scipy python3-matplotlib"
+  [plugin]="ladspa-sdk libasound2-dev"
   [test]="libgtest-dev"
+  [plugin-test]="alsa-utils dbus ffmpeg gstreamer1.0-plugins-bad gstreamer1.0-plugins-base \
+gstreamer1.0-plugins-good gstreamer1.0-tools ladspa-sdk libspa-0.2-modules parallel pipewire \
+pipewire-bin sox wireplumber"
+  [package]="debhelper dpkg-dev fakeroot lintian mandoc mmdebstrap"
   [ci]="clang clang-format clang-tidy binutils libclang-rt-14-dev"
+  [cross]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest"
+  [cross-s390x]="g++-s390x-linux-gnu qemu-user googletest"
+  [abi]="abigail-tools"
 )
 
 fail() {
