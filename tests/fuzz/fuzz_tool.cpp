@@ -1,0 +1,94 @@
+// Fuzzes what the program reads: sound files and raw PCM on standard input, taken through sample
+// rate conversion and the host layer as `se_bf enhance` does. Every frame must be finite, and as
+// many samples must come out as went in.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "audio_source.h"
+#include "script.h"
+#include "se_bf_host.h"
+#include "tm_se_bf.h"
+
+namespace {
+
+constexpr size_t kChunkFrames = 4096;
+
+// Small files can announce hours of sound.
+constexpr size_t kMaxFrames = 32000;
+
+enhance_options take_options(fuzz_script *script, const std::string &path) {
+  const uint32_t choice = take(script, 1);
+  const uint32_t picks = take(script, 1);
+  enhance_options options;
+  options.in = choice % 2 == 0 ? path : "-";
+  options.raw_channels = 1 + choice / 2 % 8;
+  options.hop = choice / 16 % 3 == 0 ? 160 : 320;
+  options.plain = choice >= 128;
+  for (uint32_t i = 0; i < picks % 3; ++i) {
+    options.channels.push_back((picks / 3 + i) % 5);
+  }
+  return options;
+}
+
+// As the program does for each piece: to 16 bits, through the host; returns the samples made.
+size_t enhance(host *engine, const std::vector<float> &in, size_t frames, size_t channels) {
+  std::vector<int16_t> pcm(frames * channels);
+  std::vector<int16_t> out(frames + HOST_BLOCK);
+  for (size_t i = 0; i < pcm.size(); ++i) {
+    require(std::isfinite(in[i]));
+    pcm[i] = host_sample_from_float(in[i]);
+  }
+  const size_t made = host_push_s16(engine, pcm.data(), frames, out.data());
+  require(made <= out.size());
+  return made;
+}
+
+void read_all(audio_source *source, const enhance_options &options) {
+  const size_t channels = source->picks.size();
+  host_config config = {};
+  config.channels = static_cast<int32_t>(channels);
+  config.mode = channels == 2 ? SE_BF_MODE_MVDR : SE_BF_MODE_OMLSA;
+  config.hop = options.hop;
+  config.plain = options.plain;
+  host *engine = host_create(&config);
+  require(engine != nullptr);
+
+  std::vector<float> in(kChunkFrames * channels);
+  size_t taken = 0;
+  size_t made = 0;
+  long frames = source_read(source, in.data(), kChunkFrames);
+  while (frames > 0 && taken < kMaxFrames) {
+    require(static_cast<size_t>(frames) <= kChunkFrames);
+    taken += static_cast<size_t>(frames);
+    made += enhance(engine, in, static_cast<size_t>(frames), channels);
+    require(made <= taken);
+    frames = source_read(source, in.data(), kChunkFrames);
+  }
+  std::vector<int16_t> rest(HOST_FINISH_MAX);
+  made += host_finish_s16(engine, rest.data());
+  require(made == taken);
+  host_destroy(engine);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  const int fd = memfd_create("input", MFD_CLOEXEC);
+  fuzz_script script = {data, size};
+  const enhance_options options = take_options(&script, "/proc/self/fd/" + std::to_string(fd));
+  require(write(fd, script.next, script.left) == static_cast<ssize_t>(script.left));
+  lseek(fd, 0, SEEK_SET);
+  dup2(fd, STDIN_FILENO);
+
+  audio_source source = {};
+  if (source_open(&source, &options)) {
+    read_all(&source, options);
+  }
+  source_close(&source);
+  close(fd);
+  return 0;
+}

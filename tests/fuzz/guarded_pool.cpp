@@ -1,0 +1,61 @@
+// The memory pool for address-sanitized programs: the same accounting and alignment as the
+// library's, but a poisoned gap behind every block, so that a run over the end of one array into
+// the next one, which the plain pool hides, is caught. What an emptied pool held is poisoned with
+// its next use.
+#include <sanitizer/asan_interface.h>
+
+#include <cstring>
+
+#include "support/tamrin_memory.h"
+
+int32_t kStaticMemoryPosition = 0;
+
+namespace {
+
+// A multiple of the 8 bytes that poison works in, so that blocks keep the pool's alignment.
+constexpr int32_t kGapBytes = 16;
+constexpr int32_t kMaxBlocks = kStaticMemorySize / kPoolAlignment;
+
+alignas(8) uint8_t memory[kStaticMemorySize + kMaxBlocks * kGapBytes];
+int32_t blocks = 0;
+uint32_t generation = 1;
+
+}  // namespace
+
+void *tamrin_malloc(int32_t size) {
+  if (size < 0 || size > kStaticMemorySize - kStaticMemoryPosition || blocks == kMaxBlocks) {
+    return nullptr;
+  }
+  if (kStaticMemoryPosition == 0) {
+    ASAN_POISON_MEMORY_REGION(memory, sizeof memory);
+  }
+  uint8_t *block = memory + kStaticMemoryPosition + blocks * kGapBytes;
+  const int32_t rounded = (size + kPoolAlignment - 1) / kPoolAlignment * kPoolAlignment;
+  ASAN_UNPOISON_MEMORY_REGION(block, static_cast<size_t>(rounded));
+  std::memset(block, 0, static_cast<size_t>(rounded));
+  kStaticMemoryPosition += rounded;
+  blocks += 1;
+  return block;
+}
+
+void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
+  return old_size >= new_size ? ptr : tamrin_malloc(new_size);
+}
+
+void tamrin_free(const void *) {
+  generation += kStaticMemoryPosition != 0 ? 1 : 0;
+  kStaticMemoryPosition = 0;
+  blocks = 0;
+}
+
+uint32_t tamrin_generation() {
+  return generation;
+}
+
+int tamrin_warning(const char *) {
+  return 0;
+}
+
+int tamrin_warning_int(const char *, int) {
+  return 0;
+}
