@@ -1,11 +1,13 @@
 // The program se_bf as users run it: pipes, files, rates, mistakes and microphone faults.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sndfile.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -145,6 +147,12 @@ TEST_F(Program, MistakesGiveOneLineAndLeaveNothingBehind) {
        "closed the pipe"},
       {"se_bf enhance - - <in.wav", 1, "header"},
       {"se_bf enhance in.wav", 2, "OUT"},
+      {"se_bf enhance in.wav three.wav out.wav", 2, "--out-dir"},
+      {"se_bf enhance in.wav out.wav --jobs 2", 2, "--out-dir"},
+      {"se_bf enhance --out-dir . in.wav", 1, "would replace it"},
+      {"se_bf enhance --out-dir text.wav in.wav", 1, "text.wav"},
+      {"se_bf enhance --out-dir /tmp in.wav ./in.wav", 1, "would both become"},
+      {"se_bf enhance --out-dir /tmp -", 1, "standard input"},
       {"se_bf enhance in.wav out.wav --hop 159", 2, "159"},
       {"se_bf enhance in.wav out.wav --gain nan", 2, "nan"},
       {"se_bf conform bf_other", 2, "bf_other"},
@@ -164,6 +172,50 @@ TEST_F(Program, MistakesGiveOneLineAndLeaveNothingBehind) {
     EXPECT_EQ(std::distance(fs::directory_iterator("."), fs::directory_iterator()), files)
         << m.command;
   }
+}
+
+TEST_F(Program, ManyFilesAreEnhancedOnceAndFailuresDoNotStopTheOthers) {
+  fs::create_directory("rec");
+  write_wav("rec/a.wav", make_noise(2 * SECOND, 2, 21), 2, 16000);
+  write_wav("rec/b.wav", make_noise(SECOND, 1, 22), 1, 44100);
+  std::ofstream("rec/bad.wav") << "no sound at all\n";
+  std::ofstream("rec/notes.txt") << "no sound either\n";
+  EXPECT_EQ(run("se_bf enhance --out-dir new/out rec --jobs 2 >table"), 1);
+  EXPECT_EQ(lines(), 1u) << err;
+  EXPECT_NE(err.find("rec/bad.wav"), std::string::npos) << err;
+  EXPECT_EQ(run("grep -q '^2 enhanced, 0 skipped, 1 failed$' table"), 0);
+  ASSERT_EQ(run("se_bf enhance rec/a.wav alone.wav --quiet && cmp alone.wav new/out/a.wav"), 0);
+  EXPECT_EQ(std::distance(fs::directory_iterator("new/out"), fs::directory_iterator()), 2);
+
+  fs::last_write_time("rec/b.wav", fs::last_write_time("new/out/b.wav") + std::chrono::seconds(1));
+  EXPECT_EQ(run("se_bf enhance --out-dir new/out rec/b.wav rec/a.wav rec/a.flac >table"), 1);
+  EXPECT_EQ(run("grep -q '^1 enhanced, 1 skipped, 1 failed$' table"), 0);
+  EXPECT_EQ(run("se_bf enhance --out-dir new/out rec/a.wav --overwrite | grep -q '^1 enh'"), 0);
+
+  // Interrupted, it leaves no worker and no piece of a file behind, and dies of the signal.
+  const unsigned char header[] = {'.', 's', 'n', 'd', 0, 0, 0,    24,   255, 255, 255, 255,
+                                  0,   0,   0,   3,   0, 0, 0x3e, 0x80, 0,   0,   0,   1};
+  std::ofstream("rec/long.au", std::ios::binary)
+      .write(reinterpret_cast<const char *>(header), sizeof header);
+  fs::resize_file("rec/long.au", 60000 * SECOND);  // hours of digital silence
+  const char *const interrupted =
+      "{ '" SE_BF_PROGRAM
+      "' enhance --out-dir cut rec/long.au & p=$!; "
+      "while [ -z \"$(ls -A cut 2>/dev/null)\" ]; do sleep 0.01; done; kill -TERM $p; wait $p; } "
+      ">table";
+  EXPECT_EQ(run(interrupted), 128 + SIGTERM);
+  EXPECT_TRUE(fs::is_empty("cut"));
+}
+
+TEST_F(Program, ThePictureIsDrawnOrTheMistakeIsNamed) {
+  write_wav("in.wav", make_noise(SECOND, 3, 24), 3, 48000);
+  ASSERT_EQ(run("SE_BF_PLOT_DIR='" PLOT_DIR "' '" SE_BF_PROGRAM "' plot in.wav --channels 0,2"), 0)
+      << err;
+  EXPECT_EQ(run("head -c 4 in.png | grep -q PNG"), 0);
+  EXPECT_EQ(run("se_bf plot - x.png"), 1);
+  EXPECT_NE(err.find("standard input"), std::string::npos);
+  EXPECT_EQ(run("SE_BF_PLOT_DIR=nowhere '" SE_BF_PROGRAM "' plot in.wav"), 1);
+  EXPECT_NE(err.find("nowhere"), std::string::npos);
 }
 
 TEST_F(Program, FaultsOfTheMicrophonesAreReported) {

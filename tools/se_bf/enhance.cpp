@@ -34,11 +34,10 @@ struct enhance_job {
   audio_source source;
   audio_sink sink;
   host *engine;
+  enhance_figures *figures;
   int64_t samples_in;  // per channel, at 16 kHz
-  int64_t clipped_in;  // samples at full scale, after the gain
-  int64_t clipped_out;
-  int events;         // reported so far
-  double started_at;  // report_processor_time()
+  int events;          // reported so far
+  double started_at;   // report_processor_time()
 };
 
 static std::string seconds(int64_t samples) {
@@ -134,15 +133,16 @@ static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
 }
 
 static bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
-  job->clipped_out += count_full_scale(pcm, samples);
+  job->figures->clipped_out += count_full_scale(pcm, samples);
   return sink_write(&job->sink, pcm, samples, job->source.frames_read);
 }
 
 static void show_progress(const enhance_job *job) {
   const audio_source *src = &job->source;
   const double rate = static_cast<double>(src->rate_hz);
-  report_progress(static_cast<double>(src->frames_read) / rate,
-                  static_cast<double>(src->frames_total) / rate);
+  const double done = static_cast<double>(src->frames_read) / rate;
+  job->figures->progress_s = static_cast<float>(done);
+  report_progress(done, static_cast<double>(src->frames_total) / rate);
 }
 
 // Takes everything from the source through the host to the sink.
@@ -159,7 +159,7 @@ static bool stream(enhance_job *job) {
       pcm[n] = host_sample_from_float(gain * in[n]);
     }
     job->samples_in += frames;
-    job->clipped_in += count_full_scale(pcm.data(), count * channels);
+    job->figures->clipped_in += count_full_scale(pcm.data(), count * channels);
     const size_t made = host_push_s16(job->engine, pcm.data(), count, out.data());
     if (!write_out(job, out.data(), made)) {
       return false;
@@ -173,15 +173,23 @@ static bool stream(enhance_job *job) {
   return write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
 }
 
+static void keep_figures(enhance_job *job) {
+  enhance_figures *figures = job->figures;
+  figures->duration_s = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
+  figures->computing_s = report_processor_time() - job->started_at;
+  job->mode.copy(figures->mode, MODE_TEXT_LEN - 1);
+}
+
 static void summarise(const enhance_job *job) {
-  const double duration = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
-  const double taken = report_processor_time() - job->started_at;
-  const double factor = duration > 0.0 ? taken / duration : 0.0;
-  report_line(report_number(duration, 2) + " s enhanced in " + report_number(taken, 2) +
-              " s of computing (real-time factor " + report_number(factor, 4) + "), mode " +
-              job->mode + ", hop " + std::to_string(job->options->hop) +
-              ", clipped samples: " + std::to_string(job->clipped_in) + " in, " +
-              std::to_string(job->clipped_out) + " out");
+  const enhance_figures *figures = job->figures;
+  const double duration = figures->duration_s;
+  const double factor = duration > 0.0 ? figures->computing_s / duration : 0.0;
+  report_line(report_number(duration, 2) + " s enhanced in " +
+              report_number(figures->computing_s, 2) + " s of computing (real-time factor " +
+              report_number(factor, 4) + "), mode " + job->mode + ", hop " +
+              std::to_string(job->options->hop) +
+              ", clipped samples: " + std::to_string(figures->clipped_in) + " in, " +
+              std::to_string(figures->clipped_out) + " out");
 }
 
 // What was wrong with the input, but not enough to stop.
@@ -210,6 +218,7 @@ static bool run(enhance_job *job, int raw_out) {
   job->started_at = report_processor_time();
   const bool good = stream(job) && sink_finish(&job->sink, job->source.frames_read);
   report_progress_off();
+  keep_figures(job);
   if (good) {
     warn_of_input(&job->source);
   }
@@ -219,7 +228,7 @@ static bool run(enhance_job *job, int raw_out) {
   return good;
 }
 
-int enhance_run(const enhance_options *options) {
+int enhance_run(const enhance_options *options, enhance_figures *figures) {
   // Descriptor 1 belongs to the audio; the library prints progress notes on it.
   const int raw_out = process_claim_stdout(options->verbose);
   if (raw_out == -1) {
@@ -229,6 +238,7 @@ int enhance_run(const enhance_options *options) {
   process_catch_signals();
   enhance_job job = {};
   job.options = options;
+  job.figures = figures;
   job.sink.fd = -1;
   const bool good = run(&job, raw_out);
   host_destroy(job.engine);

@@ -2,10 +2,26 @@
 #ifndef SE_BF_ENHANCE_H
 #define SE_BF_ENHANCE_H
 
+#include <stdint.h>
+
+#include <atomic>
+
 #include "options.h"
 
-// Runs the subcommand and returns the exit status: 0, or 1 after one line on standard error. When a
-// signal ends the work the process dies of it, after cleaning up.
-int enhance_run(const enhance_options *options);
+constexpr size_t MODE_TEXT_LEN = 8;  // characters of a mode's name, at most
+
+// What an enhancement has come to. It may lie in memory that another process watches.
+struct enhance_figures {
+  std::atomic<float> progress_s;  // seconds of audio read so far
+  double duration_s;              // seconds of audio enhanced, once done
+  double computing_s;             // processor time taken
+  int64_t clipped_in;             // samples at full scale, after the gain
+  int64_t clipped_out;
+  char mode[MODE_TEXT_LEN];  // that ran
+};
+
+// Runs the subcommand on one file or stream and returns the exit status: 0, or 1 after one line on
+// standard error. When a signal ends the work the process dies of it, after cleaning up.
+int enhance_run(const enhance_options *options, enhance_figures *figures);
 
 #endif  // SE_BF_ENHANCE_H

@@ -6,8 +6,10 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "batch.h"
 #include "conform.h"
 #include "enhance.h"
+#include "plot.h"
 #include "process.h"
 #include "report.h"
 #include "tm_se_bf.h"
@@ -16,6 +18,7 @@ static constexpr int USAGE_ERROR = 2;
 static constexpr double MAX_DISTANCE_M = 10.0;
 static constexpr double MAX_ANGLE_DEG = 180.0;
 static constexpr double MAX_GAIN_DB = 60.0;
+static constexpr int MAX_JOBS = 1024;
 static constexpr size_t MAX_CHANNELS = 1024;  // more than a sound file holds
 
 static const char *const ENHANCE_HELP =
@@ -23,7 +26,13 @@ static const char *const ENHANCE_HELP =
     "IN and OUT are sound files (OUT: the extension names the format; rates other than 16 kHz are\n"
     "converted). - is raw signed 16-bit little-endian PCM at 16 kHz on standard input or output:\n"
     "  arecord -t raw -f S16_LE -r 16000 | se_bf enhance - - | aplay -t raw -f S16_LE -r 16000\n"
-    "OUT has one channel, is as long as IN and aligned with it to the sample.";
+    "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
+    "With --out-dir DIR every IN is a sound file or a directory of them; results take the same\n"
+    "names in DIR, and files are skipped whose result is there and not older.";
+
+static const char *const PLOT_HELP =
+    "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
+    "Needs Python 3 with NumPy, SciPy and Matplotlib.";
 
 static const char *const CONFORM_HELP =
     "Run the self-test of the library on this machine and judge it.\n"
@@ -73,9 +82,27 @@ static std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
 }
 
-static void declare_places(CLI::App *command, enhance_options *options) {
-  command->add_option("IN", options->in, "sound file, or - for raw PCM")->required();
-  command->add_option("OUT", options->out, "sound file, or - for raw PCM")->required();
+static void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {
+  command->add_option("FILES", batch->places, "IN OUT, or with --out-dir any number of IN")
+      ->required()
+      ->type_name("");
+  CLI::Option *dir = command->add_option("--out-dir", batch->out_dir, "where the results go");
+  dir->type_name("DIR")->check([](const std::string &text) {
+    return text.empty() ? std::string("the directory has no name") : std::string();
+  });
+  command->add_option("--jobs", batch->jobs, "files at a time; default: one for each processor")
+      ->check(CLI::Range(1, MAX_JOBS))
+      ->needs(dir)
+      ->type_name("N");
+  command->add_flag("--overwrite", batch->overwrite, "enhance files anew that are done")
+      ->needs(dir);
+  command->add_option("--raw-channels", options->raw_channels, "channels of raw PCM input")
+      ->check(CLI::IsMember({1, 2}))
+      ->capture_default_str()
+      ->type_name("");
+}
+
+static void declare_scene(CLI::App *command, enhance_options *options) {
   const auto channels = [options](const std::string &text) {
     return read_channels(text, &options->channels);
   };
@@ -84,13 +111,9 @@ static void declare_places(CLI::App *command, enhance_options *options) {
           "--channels", [](const std::string &) {}, "channels of IN to use, from 0, as 0 or 0,3")
       ->check(channels)
       ->type_name("LIST");
-  command->add_option("--raw-channels", options->raw_channels, "channels of raw PCM input")
-      ->check(CLI::IsMember({1, 2}))
-      ->capture_default_str()
-      ->type_name("");
-}
-
-static void declare_scene(CLI::App *command, enhance_options *options) {
+  command->add_flag("--plain", options->plain,
+                    "the bare library: silence at the start or a microphone fault ends beamforming "
+                    "for good");
   command
       ->add_option("--mode", options->mode,
                    "mean: average of the channels; omlsa: noise suppression on it; mvdr: two-"
@@ -133,15 +156,19 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
       ->type_name("DB");
 }
 
-static void declare_enhance(CLI::App *command, enhance_options *options) {
-  declare_places(command, options);
+static void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
+  declare_places(command, options, batch);
   declare_scene(command, options);
-  command->add_flag("--plain", options->plain,
-                    "the bare library: silence at the start or a microphone fault ends beamforming "
-                    "for good");
   command->add_flag("--quiet", options->quiet, "neither progress bar nor summary");
   command->add_flag("--verbose", options->verbose, "show the library's notes on standard error");
   command->set_version_flag("--version", version_text());
+}
+
+static void declare_plot(CLI::App *command, enhance_options *options, std::string *picture) {
+  command->add_option("IN", options->in, "sound file")->required()->type_name("");
+  command->add_option("PICTURE", *picture, "PNG file; default: named after IN, here")
+      ->type_name("");
+  declare_scene(command, options);
 }
 
 static void declare_conform(CLI::App *command, conform_options *options) {
@@ -179,23 +206,46 @@ static int parse(CLI::App *app, int argc, char **argv, bool *done) {
   return 0;
 }
 
+static int run_enhance(enhance_options *options, const batch_options *batch) {
+  if (!batch->out_dir.empty()) {
+    return batch_run(options, batch);
+  }
+  if (batch->places.size() != 2) {
+    report_line(batch->places.size() < 2
+                    ? "OUT is missing: se_bf enhance IN OUT (see se_bf enhance --help)"
+                    : "many files need --out-dir DIR; without it give IN and OUT only");
+    return USAGE_ERROR;
+  }
+  enhance_figures figures = {};
+  options->in = batch->places[0];
+  options->out = batch->places[1];
+  return enhance_run(options, &figures);
+}
+
 static int run(int argc, char **argv) {
   process_fill_descriptors();
   CLI::App app("Speech enhancement with one or two microphones.", "se_bf");
   enhance_options enhancing;
+  batch_options batch;
   conform_options conforming;
+  std::string picture;
   app.set_version_flag("--version", version_text());
   app.require_subcommand(1);
   CLI::App *enhance = app.add_subcommand("enhance", ENHANCE_HELP);
+  CLI::App *plot = app.add_subcommand("plot", PLOT_HELP);
   CLI::App *conform = app.add_subcommand("conform", CONFORM_HELP);
-  declare_enhance(enhance, &enhancing);
+  declare_enhance(enhance, &enhancing, &batch);
+  declare_plot(plot, &enhancing, &picture);
   declare_conform(conform, &conforming);
   bool done = false;
   const int status = parse(&app, argc, argv, &done);
   if (done) {
     return status;
   }
-  return enhance->parsed() ? enhance_run(&enhancing) : conform_run(&conforming);
+  if (enhance->parsed()) {
+    return run_enhance(&enhancing, &batch);
+  }
+  return plot->parsed() ? plot_run(&enhancing, picture) : conform_run(&conforming);
 }
 
 int main(int argc, char **argv) {

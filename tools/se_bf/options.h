@@ -20,6 +20,13 @@ struct enhance_options {
   bool verbose = false;          // shows the library's notes
 };
 
+struct batch_options {
+  std::vector<std::string> places;  // IN and OUT, or sound files and directories of them
+  std::string out_dir;              // where results go; empty: IN and OUT were given
+  int jobs = 0;                     // worker processes at a time; 0: as many as processors
+  bool overwrite = false;           // results that are there are made anew
+};
+
 struct conform_options {
   std::string type;  // "bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono"; empty: all four
   int hop = 192;     // samples

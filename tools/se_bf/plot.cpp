@@ -1,0 +1,124 @@
+// The subcommand `se_bf plot`: makes the two WAV files and has the plot script draw them.
+#include "plot.h"
+
+#include <errno.h>
+#include <sndfile.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <system_error>
+
+#include "audio_source.h"
+#include "enhance.h"
+#include "process.h"
+#include "report.h"
+
+namespace fs = std::filesystem;
+
+static constexpr size_t CHUNK_FRAMES = 4096;
+static const char *const SCRIPTS = "share/tm_se_bf/plot";  // below the installation's prefix
+
+static bool fail(const std::string &text) {
+  report_line(text);
+  return false;
+}
+
+// Where the scripts are installed, told from where the program is.
+static bool find_scripts(fs::path *directory) {
+  std::error_code error;
+  const char *chosen = getenv("SE_BF_PLOT_DIR");
+  const fs::path program = fs::read_symlink("/proc/self/exe", error);
+  *directory = chosen != nullptr ? fs::path(chosen) : program.parent_path().parent_path() / SCRIPTS;
+  return fs::exists(*directory / "python.sh", error) ||
+         fail("the plot scripts are not in " + directory->string() +
+              "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
+}
+
+// Writes the first channel in use as the enhancer gets it: at 16 kHz, in a format that any script
+// reads.
+static bool write_before(const enhance_options *options, const std::string &path) {
+  audio_source source = {};
+  SF_INFO info = {};
+  info.samplerate = ENHANCE_RATE_HZ;
+  info.channels = 1;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  if (!source_open(&source, options)) {
+    source_close(&source);
+    return false;
+  }
+  const size_t channels = source.picks.size();
+  std::vector<float> frames(CHUNK_FRAMES * channels);
+  SNDFILE *file = sf_open(path.c_str(), SFM_WRITE, &info);
+  bool good = file != nullptr;
+  long count = good ? source_read(&source, frames.data(), CHUNK_FRAMES) : 0;
+  while (good && count > 0) {
+    for (long n = 0; n < count; ++n) {
+      frames[static_cast<size_t>(n)] = frames[static_cast<size_t>(n) * channels];
+    }
+    good = sf_writef_float(file, frames.data(), count) == count;
+    count = good ? source_read(&source, frames.data(), CHUNK_FRAMES) : 0;
+  }
+  source_close(&source);
+  const bool closed = file != nullptr && sf_close(file) == 0;
+  if (!good || !closed) {
+    return fail("writing to " + path + " failed; is there space on the disk?");
+  }
+  return count == 0;
+}
+
+static bool draw(const fs::path &scripts, const fs::path &work, const std::string &name,
+                 const std::string &picture) {
+  const std::string shell = scripts / "python.sh";
+  const std::string script = scripts / "spectrograms.py";
+  const std::string before = work / "before.wav";
+  const std::string after = work / "after.wav";
+  const std::string output = "--output=" + picture;
+  const std::string title = "--title=" + name;
+  const pid_t child = fork();
+  if (child == 0) {
+    execl(shell.c_str(), shell.c_str(), script.c_str(), before.c_str(), after.c_str(),
+          output.c_str(), title.c_str(), "--title=enhanced", static_cast<char *>(nullptr));
+    _exit(1);
+  }
+  int status = 1;
+  while (child != -1 && waitpid(child, &status, 0) == -1 && errno == EINTR) {
+  }
+  return (child != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
+         fail("the picture was not drawn; it needs python3 with numpy, scipy and matplotlib, and " +
+              picture + " must be writable");
+}
+
+static bool plot_in(const enhance_options *options, const fs::path &work,
+                    const std::string &picture) {
+  fs::path scripts;
+  if (options->in == "-") {
+    return fail("a picture needs a sound file; standard input cannot be drawn");
+  }
+  if (!find_scripts(&scripts) || !write_before(options, work / "before.wav")) {
+    return false;
+  }
+  enhance_figures figures = {};
+  enhance_options enhancing = *options;
+  enhancing.out = work / "after.wav";
+  enhancing.quiet = true;
+  return enhance_run(&enhancing, &figures) == 0 &&
+         draw(scripts, work, fs::path(options->in).filename().string(), picture);
+}
+
+int plot_run(const enhance_options *options, const std::string &picture) {
+  std::error_code error;
+  const fs::path parent = fs::temp_directory_path(error);
+  std::string work = (parent / "se_bf-XXXXXX").string();
+  const std::string output =
+      picture.empty() ? fs::path(options->in).stem().string() + ".png" : picture;
+  if (error || mkdtemp(&work[0]) == nullptr) {
+    report_line(std::string("cannot make a directory for temporary files: ") + strerror(errno));
+    return 1;
+  }
+  const bool good = plot_in(options, work, output);
+  fs::remove_all(work, error);
+  return good ? 0 : 1;
+}
