@@ -28,10 +28,12 @@ SE_BF_VECTOR_CLONES void take_channel(const int16_t *__restrict interleaved, int
   }
 }
 
-// Clipped to 16 bits, then truncated toward zero.
+// Clipped to 16 bits, then truncated toward zero. No path produces a not-a-number; it would become
+// silence.
 SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
-    const float below = x[i] > kPcmMax ? kPcmMax : x[i];
+    const float number = x[i] == x[i] ? x[i] : 0.0f;
+    const float below = number > kPcmMax ? kPcmMax : number;
     const float clipped = below < kPcmMin ? kPcmMin : below;
     out[i] = static_cast<int16_t>(static_cast<int32_t>(clipped));
   }

@@ -10,8 +10,8 @@
 // Mean of two channels of hop samples, one after the other in `frame`, over the first of them.
 void average_two_channels(float *frame, int32_t hop);
 
-// Mean over the channels of the power per bin. spectrum: [channels][2 (bins - 1)] packed spectra;
-// power: [bins].
+// Mean over one or two channels of the power per bin. spectrum: [channels][2 (bins - 1)] packed
+// spectra; power: [bins].
 void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power);
 
 // Post-gain of the beamformer, written over the power: (P - N) / P where the power P [bins] exceeds

@@ -78,6 +78,7 @@ bool stream_check_call(se_bf_inst *inst, int16_t *out) {
 
 void stream_check_stop(se_bf_inst *inst) {
   inst->stream_state = SE_BF_STREAM_REFUSED;
+  inst->refusal_reported = 1;
   tamrin_warning_int(
       "se_bf_do: the output store is full, silence from here on; use hop_len 160, not",
       inst->hop_len);

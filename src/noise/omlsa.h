@@ -47,13 +47,16 @@ const float *get_eta2item(const omlsa_state *state);
 const float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
 
 // Optimally-modified log-spectral amplitude (Cohen and Berdugo, "Speech enhancement for
-// non-stationary noise environments", 2001): the log-spectral amplitude gain to the power of the
-// speech-presence probability times the minimum gain to the rest, mapped to a Wiener-type gain of
-// at least 0.1. Updates gain and eta2item.
+// non-stationary noise environments", 2001): the log-spectral amplitude gain (Ephraim and Malah,
+// "Speech enhancement using a minimum mean-square error log-spectral amplitude estimator", 1985) to
+// the power of the speech-presence probability times the minimum gain to the rest, mapped to a
+// Wiener-type gain of at least 0.1. Updates gain and eta2item.
 const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
 
 // Joint maximum-a-posteriori amplitude (Wolfe and Godsill, "Efficient alternatives to the Ephraim
-// and Malah suppression rule for audio signal enhancement", 2003). Updates gain only.
+// and Malah suppression rule for audio signal enhancement", 2003), with the ratio of modified
+// Bessel functions taken from the ends of their series (Abramowitz and Stegun, "Handbook of
+// mathematical functions", 1964, 9.6.10 and 9.7.1). Updates gain only.
 const float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise);
 
 #endif  // TM_SE_BF_NOISE_OMLSA_H

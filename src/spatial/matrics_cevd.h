@@ -1,4 +1,5 @@
-// Principal eigenvector of a Hermitian 2-by-2 matrix in closed form.
+// Principal eigenvector of a Hermitian 2-by-2 matrix in closed form (Golub and Van Loan, "Matrix
+// computations", 1996, chapter 8).
 #ifndef TM_SE_BF_SPATIAL_MATRICS_CEVD_H
 #define TM_SE_BF_SPATIAL_MATRICS_CEVD_H
 

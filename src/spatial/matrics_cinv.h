@@ -1,4 +1,5 @@
-// Inverse of a Hermitian 2-by-2 matrix in closed form.
+// Inverse of a Hermitian 2-by-2 matrix in closed form (Horn and Johnson, "Matrix analysis", 1985,
+// 0.8).
 #ifndef TM_SE_BF_SPATIAL_MATRICS_CINV_H
 #define TM_SE_BF_SPATIAL_MATRICS_CINV_H
 

@@ -6,7 +6,7 @@
 
 #include <immintrin.h>
 
-#include "spectral/q31_vector_stages.h"
+#include "spectral/q31_vector_kernel.h"
 
 namespace {
 

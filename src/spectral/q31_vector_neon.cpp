@@ -5,7 +5,7 @@
 
 #include <arm_neon.h>
 
-#include "spectral/q31_vector_stages.h"
+#include "spectral/q31_vector_kernel.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 // releasing anything moves it back to the start. Blocks carry no header, nothing is returned to the
 // operating system, and the heap is never used. Not protected against concurrent use.
 //
-// Blocks start at multiples of 4 bytes, so a record with pointers may start at an address that is
-// 4 modulo 8 on a 64-bit machine. Records that live in the pool are therefore declared under
-// `#pragma pack(push, kPoolAlignment)` with kPoolAlignment = 4, which also keeps them small.
+// Blocks start at multiples of 4 bytes, so a record with pointers may start at an address that is 4
+// modulo 8 on a 64-bit machine. Records that live in the pool are therefore declared under
+// `#pragma pack(push, 4)`, which also keeps them small.
 #ifndef TM_SE_BF_SUPPORT_TAMRIN_MEMORY_H
 #define TM_SE_BF_SUPPORT_TAMRIN_MEMORY_H
 
