@@ -3,7 +3,8 @@
 # out with what the command-line program makes of the same recording.
 #
 # hosts_test.sh HOST SOURCE PLUGIN-DIRECTORY SE_BF
-# HOST: ladspa-sdk, ffmpeg, sox, gstreamer, alsa, alsa-conversion, alsa-mistakes, alsa-ladspa or pipewire.
+# HOST: ladspa-sdk, ffmpeg, sox, gstreamer, alsa, alsa-conversion, alsa-mistakes, alsa-ladspa,
+# documented or pipewire.
 # Exit status 77 when a program that is needed is missing.
 set -euo pipefail
 self=$(realpath "$0")
@@ -204,6 +205,21 @@ test_alsa-ladspa() {
   record "tm_se_bf_ladspa:SLAVE=recording,PATH=\"$plugins\",DISTANCE=$DISTANCE,DOA=$DOA" 16000 \
     $((FRAMES + LATENCY)) -f S16_LE >got.raw
   compare reference.wav got.raw --delay $LATENCY --exact --all
+}
+
+# The lines of the plug-ins' README that make a file, as printed.
+test_documented() {
+  need ffmpeg sox gst-launch-1.0
+  export GST_REGISTRY=$work/registry
+  enhance reference.wav --mic-distance $DISTANCE --doa $DOA
+  local line count=0
+  while read -r line; do
+    rm -f out.wav
+    eval "${line/LADSPA_PATH=\/usr\/lib\/ladspa/}" >/dev/null 2>&1 </dev/null
+    compare reference.wav out.wav --delay any --level-db 0.1 --correlation 0.999
+    count=$((count + 1))
+  done < <(grep -E '^(ffmpeg|LADSPA_PATH|gst-launch-1.0) ?' "$source/plugins/README.md")
+  [[ $count == 3 ]]
 }
 
 # wait_for COMMAND...: until it succeeds, a quarter of a minute at most.

@@ -13,7 +13,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <new>
 
 #include "batch_plan.h"
@@ -24,7 +23,7 @@
 static constexpr int POLL_MS = 100;  // between two looks at the progress
 static constexpr size_t READ_BYTES = 4096;
 static constexpr size_t NAME_WIDTH = 40;  // of the table; longer names push their row to the right
-static const std::string LINE_PREFIX = "se_bf: ";
+static constexpr char LINE_PREFIX[] = "se_bf: ";
 static const char *const STATE_NAMES[] = {"not enhanced", "not enhanced", "enhanced", "skipped",
                                           "failed"};
 
@@ -80,8 +79,10 @@ static void show_lines(batch_file *file) {
   size_t end = file->text.find('\n');
   while (end != std::string::npos) {
     std::string line = file->text.substr(0, end);
-    const bool own = line.compare(0, LINE_PREFIX.size(), LINE_PREFIX) == 0;
-    report_line(file->in + ": " + (own ? line.substr(LINE_PREFIX.size()) : line));
+    if (line.rfind(LINE_PREFIX, 0) == 0) {
+      line.erase(0, strlen(LINE_PREFIX));
+    }
+    report_line(file->in + ": " + line);
     file->text.erase(0, end + 1);
     end = file->text.find('\n');
   }
