@@ -1,36 +1,38 @@
-/* Speech enhancement with one or two microphones: the public interface of libtm_se_bf.so.
+/** @file
+ * Speech enhancement with one or two microphones: the public interface of libtm_se_bf.so.
  *
  * An instance takes blocks of interleaved 16-bit PCM at 16 kHz and gives back as many enhanced mono
  * samples at a fixed latency. All of its memory comes from one static pool inside the library.
  *
- * Calling order
+ * @par Calling order
  *   se_bf_create -> se_bf_init (once) -> se_bf_do (any number of times) -> se_bf_destroy;
  *   se_bf_change_mode may be called between two calls of se_bf_do.
  *
- * Block size
+ * @par Block size
  *   se_bf_do consumes and produces `samples_per_call` samples per channel: a positive multiple of
  *   320 (20 ms). Call with 320: the dead-microphone levels move once a call, so a failing
  * microphone is noticed after about 44 calls, which are 0.9 s with blocks of 320 but 7 s with
  * blocks of 2560.
  *
- * Latency
+ * @par Latency
  *   se_bf_init returns N/2 + (320 - L) for hop L and FFT length N (256 for L = 192). The signal
  * itself is delayed by (N - L) + (320 - L): 192 samples for L = 192, 256 for 160, 192 for 320.
  * Align by the latter. Mode SE_BF_MODE_MONO has no delay.
  *
- * Memory and instances
+ * @par Memory and instances
  *   The pool holds 102400 bytes and one instance: se_bf_destroy, and a se_bf_create that fails,
  *   empty the whole pool and so invalidate every instance in the process. Nothing is allocated
  * while processing. One process runs one instance at a time; create, init, destroy, in this order.
  *
- * Threads
+ * @par Threads
  *   Nothing is locked. All calls of a process come from one thread at a time.
  *
- * Refused configurations
+ * @par Refused configurations
  *   Supported hops are 160, 192 and 320. What cannot be streamed is named on standard error, and
  *   se_bf_do then writes silence. Progress notes of the library appear on standard output.
  *
- * Example
+ * @par Example
+ * @code{.c}
  *   se_bf_create_param sizes = {2, 320, 0};
  *   se_bf_init_param scene = {SE_BF_MODE_MVDR, 0.05f, 90.0f};
  *   int16_t in[2 * 320];
@@ -46,6 +48,7 @@
  *   }
  *   se_bf_destroy(inst);
  *   return 0;
+ * @endcode
  */
 #ifndef TM_SE_BF_H
 #define TM_SE_BF_H
@@ -62,60 +65,65 @@ extern "C" {
 #define SE_BF_API
 #endif
 
-/* Processing modes. Any other value passes channel 0 through the block buffer, delayed by 320 - L.
+/** Processing modes. Any other value passes channel 0 through the block buffer, delayed by 320 - L.
  */
 enum {
-  SE_BF_MODE_MEAN = 6000,  /* mean of the channels, through analysis and synthesis unchanged */
-  SE_BF_MODE_OMLSA = 6001, /* mean of the channels, noise suppressed */
-  SE_BF_MODE_MVDR = 6002,  /* two-microphone beamformer with post-filter */
-  SE_BF_MODE_MONO = 6003   /* channel 0, sample for sample, no delay */
+  SE_BF_MODE_MEAN = 6000,  /**< mean of the channels, through analysis and synthesis unchanged */
+  SE_BF_MODE_OMLSA = 6001, /**< mean of the channels, noise suppressed */
+  SE_BF_MODE_MVDR = 6002,  /**< two-microphone beamformer with post-filter */
+  SE_BF_MODE_MONO = 6003   /**< channel 0, sample for sample, no delay */
 };
 
-/* One instance; its content is private to the library. */
+/** One instance; its content is private to the library. */
 typedef struct se_bf_inst se_bf_inst;
 
-/* Sizes, read once by se_bf_create. */
+/** Sizes, read once by se_bf_create. */
 typedef struct se_bf_create_param {
-  int16_t num_ch_in; /* interleaved input channels: 1 or 2 */
-  int32_t
-      samples_per_call; /* samples per channel of one se_bf_do call: a positive multiple of 320 */
-  int32_t hop_len;      /* analysis hop in samples: 160, 192 or 320; below 1 selects 192 */
+  /** Interleaved input channels: 1 or 2. */
+  int16_t num_ch_in;
+  /** Samples per channel of one se_bf_do call: a positive multiple of 320. */
+  int32_t samples_per_call;
+  /** Analysis hop in samples: 160, 192 or 320; below 1 selects 192. */
+  int32_t hop_len;
 } se_bf_create_param;
 
-/* Mode and geometry, read once by se_bf_init. */
+/** Mode and geometry, read once by se_bf_init. */
 typedef struct se_bf_init_param {
-  int32_t mode;       /* one of SE_BF_MODE_*; a one-channel instance always runs SE_BF_MODE_OMLSA */
-  float mic_distance; /* spacing of the microphones in metres; not above 0: uniform steering */
-  float doa;          /* direction of the talker in degrees: 0 is on the line of the microphones on
-                         the side of microphone 0, 90 broadside, 180 on the side of microphone 1 */
+  /** One of SE_BF_MODE_*; a one-channel instance always runs SE_BF_MODE_OMLSA. */
+  int32_t mode;
+  /** Spacing of the microphones in metres; not above 0: no direction is preferred at the start. */
+  float mic_distance;
+  /** Direction of the talker in degrees: 0 is on the line of the microphones on the side of
+   * microphone 0, 90 is broadside, 180 is on the side of microphone 1. */
+  float doa;
 } se_bf_init_param;
 
-/* Makes an instance. Returns null, after a message on standard output, when the channel count is
+/** Makes an instance. Returns null, after a message on standard output, when the channel count is
  * not 1 or 2 (this empties the pool); returns null when the pool cannot hold the instance record.
  */
 SE_BF_API se_bf_inst *se_bf_create(const se_bf_create_param *param);
 
-/* Sets mode and geometry and returns the nominal latency in samples (see Latency above), or 0 when
+/** Sets mode and geometry and returns the nominal latency in samples (see Latency above), or 0 when
  * `param` is null. Says on standard error what cannot be streamed and what to do about it. */
 SE_BF_API int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param);
 
-/* Processes one block and returns `samples_per_call`.
+/** Processes one block and returns `samples_per_call`.
  * out: samples_per_call mono samples. in: samples_per_call * num_ch_in interleaved samples, channel
  * 0 first; one channel of it is overwritten with the other when a microphone is found dead. */
 SE_BF_API int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in);
 
-/* Changes the mode of a two-channel instance from the next se_bf_do on; a one-channel instance
+/** Changes the mode of a two-channel instance from the next se_bf_do on; a one-channel instance
  * stays in SE_BF_MODE_OMLSA. An instance that was initialised in a mono mode (MEAN, OMLSA) goes on
  * to analyse channel 0 only: initialise in SE_BF_MODE_MVDR to be able to beamform later. */
 SE_BF_API void se_bf_change_mode(se_bf_inst *inst, int32_t mode);
 
-/* Releases the instance and with it the whole pool. Null is accepted. */
+/** Releases the instance and with it the whole pool. Null is accepted. */
 SE_BF_API void se_bf_destroy(se_bf_inst *inst);
 
-/* Version of the library as text: "1.3.5". */
+/** Version of the library as text: "1.3.5". */
 SE_BF_API const char *se_bf_get_version(void);
 
-/* Runs the stored two-channel recording through a fresh instance and prints timing and similarity
+/** Runs the stored two-channel recording through a fresh instance and prints timing and similarity
  * to the stored reference on standard output; destroys every other instance of the process.
  * se_type: "bf_mean", "bf_omlsa", "bf_mvdr" or "bf_mono"; hop_len as in se_bf_create_param.
  * Returns the number of characters of the last printed line; it gives no verdict. */
