@@ -44,7 +44,7 @@ inline pcm process(se_bf_inst *inst, const stream_setup &setup, pcm *input) {
 inline pcm run_stream(const stream_setup &setup, pcm input) {
   se_bf_inst *inst = make_instance(setup);
   se_bf_change_mode(inst, setup.mode);  // no change, and none at all with one channel
-  const pcm output = process(inst, setup, &input);
+  pcm output = process(inst, setup, &input);
   se_bf_destroy(inst);
   return output;
 }

@@ -14,23 +14,26 @@ bool state_is_finite(const se_bf_inst *inst) {
   const mcra_state *mcra = inst->mcra;
   const mvdr_evd_state *mvdr = inst->mvdr;
   const int32_t bins = inst->num_bins;
-  const std::pair<const float *, int32_t> vectors[] = {
-      {mcra->speech_prob, bins},
-      {mcra->lambdaD, bins},
-      {mcra->smoothed_pwr, bins},
-      {mcra->s_tmp, bins},
-      {mcra->s_min, bins},
-      {inst->omlsa->gain, bins},
-      {inst->omlsa->eta2item, bins},
-      {mvdr->speech_weight, bins},
-      {mvdr->noise_weight, bins},
-      {&mvdr->weights->re, 4 * bins},
-      {&mvdr->steering->re, 4 * bins},
-      {&mvdr->noise_cov_inv->data->re, 3 * 8 * bins},
-      {inst->stft->history, 4 * bins - 4},
-      {inst->stft->ola_tail, inst->stft->overlap}};
-  return std::all_of(std::begin(vectors), std::end(vectors), [](const auto &v) {
-    return std::all_of(v.first, v.first + v.second, [](float x) { return std::isfinite(x); });
+  struct span {
+    const float *x;
+    int32_t count;
+  };
+  const span vectors[] = {{mcra->speech_prob, bins},
+                          {mcra->lambdaD, bins},
+                          {mcra->smoothed_pwr, bins},
+                          {mcra->s_tmp, bins},
+                          {mcra->s_min, bins},
+                          {inst->omlsa->gain, bins},
+                          {inst->omlsa->eta2item, bins},
+                          {mvdr->speech_weight, bins},
+                          {mvdr->noise_weight, bins},
+                          {&mvdr->weights->re, 4 * bins},
+                          {&mvdr->steering->re, 4 * bins},
+                          {&mvdr->noise_cov_inv->data->re, 3 * 8 * bins},
+                          {inst->stft->history, 4 * bins - 4},
+                          {inst->stft->ola_tail, inst->stft->overlap}};
+  return std::all_of(std::begin(vectors), std::end(vectors), [](const span &v) {
+    return std::all_of(v.x, v.x + v.count, [](float x) { return std::isfinite(x); });
   });
 }
 
@@ -63,7 +66,8 @@ TEST(Instance, SteeringFollowsASimulatedPlaneWave) {
     for (int32_t entry = 0; entry < 2 * inst->num_bins; ++entry) {
       // A talker at 0 degrees lies beyond microphone 0, which hears him before the centre does.
       const double later_m = (entry % 2 - 0.5) * kSpacingM * std::cos(doa * kPi / 180.0);
-      const double hertz = entry / 2 * kSampleRateHz / 256.0;
+      const int32_t bin = entry / 2;
+      const double hertz = bin * kSampleRateHz / 256.0;
       const double phase = -2.0 * kPi * hertz * later_m / kSoundMps;
       const se_complex d = inst->steering[entry];
       ASSERT_NEAR(wide(d.re), std::sqrt(0.5) * std::cos(phase), kTolerance) << doa << ' ' << entry;

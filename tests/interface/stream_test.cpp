@@ -120,7 +120,7 @@ TEST(Stream, BeamformerLosesChannelOneAfterMonoInitialisationOrFault) {
     se_bf_inst *inst = make_instance(setup);
     process(inst, setup, &prefix);
     se_bf_change_mode(inst, SE_BF_MODE_MVDR);
-    const pcm out = process(inst, setup, &in);
+    pcm out = process(inst, setup, &in);
     se_bf_destroy(inst);
     return out;
   };

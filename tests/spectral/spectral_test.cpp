@@ -5,7 +5,6 @@
 #include <complex>
 
 #include "spectral/fftwrap_fixpoint.h"
-#include "spectral/q31_tables.h"
 #include "test_signals.h"
 
 namespace {
@@ -107,12 +106,16 @@ TEST(Q31Tables, MatchTheirFormulas) {
       expect_q31(cfft->pTwiddle[2 * i + 1], std::sin(angle));
     }
   }
-  for (uint32_t i = 0; i < kMaxCfftLength; ++i) {
-    const long double angle = 2.0L * std::acos(-1.0L) * i / kMaxRfftLength;
-    expect_q31(realCoefAQ31[2 * i], 0.5L - 0.5L * std::sin(angle));
-    expect_q31(realCoefAQ31[2 * i + 1], -0.5L * std::cos(angle));
-    expect_q31(realCoefBQ31[2 * i], 0.5L + 0.5L * std::sin(angle));
-    expect_q31(realCoefBQ31[2 * i + 1], 0.5L * std::cos(angle));
+  rfft_q31_instance longest;
+  arm_rfft_init_q31(&longest, 8192, 0, 1);
+  const int32_t *a = longest.pTwiddleAReal;
+  const int32_t *b = longest.pTwiddleBReal;
+  for (uint32_t i = 0; i < 4096; ++i) {
+    const long double angle = 2.0L * std::acos(-1.0L) * i / 8192.0L;
+    expect_q31(a[2 * i], 0.5L - 0.5L * std::sin(angle));
+    expect_q31(a[2 * i + 1], -0.5L * std::cos(angle));
+    expect_q31(b[2 * i], 0.5L + 0.5L * std::sin(angle));
+    expect_q31(b[2 * i + 1], 0.5L * std::cos(angle));
   }
 }
 
