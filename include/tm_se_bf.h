@@ -27,6 +27,12 @@
  * @par Threads
  *   Nothing is locked. All calls of a process come from one thread at a time.
  *
+ * @par Microphone faults
+ *   A dead microphone is repaired in the call's input, and the instance analyses channel 0 only from
+ *   then on. Silence in both channels at the start counts as a fault, and so do exactly equal levels:
+ *   always for identical channels, and by chance, once in hours, for well-matched microphones.
+ *   Destroy and create the instance anew to beamform again.
+ *
  * @par Refused configurations
  *   Supported hops are 160, 192 and 320. What cannot be streamed is named on standard error, and
  *   se_bf_do then writes silence. Progress notes of the library appear on standard output.
@@ -91,7 +97,8 @@ typedef struct se_bf_create_param {
 typedef struct se_bf_init_param {
   /** One of SE_BF_MODE_*; a one-channel instance always runs SE_BF_MODE_OMLSA. */
   int32_t mode;
-  /** Spacing of the microphones in metres; not above 0: no direction is preferred at the start. */
+  /** Spacing of the microphones in metres; not above 0, or without a finite direction: none is
+   * preferred at the start. */
   float mic_distance;
   /** Direction of the talker in degrees: 0 is on the line of the microphones on the side of
    * microphone 0, 90 is broadside, 180 is on the side of microphone 1. */

@@ -7,6 +7,12 @@ namespace {
 constexpr int32_t kShortLength = 256;
 constexpr int32_t kLongLength = 512;
 
+#if defined(TM_SE_BF_CHECK_Q31)
+constexpr bool kUseVectors = false;  // the checking twins are on the scalar path
+#else
+constexpr bool kUseVectors = true;
+#endif
+
 #if defined(TM_SE_BF_USE_AVX2)
 bool has_avx2() {
   return __builtin_cpu_supports("avx2") != 0;
@@ -20,7 +26,7 @@ bool has_avx2() {
 }  // namespace
 
 const q31_vector_kernel *q31_vector_kernel_for(int32_t n) {
-  if (n != kShortLength && n != kLongLength) {
+  if (!kUseVectors || (n != kShortLength && n != kLongLength)) {
     return nullptr;
   }
   if (q31_vector_avx2.forward != nullptr && has_avx2()) {
