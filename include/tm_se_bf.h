@@ -28,10 +28,10 @@
  *   Nothing is locked. All calls of a process come from one thread at a time.
  *
  * @par Microphone faults
- *   A dead microphone is repaired in the call's input, and the instance analyses channel 0 only from
- *   then on. Silence in both channels at the start counts as a fault, and so do exactly equal levels:
- *   always for identical channels, and by chance, once in hours, for well-matched microphones.
- *   Destroy and create the instance anew to beamform again.
+ *   A dead microphone is repaired in the call's input, and the instance analyses channel 0 only
+ * from then on. Silence in both channels at the start counts as a fault, and so do exactly equal
+ * levels: always for identical channels, and by chance, once in hours, for well-matched
+ * microphones. Destroy and create the instance anew to beamform again.
  *
  * @par Refused configurations
  *   Supported hops are 160, 192 and 320. What cannot be streamed is named on standard error, and
