@@ -3,12 +3,11 @@
 // faults.
 //
 // Two ways to use a host, one of them for its whole life:
-//   aligned    host_push_* ... host_finish_*: output sample i belongs to input sample i, and
+//   - aligned, host_push_* ... host_finish_*: output sample i belongs to input sample i, and
 //   exactly
-//              as many samples come out as went in. For files and pipes.
-//   streaming  host_stream_*: every call returns as many samples as it takes, at the constant
-//   latency
-//              host_stream_latency(). For audio plug-ins.
+//     as many samples come out as went in. For files and pipes.
+//   - streaming, host_stream_*: every call returns as many samples as it takes, at the constant
+//     latency host_stream_latency(). For audio plug-ins.
 //
 // Shielding (two channels, every mode but SE_BF_MODE_MONO; host_config.plain turns it off)
 //   - Nothing is handed to the library before the first block in which both microphones carry sound
@@ -36,10 +35,10 @@
 constexpr int32_t HOST_RATE_HZ = 16000;
 constexpr int32_t HOST_BLOCK = 320;  // samples per channel of one library call
 constexpr int32_t HOST_MAX_CHANNELS = 2;
-constexpr int32_t HOST_START_WAIT_BLOCKS =
-    10;  // 0.2 s: more skew than two inputs of one device have
-constexpr int32_t HOST_HEAL_BLOCKS =
-    100;  // 2 s: a loose contact shows as dead within 44 to 88 blocks
+// 0.2 s: more skew than two inputs of one device have.
+constexpr int32_t HOST_START_WAIT_BLOCKS = 10;
+// 2 s: a loose contact shows as dead within 44 to 88 blocks.
+constexpr int32_t HOST_HEAL_BLOCKS = 100;
 constexpr int32_t HOST_HISTORY_BLOCKS = 50;  // 1 s: noise tracking needs 15 frames, weights 10
 constexpr size_t HOST_FINISH_MAX = 640;      // most samples that host_finish_* writes
 
