@@ -3,9 +3,8 @@
 // faults.
 //
 // Two ways to use a host, one of them for its whole life:
-//   - aligned, host_push_* ... host_finish_*: output sample i belongs to input sample i, and
-//   exactly
-//     as many samples come out as went in. For files and pipes.
+//   - aligned, host_push_* ... host_finish_*: output sample i belongs to input sample i, and as
+//     many samples come out as went in. For files and pipes.
 //   - streaming, host_stream_*: every call returns as many samples as it takes, at the constant
 //     latency host_stream_latency(). For audio plug-ins.
 //
