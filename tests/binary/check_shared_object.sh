@@ -1,14 +1,15 @@
 #!/bin/sh
 # Checks what the shared object exports, what it needs, what it calls, and how it is linked.
 #
-# check_shared_object.sh NM READELF LIBRARY OBJECT...
+# check_shared_object.sh NM READELF OBJDUMP LIBRARY OBJECT...
 # OBJECT...: the object files it was linked from, for the checks of who reads the clock.
 # Prints a line per check that holds; exit 1 with the difference for each that does not.
 set -eu
 nm=$1
 readelf=$2
-library=$3
-shift 3
+objdump=$3
+library=$4
+shift 4
 failed=0
 
 # expect WHAT GOT EXPECTED
@@ -77,4 +78,11 @@ expect 'no text relocation' "$(echo "$dynamic" | grep -c 'TEXTREL' || true)" 0
 expect 'the stack is not executable' \
   "$(echo "$segments" | awk '$1 == "GNU_STACK" { print $(NF - 1) }')" 'RW'
 expect 'no segment is writable and executable' "$(echo "$segments" | grep -c ' RWE ' || true)" 0
+
+# A fused multiply-add rounds once where the library's arithmetic rounds twice, and not every
+# processor has one. Names of x86, aarch64, arm and s390x, in this order; fnmul and vmla are not fused.
+fused='vfn?m(add|sub)[a-z0-9]*|fn?m(add|sub|la|ls|lal|lsl|ad|sb)|fcmla'
+fused="$fused|vfn?m[as](\.[a-z0-9]+)+|m[as][ed]br?|[vw]fn?m[as][sd]b"
+expect 'no fused multiply-add' \
+  "$("$objdump" -d "$library" | grep -oE "[[:space:]]($fused)[[:space:]]" | sort | uniq -c)" ''
 exit $failed
