@@ -218,7 +218,7 @@ test_documented() {
     eval "${line/LADSPA_PATH=\/usr\/lib\/ladspa/}" >/dev/null 2>&1 </dev/null
     compare reference.wav out.wav --delay any --level-db 0.1 --correlation 0.999
     count=$((count + 1))
-  done < <(grep -E '^(ffmpeg|LADSPA_PATH|gst-launch-1.0) ?' "$source/plugins/README.md")
+  done < <(grep -E '^(ffmpeg|LADSPA_PATH|gst-launch-1.0) ?' "$source/docs/plugins.md")
   [[ $count == 3 ]]
 }
 
