@@ -77,6 +77,14 @@ void gather_bin(const se_complex *spectrum, int32_t k, int32_t bins, int32_t cha
 using matrix_lanes = float __attribute__((vector_size(32)));
 using product_lanes = float __attribute__((vector_size(16)));
 
+// Bins of a block that are written out. Small builds without AVX2 spend a few instructions on a
+// loop.
+#if defined(TM_SE_BF_USE_AVX2)
+constexpr int32_t kBlockUnroll = 8;
+#else
+constexpr int32_t kBlockUnroll = 4;
+#endif
+
 // The distinct parts of x x^H per bin: |x0|^2, |x1|^2, real and imaginary part of x0 conj(x1).
 constexpr int32_t kBlockBins = 8;
 constexpr int32_t kProductParts = 4;
@@ -136,7 +144,7 @@ SE_BF_VECTOR_CLONES void accumulate_blocks(const mvdr_evd_state *state, const fl
     if (k == 0) {
       form_dc_product(spectrum[0], spectrum[2 * stride], products);
     }
-#pragma GCC unroll 8
+#pragma GCC unroll kBlockUnroll
     for (int32_t i = 0; i < kBlockBins; ++i) {
       accumulate_products(products + kProductParts * i, speech_prob[k + i], speech + k + i,
                           noise + k + i);
