@@ -34,7 +34,7 @@ inline se_bf_inst *make_instance(const stream_setup &setup) {
 inline pcm process(se_bf_inst *inst, const stream_setup &setup, pcm *input) {
   const size_t frames = static_cast<size_t>(setup.samples_per_call);
   const size_t channels = static_cast<size_t>(setup.channels);
-  pcm output(input->size() / channels / frames * frames);
+  pcm output(input->size() / channels / frames * frames, 0x5A5A);  // loud where nothing is written
   for (size_t n = 0; n < output.size(); n += frames) {
     se_bf_do(inst, output.data() + n, input->data() + n * channels);
   }

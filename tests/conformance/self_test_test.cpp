@@ -67,6 +67,10 @@ TEST(SelfTest, PrintsItsReportLineForLine) {
     EXPECT_EQ(part(3) == "1.000000" && part(4) == "1.000000", c.in_step);
   }
   regfree(&report);
+  testing::internal::CaptureStdout();
+  se_bf_conformance_test(nullptr, 4096);  // a latency beyond the output
+  const std::string text = testing::internal::GetCapturedStdout();
+  EXPECT_NE(text.find("se_type= (null): "), std::string::npos) << text;
 }
 
 }  // namespace

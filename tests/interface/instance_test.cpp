@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <string>
 
 #include "interface/se_bf_instance.h"
+#include "spatial/array_util.h"
 #include "stream_run.h"
 
 namespace {
@@ -46,12 +48,93 @@ TEST(Instance, EverySupportedConfigurationFitsThePool) {
       EXPECT_EQ(se_bf_init(inst, &scene), h.reported);
       std::printf("hop %d, %d channels: %d of %d bytes\n", h.hop, channels, kStaticMemoryPosition,
                   kStaticMemorySize);
+      EXPECT_LE(kStaticMemoryPosition, (h.fft_len == 512 ? 66820 : 35076) + (channels - 1) * 32632);
       EXPECT_EQ(inst->stream_state, SE_BF_STREAM_READY);
       EXPECT_EQ(inst->num_bins, h.fft_len / 2 + 1);
       se_bf_destroy(inst);
       EXPECT_EQ(kStaticMemoryPosition, 0);
     }
   }
+}
+
+// Each part in a pool that ends after every word of it: made whole or refused.
+TEST(Instance, PartsAreRefusedWhereThePoolEnds) {
+  using maker = const void *(*)();
+  constexpr maker kMakers[] = {[]() -> const void * { return mcra_init(3, 0); },
+                               []() -> const void * { return omlsa_init(3, 0, 0.0f); },
+                               []() -> const void * { return spx_fft_init(32); },
+                               []() -> const void * { return stft_buf_create(32, 16, nullptr, 1); },
+                               []() -> const void * {
+                                 const se_complex steering[6] = {};
+                                 return mvdr_evd_init(2, steering, 3);
+                               }};
+  testing::internal::CaptureStderr();
+  for (const maker make : kMakers) {
+    tamrin_free(nullptr);
+    ASSERT_NE(make(), nullptr);
+    const int32_t needed = kStaticMemoryPosition;
+    for (int32_t room = 0; room <= needed; room += 4) {
+      tamrin_free(nullptr);
+      tamrin_malloc(kStaticMemorySize - room);
+      EXPECT_EQ(make() != nullptr, room == needed) << room;
+    }
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(mvdr_evd_init(2, nullptr, 3) == nullptr &&
+              stft_buf_create(32, 0, nullptr, 1) == nullptr);
+}
+
+TEST(Instance, PartsTakeNothingForAnAnswer) {
+  float x[] = {1.0f, 2.0f};
+  mcra_uninit(nullptr);
+  mcra_reset(nullptr);
+  omlsa_uninit(nullptr);
+  omlsa_reset(nullptr);
+  mvdr_evd_uninit(nullptr);
+  mvdr_evd_reset(nullptr);
+  stft_buf_destroy(nullptr);
+  stft_set_chnl(nullptr, 1);
+  spx_fft_destroy(nullptr);
+  uinitCircularMat(nullptr);
+  for (circular_mat *mat : {static_cast<circular_mat *>(nullptr), initCircularMat(2)}) {
+    const float *const vectors[] = {nullptr, mat == nullptr ? x : nullptr};
+    for (const float *vector : vectors) {
+      resetCircularMat(mat, vector);
+      shiftToPutCircularMat(mat, vector);
+    }
+    getMinFrmCircleMat(mat, mat == nullptr ? x : nullptr);
+  }
+  b_spline(x, 1);
+  get_ULA_geometry(0, 1.0f, x);
+  EXPECT_TRUE(x[0] == 1.0f && x[1] == 2.0f);
+  EXPECT_EQ(mcra_get_speech_prob(nullptr), nullptr);
+  EXPECT_EQ(mcra_get_smoothed_pwr(nullptr), nullptr);
+  EXPECT_EQ(mcra_get_lambdaD(nullptr), nullptr);
+
+  // Records with and without vectors go back to the pool alike.
+  const se_complex steering[6] = {};
+  mvdr_evd_uninit(mvdr_evd_init(2, steering, 3));
+  omlsa_uninit(omlsa_init(3, 0, 0.0f));
+  mcra_state mcra = {};
+  omlsa_state omlsa = {};
+  mvdr_evd_state mvdr = {};
+  stft_buf stft = {};
+  circular_mat mat = {};
+  mcra_uninit(&mcra);
+  omlsa_reset(&omlsa);
+  omlsa_uninit(&omlsa);
+  mvdr_evd_uninit(&mvdr);
+  stft_buf_destroy(&stft);
+  uinitCircularMat(&mat);
+  EXPECT_EQ(kStaticMemoryPosition, 0);
+}
+
+TEST(Instance, TwoShareThePoolUntilOneIsDestroyed) {
+  se_bf_inst *first = make_instance({1, 320, 192, SE_BF_MODE_OMLSA});
+  se_bf_inst *second = make_instance({1, 320, 192, SE_BF_MODE_OMLSA});
+  EXPECT_TRUE(se_bf_instance_alive(first) && se_bf_instance_alive(second));
+  se_bf_destroy(second);
+  EXPECT_FALSE(se_bf_instance_alive(first) || se_bf_instance_alive(second));
 }
 
 TEST(Instance, SteeringFollowsASimulatedPlaneWave) {
@@ -133,6 +216,7 @@ TEST(Instance, HoursOfAudioChangeNeitherPoolNorLevel) {
 
   // Half a day of frames: the sums shrink to 1/24 and the count goes on from there.
   mvdr_evd_state *mvdr = inst->mvdr;
+  EXPECT_EQ(mvdr->rescale_limit, 12 * 3600 * 100);
   const double before = wide(mvdr->noise_weight[50]);
   mvdr->rescale_count = mvdr->rescale_limit - 1;
   in.resize(640);
@@ -151,9 +235,12 @@ TEST(Instance, LossyHopStopsBeforeItOverruns) {
   se_bf_inst *inst = make_instance(setup);
   const uint8_t *guard = static_cast<uint8_t *>(tamrin_malloc(kGuardBytes));
   int32_t last_loud = 0;
+  testing::internal::CaptureStderr();
   for (int32_t block = 1; block <= kLastBlock + 100; ++block) {
     last_loud = process(inst, setup, &in) == pcm(320) ? last_loud : block;
   }
+  const std::string errors = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
   std::printf("last block with sound: %d\n", last_loud);
   EXPECT_EQ(last_loud, kLastBlock);
   EXPECT_EQ(std::count(guard, guard + kGuardBytes, 0), kGuardBytes);

@@ -135,6 +135,25 @@ TEST(Refusal, ExhaustedPoolIsNamedAndSilent) {
   se_bf_destroy(inst);
 }
 
+TEST(Refusal, SceneWithoutADirectionPrefersNone) {
+  const wave noise = white_noise(5, 3200, 500.0);
+  const pcm in = to_words({noise, mix(noise, 0.5, white_noise(6, 3200, 500.0), 1.0)});
+  const auto run = [&in](float metres, float degrees) {
+    const se_bf_create_param sizes = {2, 320, 192};
+    const se_bf_init_param scene = {SE_BF_MODE_MVDR, metres, degrees};
+    se_bf_inst *inst = se_bf_create(&sizes);
+    se_bf_init(inst, &scene);
+    pcm input = in;
+    pcm out = process(inst, kBeamformer, &input);
+    se_bf_destroy(inst);
+    return out;
+  };
+  const pcm none = run(0.0f, 0.0f);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(run(0.05f, std::nanf("")), none);
+  expect_mention(testing::internal::GetCapturedStderr(), "so none is preferred");
+}
+
 TEST(Refusal, BadChannelCountGivesNoInstance) {
   for (const int16_t channels : {int16_t{0}, int16_t{-1}, int16_t{3}, int16_t{-32768}}) {
     const se_bf_create_param sizes = {channels, 320, 192};

@@ -81,6 +81,10 @@ TEST(Matrix, OperationsMatchStdComplex) {
   const vector left = times(A, {H[0], H[2]});
   const vector right = times(A, {H[1], H[3]});
   expect_near(out.data(), {left[0], right[0], left[1], right[1]});
+  words wrapped(4);
+  cmat mw = {2, wrapped.data()};
+  EXPECT_EQ(chmat_pinv(&mw, &mh), chmat_pinv_dim2(out.data(), h.data()));
+  expect_near(wrapped.data(), widen(out.data(), 4));
   cmat_mul_cvec(out.data(), &ma, b.data(), 0);
   expect_near(out.data(), times(A, x));
   cmat_mul_cvec(out.data(), &ma, b.data(), 1);
@@ -257,6 +261,49 @@ TEST(Mvdr, DegenerateBinsGetTheStatedWeights) {
   words spectrum(2 * kNyquist, {3.0f, 5.0f});
   mul_bf_gain(spectrum.data(), state->weights, 2, 2 * kNyquist);
   EXPECT_TRUE(spectrum[0].re == 0.0f && spectrum[0].im == 5.0f);
+}
+
+// Weights for one and for three channels are applied; nothing is tracked or adapted for them.
+TEST(Mvdr, OtherChannelCountsFilterButDoNotAdapt) {
+  uint32_t seed = 181;
+  const words weights = random_words(&seed, 3 * kBins);
+  words spectrum = random_words(&seed, 3 * kNyquist);
+  const words original = spectrum;
+  mul_bf_gain(spectrum.data(), weights.data(), 3, 2 * kNyquist);
+  EXPECT_TRUE(spectrum[0].re == 0.0f && spectrum[0].im == original[0].im);
+  for (size_t k = 1; k < kNyquist; ++k) {
+    const words x = {original[k], original[kNyquist + k], original[2 * kNyquist + k]};
+    expect_near(&spectrum[k], {dot(widen(&weights[3 * k], 3), widen(x.data(), 3))});
+  }
+  std::vector<float> geometry = {9, 8, 7, 6, 5, 4};
+  get_ULA_geometry(2, 1.0f, geometry.data());
+  EXPECT_EQ(geometry, (std::vector<float>{-0.5f, 0, 0, 0.5f, 0, 0}));
+  words steering(5, {7.0f, 7.0f});
+  get_steering_vector_by_doa(60.0f, geometry.data(), 2, steering.data(), 2);
+  EXPECT_TRUE(steering[3].im != 7.0f && steering[4].re == 7.0f) << "two bins of two entries";
+  float packed[] = {1, 2, 3, 4, 5, 6, 7, 8};  // two channels of DC, Nyquist and one bin
+  float power[3];
+  mean_bin_power(packed, 2, 3, power);
+  EXPECT_TRUE(power[0] == 13.0f && power[1] == 69.0f && power[2] == 20.0f);
+  const float gain[] = {2, 3, 4};
+  mul_amp_real_gain(packed, gain, 1, 4);
+  EXPECT_TRUE(packed[0] == 2.0f && packed[1] == 8.0f && packed[3] == 12.0f && packed[4] == 5.0f);
+
+  tamrin_free(nullptr);
+  const std::vector<float> probs(kBins, 0.5f);
+  mvdr_evd_state *mono = mvdr_evd_init(1, weights.data(), kBins);
+  EXPECT_EQ(mvdr_evd_psd_sta(mono, original.data(), probs.data()), 1);
+  mvdr_evd_reset(mono);
+  EXPECT_EQ(mvdr_update_param(mono), mono->weights);
+  EXPECT_TRUE(mono->noise_weight[5] == 0.0f && mono->weights[5].re == 1.0f);
+
+  // Three bins fill no block: each is accumulated on its own.
+  mvdr_evd_state *few = mvdr_evd_init(2, weights.data(), 3);
+  mvdr_evd_psd_sta(few, original.data(), probs.data());
+  const vector X = widen(original.data(), 4);
+  expect_near(few->speech_cov[0].data, 0.5 * outer({X[0].real(), X[2].real()}));
+  expect_near(few->noise_cov[1].data, 0.5 * outer({X[1], X[3]}));
+  expect_near(few->speech_cov[2].data, 0.5 * outer({X[0].imag(), X[2].imag()}));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <complex>
+#include <cstring>
 
 #include "spectral/fftwrap_fixpoint.h"
 #include "test_signals.h"
@@ -51,7 +52,7 @@ TEST(Q31Transform, IsTheDiscreteFourierTransform) {
     rfft_q31_instance inverse;
     ASSERT_EQ(arm_rfft_init_q31(&forward, c.n, 0, 1), 0);
     ASSERT_EQ(arm_rfft_init_q31(&inverse, c.n, 1, 1), 0);
-    std::vector<int32_t> time(n);
+    std::vector<int32_t> time(n + 1, 7);
     std::vector<int32_t> bins(2 * n, 0);
     std::vector<complex> samples(n);
     std::vector<complex> spectrum(n);
@@ -74,6 +75,7 @@ TEST(Q31Transform, IsTheDiscreteFourierTransform) {
     const std::vector<int32_t> unread = bins;
     arm_rfft_q31(&inverse, bins.data(), time.data());
     EXPECT_EQ(bins, unread);
+    EXPECT_EQ(time[n], 7);
     wave real(2 * n, 0.0);
     for (size_t i = 0; i < n; ++i) {
       real[2 * i] = time[i];
@@ -88,6 +90,10 @@ TEST(Q31Transform, IsTheDiscreteFourierTransform) {
     EXPECT_EQ(arm_rfft_init_q31(&refused, unsupported, 0, 1), -1);
   }
   EXPECT_EQ(arm_rfft_init_q31(&refused, 65536 + 256, 1, 1), 0) << "the low 16 bits count";
+  const cfft_q31_instance no_stages = {8, nullptr, nullptr, 0};
+  int32_t untouched[] = {1, 2};
+  arm_cfft_q31(&no_stages, untouched, 0, 0);
+  EXPECT_TRUE(untouched[0] == 1 && untouched[1] == 2);
 }
 
 TEST(Q31Tables, MatchTheirFormulas) {
@@ -116,6 +122,36 @@ TEST(Q31Tables, MatchTheirFormulas) {
     expect_q31(a[2 * i + 1], -0.5L * std::cos(angle));
     expect_q31(b[2 * i], 0.5L + 0.5L * std::sin(angle));
     expect_q31(b[2 * i + 1], 0.5L * std::cos(angle));
+  }
+}
+
+// Vector kernels serve the streamed lengths and repeat the scalar path to the bit, silence and the
+// edges of the range included.
+TEST(Wrapper, EveryKernelGivesTheBitsOfTheScalarPath) {
+  EXPECT_EQ(q31_vector_kernel_for(256), q31_vector_kernel_for(512));
+  EXPECT_EQ(q31_vector_kernel_for(1024), nullptr);
+  for (const int32_t n : {256, 512}) {
+    tamrin_free(nullptr);
+    fft_setup *fft = spx_fft_init(n);
+    const q31_vector_kernel *const kernels[] = {fft->kernel, &q31_vector_sse2, &q31_vector_neon};
+    for (const double level : {3000.0, 1e30, 1e-20, 0.0, 1e-36}) {
+      const wave x = white_noise(static_cast<uint32_t>(n), static_cast<size_t>(n), level);
+      std::vector<float> in(x.begin(), x.end());
+      in[7] = level > 1e20 ? -INFINITY : in[7];
+      const auto both = [&](const q31_vector_kernel *kernel) {
+        std::vector<float> out(2 * in.size());
+        fft->kernel = kernel;
+        spx_fft(fft, in.data(), out.data());
+        spx_ifft(fft, in.data(), out.data() + n);
+        return out;
+      };
+      const std::vector<float> scalar = both(nullptr);
+      for (const q31_vector_kernel *kernel : kernels) {
+        if (kernel != nullptr && kernel->forward != nullptr) {
+          EXPECT_EQ(std::memcmp(both(kernel).data(), scalar.data(), 8 * in.size()), 0) << level;
+        }
+      }
+    }
   }
 }
 

@@ -64,6 +64,7 @@ TEST(ExponentialIntegral, MatchesTheStandardLibrary) {
   EXPECT_LE(worst_single, kSingle);
   EXPECT_LE(worst_double, kDouble);
   EXPECT_EQ(se_expint(0.0f), HUGE_VALF);
+  EXPECT_FLOAT_EQ(se_log10(1000.0f), 3.0f);
 }
 
 }  // namespace
