@@ -20,6 +20,7 @@ pipewire-bin sox wireplumber"
   [abi]="abigail-tools"
   [bench]="libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev valgrind"
   [docs]="doxygen"
+  [coverage]="gcovr"
 )
 
 fail() {
