@@ -8,8 +8,8 @@ set -euo pipefail
 here=$(dirname "$(realpath "$0")")
 
 if [[ $1 == --in-root ]]; then
-  cd /work
-  export DEBIAN_FRONTEND=noninteractive GST_REGISTRY=/work/registry
+  cd /trial
+  export DEBIAN_FRONTEND=noninteractive GST_REGISTRY=/trial/registry
   apt-get -qq -y install --no-install-recommends ./*.deb alsa-utils ffmpeg sox gstreamer1.0-tools \
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad >apt.log 2>&1 ||
     { tail -n 20 apt.log; exit 1; }
@@ -31,7 +31,7 @@ if [[ $1 == --in-root ]]; then
 pcm.recording {
   type plug
   slave { format S16_LE channels 2 rate 16000
-    pcm { type file slave.pcm { type null } file /dev/null infile /work/in.raw format raw } }
+    pcm { type file slave.pcm { type null } file /dev/null infile /trial/in.raw format raw } }
 }
 END
   arecord -q -M -D 'tm_se_bf:SLAVE=recording' -f S16_LE -r 16000 -t raw --buffer-size=40000 \
@@ -52,7 +52,7 @@ END
 
   apt-get -qq -y purge 'tm-se-bf-*' 'libtm-se-bf*' >apt.log 2>&1
   apt-get -qq -y autoremove --purge >apt.log 2>&1
-  find / -xdev ! -path '/work*' \( -name '*tm?se?bf*' -o -name se_bf \) >left
+  find / -xdev ! -path '/trial*' \( -name '*tm?se?bf*' -o -name se_bf \) >left
   dpkg -l | grep -i 'tm-se-bf' >>left || true
   if [[ -s left ]]; then
     cat left
@@ -68,7 +68,7 @@ architecture=$(dpkg --print-architecture)
 mapfile -t files < <(find "$packages" -name "*_$architecture.deb" ! -name '*dbgsym*')
 recording=$here/../../src/conformance/pcm_in_multi.s16
 mmdebstrap --quiet --variant=apt --format=null \
-  --customize-hook='mkdir "$1/work"' \
-  --customize-hook="copy-in ${files[*]} $recording $here/packages_test.sh /work" \
-  --customize-hook='chroot "$1" bash /work/packages_test.sh --in-root' \
+  --customize-hook='mkdir "$1/trial"' \
+  --customize-hook="copy-in ${files[*]} $recording $here/packages_test.sh /trial" \
+  --customize-hook='chroot "$1" bash /trial/packages_test.sh --in-root' \
   "$suite" /dev/null
