@@ -65,7 +65,7 @@ bool finite(const se_complex *x, size_t count) {
 TEST(Matrix, OperationsMatchStdComplex) {
   uint32_t seed = 141;
   words a = random_words(&seed, 4);
-  words h = hermitian(1.0, 0.0, {0.5f, -0.25f});
+  words h = hermitian(1.0, 0.75, {0.5f, -0.25f});
   const words b = random_words(&seed, 4);
   words out = a;
   const cmat ma = {2, a.data()};
@@ -103,7 +103,7 @@ TEST(Matrix, OperationsMatchStdComplex) {
   cmat_print(&mh);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "1.000000+i(0.000000)  0.500000+i(-0.250000)  \n"
-            "0.500000+i(0.250000)  0.000000+i(0.000000)  \n");
+            "0.500000+i(0.250000)  0.750000+i(0.000000)  \n");
 }
 
 TEST(Matrix, InverseAndEigenvectorOfHermitianMatrices) {
