@@ -97,6 +97,14 @@ static bool plot_in(const enhance_options *options, const fs::path &work,
   if (options->in == "-") {
     return fail("a picture needs a sound file; standard input cannot be drawn");
   }
+  // A second recording given by mistake must not be overwritten with a picture.
+  if (fs::path(picture).extension() != ".png") {
+    return fail("the picture " + picture + " must be named *.png");
+  }
+  std::error_code error;
+  if (fs::equivalent(options->in, picture, error)) {
+    return fail("IN and the picture are the same file: " + picture);
+  }
   if (!find_scripts(&scripts) || !write_before(options, work / "before.wav")) {
     return false;
   }
