@@ -54,7 +54,7 @@ count_variant() {
     profile=$dir/$column/$variant.$mode.callgrind
     total=$(callgrind_file=$profile in_library "$library" "$dir/run_stream" "$mode" 12 "$HOP" 2)
     transforms=$(callgrind_annotate --inclusive=yes --threshold=100 "$profile" |
-      awk '/:spx_i?fft\(/ { gsub(",", "", $1); sum += $1 } END { print sum }')
+      awk '/:spx_i?fft(_windowed)?\(/ { gsub(",", "", $1); sum += $1 } END { print sum }')
     value["$column $variant share $mode"]=$(ratio "$total" "$transforms")
   done
 }

@@ -3,38 +3,77 @@
 
 #include <cstring>
 
+#include "support/pcm_pair.h"
 #include "support/se_vector.h"
 
 namespace {
 
-constexpr float kPcmMax = 32767.0f;
-constexpr float kPcmMin = -32768.0f;
+size_t float_bytes(int32_t count) {
+  return static_cast<size_t>(count) * sizeof(float);
+}
 
 float *pool_floats(int32_t count) {
   return static_cast<float *>(tamrin_malloc(count * static_cast<int32_t>(sizeof(float))));
 }
 
-// Samples of one channel out of interleaved ones.
-SE_BF_VECTOR_CLONES void take_channel(const int16_t *__restrict interleaved, int32_t channels,
-                                      float *__restrict samples, int32_t count) {
-  if (channels == 1) {
-    for (int32_t i = 0; i < count; ++i) {
-      samples[i] = static_cast<float>(interleaved[i]);
-    }
-    return;
-  }
+SE_BF_VECTOR_CLONES void take_one(const int16_t *__restrict in, float *__restrict samples,
+                                  int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
-    samples[i] = static_cast<float>(interleaved[2 * i]);
+    samples[i] = static_cast<float>(in[i]);
   }
 }
 
+SE_BF_VECTOR_CLONES void take_two(const int16_t *__restrict in, float *__restrict first,
+                                  float *__restrict second, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    const pcm_pair pair = pcm_pair_at(in, i);
+    first[i] = static_cast<float>(pair.first);
+    second[i] = static_cast<float>(pair.second);
+  }
+}
+
+// Sums of two samples are exact, in integers as in single precision.
+SE_BF_VECTOR_CLONES void take_mean(const int16_t *__restrict in, float *__restrict mean,
+                                   int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    const pcm_pair pair = pcm_pair_at(in, i);
+    mean[i] = static_cast<float>(pair.first + pair.second) * 0.5f;
+  }
+}
+
+// mean may be first.
+SE_BF_VECTOR_CLONES void mean_of(const float *first, const float *second, float *mean,
+                                 int32_t count) {
+  SE_BF_INDEPENDENT_ROUNDS
+  for (int32_t i = 0; i < count; ++i) {
+    mean[i] = (first[i] + second[i]) * 0.5f;
+  }
+}
+
+// `count` samples of every channel, channel c at samples + c * stride.
+void take_channels(const int16_t *in, int32_t channels, float *samples, int32_t stride,
+                   int32_t count) {
+  if (channels == 1) {
+    take_one(in, samples, count);
+  } else {
+    take_two(in, samples, samples + stride, count);
+  }
+}
+
+struct pcm_range {
+  float lowest;
+  float highest;
+};
+
 // Clipped to 16 bits, then truncated toward zero. No path produces a not-a-number; it would become
-// silence.
-SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count) {
+// silence. The range is an argument because compilers spend four instructions instead of one on
+// comparisons with constants.
+SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count,
+                                pcm_range range) {
   for (int32_t i = 0; i < count; ++i) {
     const float number = x[i] == x[i] ? x[i] : 0.0f;
-    const float below = number > kPcmMax ? kPcmMax : number;
-    const float clipped = below < kPcmMin ? kPcmMin : below;
+    const float below = number < range.highest ? number : range.highest;
+    const float clipped = below > range.lowest ? below : range.lowest;
     out[i] = static_cast<int16_t>(static_cast<int32_t>(clipped));
   }
 }
@@ -62,8 +101,10 @@ int32_t se_catch_buf_get_offset(const catch_buf *cb) {
   return cb == nullptr ? 0 : cb->out_fill;
 }
 
-bool se_catch_buf_has_room(const catch_buf *cb) {
-  return cb->out_fill + cb->out_channels * cb->hop_len <= 2 * cb->fft_len * cb->out_channels;
+float *se_catch_buf_next_hop(const catch_buf *cb) {
+  const bool room =
+      cb->out_fill + cb->out_channels * cb->hop_len <= 2 * cb->fft_len * cb->out_channels;
+  return room ? cb->out_store + cb->out_fill : nullptr;
 }
 
 void se_catch_buff_uninit(catch_buf *cb) {
@@ -79,19 +120,26 @@ void se_catch_buff_uninit(catch_buf *cb) {
   tamrin_free(cb);
 }
 
-int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
+int32_t se_form_input_block(catch_buf *cb, const int16_t *in, frame_content content, float *frame,
+                            int32_t stride) {
   const int32_t channels = cb->num_ch_in;
   const int32_t hop = cb->hop_len;
   const int32_t carried = cb->staged_count / channels;
   const int32_t need = hop - carried;
   const int16_t *source = in + cb->read_pos * channels;
 
-  for (int32_t c = 0; c < channels; ++c) {
-    float *samples = frame + c * hop;
-    for (int32_t i = 0; i < carried; ++i) {
-      samples[i] = cb->stage[i * channels + c];
+  const bool two = channels == 2;
+  if (two && content == FRAME_MEAN) {
+    mean_of(cb->stage, cb->stage + cb->block_len, frame, carried);
+    take_mean(source, frame + carried, need);
+  } else {
+    for (int32_t c = 0; c < channels; ++c) {
+      std::memcpy(frame + c * stride, cb->stage + c * cb->block_len, float_bytes(carried));
     }
-    take_channel(source + c, channels, samples + carried, need);
+    take_channels(source, channels, frame + carried, stride, need);
+  }
+  if (two && content == FRAME_MEAN_AND_SECOND) {
+    mean_of(frame, frame + stride, frame, hop);
   }
 
   const int32_t remaining = cb->block_len - cb->read_pos - need;
@@ -103,23 +151,20 @@ int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
   }
 
   cb->staged_count = remaining * channels;
-  take_channel(source + need * channels, 1, cb->stage, cb->staged_count);
+  take_channels(source + need * channels, channels, cb->stage, cb->block_len, remaining);
   cb->read_pos = 0;
   return remaining;
 }
 
-void se_buffer_output_block(catch_buf *cb, const float *hop) {
-  const int32_t count = cb->out_channels * cb->hop_len;
-  std::memcpy(cb->out_store + cb->out_fill, hop, static_cast<size_t>(count) * sizeof(float));
-  cb->out_fill += count;
+void se_buffer_output_block(catch_buf *cb) {
+  cb->out_fill += cb->out_channels * cb->hop_len;
 }
 
 void se_form_output_frame(catch_buf *cb, int16_t *out) {
-  to_pcm(cb->out_store, out, cb->block_len);
+  to_pcm(cb->out_store, out, cb->block_len, {INT16_MIN, INT16_MAX});
 
   cb->out_fill -= cb->out_channels * cb->block_len;
   if (cb->out_fill > 0) {
-    const size_t bytes = static_cast<size_t>(cb->out_fill) * sizeof(float);
-    std::memmove(cb->out_store, cb->out_store + cb->block_len, bytes);
+    std::memmove(cb->out_store, cb->out_store + cb->block_len, float_bytes(cb->out_fill));
   }
 }

@@ -5,12 +5,6 @@
 
 namespace {
 
-SE_BF_VECTOR_CLONES void average_halves(float *frame, int32_t hop) {
-  for (int32_t i = 0; i < hop; ++i) {
-    frame[i] = (frame[i] + frame[hop + i]) * 0.5f;
-  }
-}
-
 SE_BF_VECTOR_CLONES void subtract_noise(float *__restrict power, const float *__restrict noise,
                                         int32_t bins) {
   for (int32_t k = 0; k < bins; ++k) {
@@ -41,46 +35,32 @@ SE_BF_VECTOR_CLONES void entry_power_of_two(const float *__restrict s, int32_t s
 
 SE_BF_VECTOR_CLONES void scale_entries(float *__restrict s, const float *__restrict gain,
                                        int32_t stride) {
-  for (int32_t k = 1; k < stride; ++k) {
+  for (int32_t k = 0; k < stride; ++k) {
     s[2 * k] *= gain[k];
     s[2 * k + 1] *= gain[k];
   }
 }
 
-// y = conj(w0) x0 + conj(w1) x1 in place of x0, for entries 1 .. stride - 1.
-SE_BF_VECTOR_CLONES void filter_and_sum_two(float *__restrict x0, const float *__restrict w,
-                                            int32_t stride) {
-  const float *x1 = x0 + 2 * stride;
-  for (int32_t k = 1; k < stride; ++k) {
-    const float first_re = w[4 * k] * x0[2 * k] + w[4 * k + 1] * x0[2 * k + 1];
-    const float first_im = w[4 * k] * x0[2 * k + 1] - x0[2 * k] * w[4 * k + 1];
-    const float second_re = w[4 * k + 2] * x1[2 * k] + w[4 * k + 3] * x1[2 * k + 1];
-    const float second_im = w[4 * k + 2] * x1[2 * k + 1] - x1[2 * k] * w[4 * k + 3];
-    x0[2 * k] = 0.0f + first_re + second_re;
-    x0[2 * k + 1] = 0.0f + first_im + second_im;
-  }
-}
-
-// The same for any number of channels.
-SE_BF_RARELY_RUN void filter_and_sum(se_complex *spectrum, const se_complex *weights, int32_t C,
-                                     int32_t stride) {
-  for (int32_t k = 1; k < stride; ++k) {
-    se_complex y = {0.0f, 0.0f};
-    for (int32_t c = 0; c < C; ++c) {
-      const se_complex w = weights[k * C + c];
-      const se_complex x = spectrum[c * stride + k];
-      y.re += w.re * x.re + w.im * x.im;
-      y.im += w.re * x.im - x.re * w.im;
+// y = conj(w0) x0 + conj(w1) x1 in place of x0, for entries 0 .. kMvdrLanes * count - 1.
+SE_BF_VECTOR_CLONES void filter_and_sum(float *__restrict x0, const float *__restrict x1,
+                                        const mvdr_block *__restrict blocks, int32_t count) {
+  for (int32_t n = 0; n < count; ++n) {
+    const complex_lanes *w = blocks[n].weights;
+    float *first = x0 + 2 * kMvdrLanes * n;
+    const float *second = x1 + 2 * kMvdrLanes * n;
+    for (int32_t i = 0; i < kMvdrLanes; ++i) {
+      const float a = first[2 * i];
+      const float b = first[2 * i + 1];
+      const float c = second[2 * i];
+      const float d = second[2 * i + 1];
+      // The sums start from zero in the literature; that could only turn -0 into 0.
+      first[2 * i] = (w[0].re[i] * a + w[0].im[i] * b) + (w[1].re[i] * c + w[1].im[i] * d);
+      first[2 * i + 1] = (w[0].re[i] * b - a * w[0].im[i]) + (w[1].re[i] * d - c * w[1].im[i]);
     }
-    spectrum[k] = y;
   }
 }
 
 }  // namespace
-
-void average_two_channels(float *frame, int32_t hop) {
-  average_halves(frame, hop);
-}
 
 void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power) {
   const int32_t stride = bins - 1;
@@ -108,19 +88,17 @@ void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n)
   const int16_t bins = static_cast<int16_t>(n / 2 + 1);
   for (int32_t s = 0; s < count; ++s) {
     float *one = spec + s * n;
-    one[0] *= gain[0];
-    one[1] *= gain[bins - 1];
+    const float nyquist = one[1] * gain[bins - 1];
     scale_entries(one, gain, bins - 1);
+    one[1] = nyquist;
   }
 }
 
-void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int16_t N) {
-  const int32_t stride = N / 2;
-  spectrum[0].re = 0.0f;
-  if (C == 2) {
-    filter_and_sum_two(reinterpret_cast<float *>(spectrum),
-                       reinterpret_cast<const float *>(weights), stride);
-  } else {
-    filter_and_sum(spectrum, weights, C, stride);
+void mul_bf_gain(float *spectrum, const mvdr_block *weights, int32_t C, int16_t N) {
+  const float nyquist = spectrum[1];
+  if (C == kBeamformerChannels) {
+    filter_and_sum(spectrum, spectrum + N, weights, N / 2 / kMvdrLanes);
   }
+  spectrum[0] = 0.0f;
+  spectrum[1] = nyquist;
 }

@@ -1,14 +1,11 @@
-// Operations on frames and packed spectra that the processing paths share: channel mean, power,
-// gains, and beamforming.
+// Operations on frames and packed spectra that the processing paths share: power, gains and
+// beamforming.
 #ifndef TM_SE_BF_INTERFACE_MULTI_COMMON_H
 #define TM_SE_BF_INTERFACE_MULTI_COMMON_H
 
 #include <cstdint>
 
-#include "support/se_maths.h"
-
-// Mean of two channels of hop samples, one after the other in `frame`, over the first of them.
-void average_two_channels(float *frame, int32_t hop);
+#include "spatial/mvdr_mask.h"
 
 // Mean over one or two channels of the power per bin. spectrum: [channels][2 (bins - 1)] packed
 // spectra; power: [bins].
@@ -23,9 +20,10 @@ void power_above_noise(float *power, const float *noise, int32_t bins);
 void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n);
 
 // Filter-and-sum beamformer y = w^H x per bin (Van Veen and Buckley, "Beamforming: a versatile
-// approach to spatial filtering", 1988). spectrum: [C][N/2] packed spectra; weights: [N/2 + 1][C],
-// bin-major. The result replaces channel 0: DC becomes 0, and the Nyquist slot keeps channel 0's
-// own value, deliberately neither filtered nor cleared.
-void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int16_t N);
+// approach to spatial filtering", 1988). spectrum: [C][N] packed spectra; weights: the blocks of
+// N/2
+// + 1 bins. The result replaces channel 0: DC becomes 0, and the Nyquist slot keeps channel 0's own
+// value, deliberately neither filtered nor cleared. With C = 1 the weights are all 1.
+void mul_bf_gain(float *spectrum, const mvdr_block *weights, int32_t C, int16_t N);
 
 #endif  // TM_SE_BF_INTERFACE_MULTI_COMMON_H

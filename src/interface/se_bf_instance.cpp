@@ -52,7 +52,7 @@ void create_members(se_bf_inst *inst, int32_t fft_len) {
   const int32_t bins = inst->num_bins;
   inst->fft = spx_fft_init(fft_len);
   inst->stft = stft_buf_create(fft_len, hop, inst->fft, channels);
-  inst->frame = static_cast<float *>(pool_array(channels * hop, sizeof(float)));
+  inst->frame = inst->stft != nullptr ? stft_input(inst->stft) : nullptr;
   inst->spectrum = static_cast<float *>(pool_array(fft_len * channels, sizeof(float)));
   inst->steering = static_cast<se_complex *>(pool_array(channels * bins, sizeof(se_complex)));
   inst->bin_buf = static_cast<float *>(pool_array(bins, sizeof(float)));
@@ -179,7 +179,7 @@ void se_bf_destroy(se_bf_inst *inst) {
     return;
   }
   if (se_bf_instance_alive(inst)) {
-    const void *const members[] = {inst->bin_buf, inst->steering, inst->spectrum, inst->frame};
+    const void *const members[] = {inst->bin_buf, inst->steering, inst->spectrum};
     for (const void *member : members) {
       if (member != nullptr) {
         tamrin_free(member);

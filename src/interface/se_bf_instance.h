@@ -38,14 +38,14 @@ struct se_bf_inst {
   fft_setup *fft;            // transform of length N
   stft_buf *stft;            // analysis and synthesis state
   catch_buf *cache;          // block buffer
-  float *frame;          // [C][L] analysis frame; afterwards its first L values are the output hop
-  float *spectrum;       // [C][N] packed spectra
-  se_complex *steering;  // [K][C] steering vectors
-  float *bin_buf;        // [K] scratch for power and gain
-  mcra_state *mcra;      // noise estimator
-  omlsa_state *omlsa;    // gain estimator
-  mvdr_evd_state *mvdr;  // covariances and weights
-  int32_t stream_state;  // a se_bf_stream_state
+  float *frame;              // next hop to analyse, within the history of `stft`; channels N apart
+  float *spectrum;           // [C][N] packed spectra
+  se_complex *steering;      // [K][C] steering vectors
+  float *bin_buf;            // [K] scratch for power and gain
+  mcra_state *mcra;          // noise estimator
+  omlsa_state *omlsa;        // gain estimator
+  mvdr_evd_state *mvdr;      // covariances and weights
+  int32_t stream_state;      // a se_bf_stream_state
   int32_t refusal_reported;  // 1 once se_bf_do has said why it is silent
   se_bf_inst *older;         // instance made before this one in the same pool, or null
 };

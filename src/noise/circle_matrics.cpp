@@ -3,10 +3,19 @@
 
 #include <cstring>
 
+#include "support/se_vector.h"
+
 namespace {
 
 size_t row_bytes(const circular_mat *mat) {
   return static_cast<size_t>(mat->n) * sizeof(float);
+}
+
+// Strict, so that a not-a-number in `minimum` stays.
+SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x, int32_t n) {
+  for (int32_t j = 0; j < n; ++j) {
+    minimum[j] = minimum[j] > x[j] ? x[j] : minimum[j];
+  }
 }
 
 }  // namespace
@@ -65,10 +74,7 @@ void getMinFrmCircleMat(const circular_mat *mat, float *out) {
   }
   std::memcpy(out, mat->base, row_bytes(mat));
   for (int32_t slice = 1; slice < kCircularRows; ++slice) {
-    const float *values = mat->base + slice * mat->n;
-    for (int32_t j = 0; j < mat->n; ++j) {
-      out[j] = out[j] > values[j] ? values[j] : out[j];
-    }
+    lower_to(out, mat->base + slice * mat->n, mat->n);
   }
 }
 

@@ -1,6 +1,7 @@
 // Minima-controlled recursive averaging, one frame a call.
 #include "noise/mcra_p.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "support/se_vector.h"
@@ -35,55 +36,50 @@ void copy_bins(float *to, const float *from, int32_t num_bins) {
   }
 }
 
-// S = alpha_s S + (1 - alpha_s) P.
-SE_BF_VECTOR_CLONES void smooth_power(const mcra_state *state, const float *__restrict pwr) {
-  const float alpha = state->alpha_s;
-  const float rest = 1.0f - alpha;
-  const int32_t num_bins = state->num_bins;
-  float *__restrict smoothed = state->smoothed_pwr;
-  for (int32_t k = 0; k < num_bins; ++k) {
-    smoothed[k] = alpha * smoothed[k] + rest * pwr[k];
-  }
+inline float smaller(float x, float y) {
+  return x < y ? x : y;
 }
 
-SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x,
-                                  int32_t num_bins) {
-  for (int32_t k = 0; k < num_bins; ++k) {
-    minimum[k] = minimum[k] < x[k] ? minimum[k] : x[k];
-  }
-}
-
-void track_minimum(const mcra_state *state) {
-  if (state->frame_cnt <= kWarmUpFrames) {
-    copy_bins(state->s_min, state->smoothed_pwr, state->num_bins);
-    copy_bins(state->s_tmp, state->smoothed_pwr, state->num_bins);
-    return;
-  }
-  lower_to(state->s_min, state->smoothed_pwr, state->num_bins);
-  lower_to(state->s_tmp, state->smoothed_pwr, state->num_bins);
-}
-
-// p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
-// lambda = a lambda + (1 - a) P. All factors 1 - x are formed in single precision: written as
-// literals they would differ, and p could reach 1, where the gain rule divides by zero.
-SE_BF_VECTOR_CLONES void update_noise(const mcra_state *state, const float *__restrict pwr) {
+// One frame of every bin:
+//   S = alpha_s S + (1 - alpha_s) P; the minima follow S down;
+//   p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
+//   lambda = a lambda + (1 - a) P.
+// All factors 1 - x are formed in single precision: written as literals they would differ, and p
+// could reach 1, where the gain rule divides by zero.
+SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, float alpha_s) {
   const float alpha_p = state->alpha_p;
   const float alpha_d = state->alpha_d;
   const float delta = state->delta;
+  const float intake = 1.0f - alpha_s;
   const float presence = 1.0f - alpha_p;
   const float held = 1.0f - alpha_d;
   const int32_t num_bins = state->num_bins;
-  const float *__restrict smoothed = state->smoothed_pwr;
-  const float *__restrict minimum = state->s_min;
-  float *__restrict speech_prob = state->speech_prob;
-  float *__restrict noise = state->lambdaD;
+  float *smoothed = state->smoothed_pwr;
+  float *minimum = state->s_min;
+  float *recent_minimum = state->s_tmp;
+  float *speech_prob = state->speech_prob;
+  float *noise = state->lambdaD;
+  SE_BF_INDEPENDENT_ROUNDS
   for (int32_t k = 0; k < num_bins; ++k) {
+    const float power = alpha_s * smoothed[k] + intake * pwr[k];
+    const float lowest = smaller(minimum[k], power);
+    smoothed[k] = power;
+    minimum[k] = lowest;
+    recent_minimum[k] = smaller(recent_minimum[k], power);
+
     const float decayed = alpha_p * speech_prob[k];
-    const float raised = decayed + presence;
-    const float probability = smoothed[k] > delta * minimum[k] ? raised : decayed;
+    const float probability = decayed + (power > delta * lowest ? presence : 0.0f);
     const float alpha = held * probability + alpha_d;
     speech_prob[k] = probability;
     noise[k] = (1.0f - alpha) * pwr[k] + alpha * noise[k];
+  }
+}
+
+// Forgets the minima: the next frame's smoothed power becomes either.
+void forget_minima(const mcra_state *state) {
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    state->s_min[k] = HUGE_VALF;
+    state->s_tmp[k] = HUGE_VALF;
   }
 }
 
@@ -158,14 +154,14 @@ SE_BF_RARELY_RUN void mcra_reset(mcra_state *state) {
 
 const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
   state->frame_cnt += 1;
-  if (state->frame_cnt == 1) {
-    copy_bins(state->smoothed_pwr, pwr, state->num_bins);
-    copy_bins(state->lambdaD, pwr, state->num_bins);
-  } else {
-    smooth_power(state, pwr);
+  if (state->frame_cnt <= kWarmUpFrames) {
+    forget_minima(state);
   }
-  track_minimum(state);
-  update_noise(state, pwr);
+  const bool first = state->frame_cnt == 1;
+  if (first) {
+    copy_bins(state->lambdaD, pwr, state->num_bins);
+  }
+  update_bins(state, pwr, first ? 0.0f : state->alpha_s);
   close_subwindow(state);
   return state->lambdaD;
 }

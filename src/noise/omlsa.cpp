@@ -88,15 +88,15 @@ float combined_gain(snr_pair snr, float prob, float log_gain_min) {
 
 // g^2 = xi / (xi + 1), xi = (1 - alpha) max(gamma - 1, 0) + alpha eta, gamma = P / ((1 - p)
 // lambda).
-SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float *__restrict pwr,
-                                          const float *__restrict noise,
-                                          const float *__restrict prob) {
+SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float *pwr,
+                                          const float *noise, const float *prob) {
   const float alpha = state->alpha_xi;
   const float rest = 1.0f - alpha;
   const float prior_min = state->xi_min;
   const int32_t num_bins = state->num_bins;
-  float *__restrict gain = state->gain;
-  float *__restrict eta = state->eta2item;
+  float *gain = state->gain;
+  float *eta = state->eta2item;
+  SE_BF_INDEPENDENT_ROUNDS
   for (int32_t k = 0; k < num_bins; ++k) {
     const float lambda = noise[k] >= kNoiseFloorSingle ? noise[k] : kNoiseFloorSingle;
     const float posterior = pwr[k] / ((1.0f - prob[k]) * lambda);

@@ -13,18 +13,14 @@ struct chmat_inverse {
   bool exists;
 };
 
-// Inverse of ((a, upper), (lower, d)) by Cramer's rule, the off-diagonal entries first made
-// conjugate. Inline and without branches, so that loops over bins vectorise.
-inline chmat_inverse chmat_pinv_of(float a, float d, se_complex upper, se_complex lower) {
-  const bool hermitian = upper.re == lower.re && upper.im == -lower.im;
-  const float mean_re = (upper.re + lower.re) * 0.5f;
-  const float mean_im = (upper.im - lower.im) * 0.5f;
-  const se_complex b = {hermitian ? upper.re : mean_re, hermitian ? upper.im : mean_im};
-
+// Inverse of the Hermitian matrix ((a, b), (conj(b), d)) by Cramer's rule; lower_re: the real part
+// of its lower entry as it was given. Inline and without branches, so that loops over bins
+// vectorise.
+inline chmat_inverse chmat_pinv_of(float a, float d, se_complex b, float lower_re) {
   // Deliberate: an exactly singular matrix is divided by this sum instead of being regularised, and
   // the beamformer's weights in such bins depend on it.
   const float determinant = a * d - (b.re * b.re + b.im * b.im);
-  const float entry_sum = a + d + b.re + lower.re;
+  const float entry_sum = a + d + b.re + lower_re;
   const float divisor = determinant == 0.0f ? entry_sum : determinant;
 
   const float r = 1.0f / divisor;

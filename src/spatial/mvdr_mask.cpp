@@ -17,161 +17,55 @@ constexpr int32_t kRescaleTargetFrames = 180000;
 constexpr float kReservedA = -0.92104f;
 constexpr float kReservedB = 0.15848932f;
 
-void *pool_array(int32_t count, size_t element_bytes) {
-  return tamrin_malloc(count * static_cast<int32_t>(element_bytes));
+// Writes lane `lane` of a row per microphone.
+void set_lane(complex_lanes *rows, int32_t channel, int32_t lane, se_complex value) {
+  rows[channel].re[lane] = value.re;
+  rows[channel].im[lane] = value.im;
 }
 
-// The matrices of one bin; the pool hands out zeroed memory.
-SE_BF_RARELY_RUN bool create_bin_matrices(mvdr_evd_state *state, int32_t k) {
-  const int32_t dim = state->channels;
-  cmat *const matrices[] = {state->noise_cov_inv + k, state->noise_cov + k, state->speech_cov + k};
-  for (cmat *matrix : matrices) {
-    matrix->dim = dim;
-    matrix->data = static_cast<se_complex *>(pool_array(dim * dim, sizeof(se_complex)));
-    if (matrix->data == nullptr) {
-      return false;
-    }
-  }
-  for (int32_t i = 0; i < dim; ++i) {
-    state->noise_cov_inv[k].data[i * dim + i] = {1.0f, 0.0f};
-  }
-  return true;
+// R_s += p x x^H and R_n += (1 - p) x x^H in one lane, x = (a + j b, c + j d).
+inline void accumulate_lane(mvdr_block *__restrict block, int32_t lane, float p, float a, float b,
+                            float c, float d) {
+  const float q = 1.0f - p;
+  const float first = a * a + b * b;
+  const float second = c * c + d * d;
+  const float cross_re = a * c + b * d;
+  const float cross_im = b * c - a * d;
+  block->speech_weight[lane] += p;
+  block->noise_weight[lane] += q;
+  block->speech_cov.first[lane] += p * first;
+  block->speech_cov.second[lane] += p * second;
+  block->speech_cov.cross.re[lane] += p * cross_re;
+  block->speech_cov.cross.im[lane] += p * cross_im;
+  block->noise_cov.first[lane] += q * first;
+  block->noise_cov.second[lane] += q * second;
+  block->noise_cov.cross.re[lane] += q * cross_re;
+  block->noise_cov.cross.im[lane] += q * cross_im;
 }
 
-SE_BF_RARELY_RUN bool create_arrays(mvdr_evd_state *state) {
-  const int32_t bins = state->bins;
-  const int32_t channels = state->channels;
-  state->speech_weight = static_cast<float *>(pool_array(bins, sizeof(float)));
-  state->noise_weight = static_cast<float *>(pool_array(bins, sizeof(float)));
-  state->unity = static_cast<float *>(pool_array(bins, sizeof(float)));
-  state->weights = static_cast<se_complex *>(pool_array(bins * channels, sizeof(se_complex)));
-  state->steering = static_cast<se_complex *>(pool_array(bins * channels, sizeof(se_complex)));
-  state->scratch = static_cast<se_complex *>(pool_array(channels * channels, sizeof(se_complex)));
-  state->noise_cov_inv = static_cast<cmat *>(pool_array(bins, sizeof(cmat)));
-  state->noise_cov = static_cast<cmat *>(pool_array(bins, sizeof(cmat)));
-  state->speech_cov = static_cast<cmat *>(pool_array(bins, sizeof(cmat)));
-  return state->speech_weight != nullptr && state->noise_weight != nullptr &&
-         state->unity != nullptr && state->weights != nullptr && state->steering != nullptr &&
-         state->scratch != nullptr && state->noise_cov_inv != nullptr &&
-         state->noise_cov != nullptr && state->speech_cov != nullptr;
-}
-
-// Channel vector of bin k. DC and Nyquist are the real and imaginary part of each entry 0, both
-// real.
-void gather_bin(const se_complex *spectrum, int32_t k, int32_t bins, int32_t channels,
-                se_complex *x) {
-  const int32_t stride = bins - 1;
-  for (int32_t c = 0; c < channels; ++c) {
-    const se_complex *channel = spectrum + c * stride;
-    if (k == 0) {
-      x[c] = {channel[0].re, 0.0f};
-    } else if (k == stride) {
-      x[c] = {channel[0].im, 0.0f};
-    } else {
-      x[c] = channel[k];
+// x0, x1: interleaved entries of the blocks' bins in either channel.
+SE_BF_VECTOR_CLONES void accumulate_blocks(mvdr_block *__restrict blocks, int32_t count,
+                                           const float *__restrict x0, const float *__restrict x1,
+                                           const float *__restrict prob) {
+  for (int32_t b = 0; b < count; ++b) {
+    const float *first = x0 + 2 * kMvdrLanes * b;
+    const float *second = x1 + 2 * kMvdrLanes * b;
+    for (int32_t i = 0; i < kMvdrLanes; ++i) {
+      accumulate_lane(blocks + b, i, prob[kMvdrLanes * b + i], first[2 * i], first[2 * i + 1],
+                      second[2 * i], second[2 * i + 1]);
     }
   }
 }
 
-// A 2-by-2 matrix as eight floats, and the distinct parts of an outer product.
-using matrix_lanes = float __attribute__((vector_size(32)));
-using product_lanes = float __attribute__((vector_size(16)));
-
-// Bins of a block that are written out. Small builds without AVX2 spend a few instructions on a
-// loop.
-#if defined(TM_SE_BF_USE_AVX2)
-constexpr int32_t kBlockUnroll = 8;
-#else
-constexpr int32_t kBlockUnroll = 4;
-#endif
-
-// The distinct parts of x x^H per bin: |x0|^2, |x1|^2, real and imaginary part of x0 conj(x1).
-constexpr int32_t kBlockBins = 8;
-constexpr int32_t kProductParts = 4;
-
-// x0, x1: interleaved entries of the block's bins in either channel.
-inline void form_products(const float *__restrict x0, const float *__restrict x1,
-                          float *__restrict products) {
-  for (int32_t i = 0; i < kBlockBins; ++i) {
-    const float a = x0[2 * i];
-    const float b = x0[2 * i + 1];
-    const float c = x1[2 * i];
-    const float d = x1[2 * i + 1];
-    products[kProductParts * i] = a * a + b * b;
-    products[kProductParts * i + 1] = c * c + d * d;
-    products[kProductParts * i + 2] = a * c + b * d;
-    products[kProductParts * i + 3] = b * c - a * d;
+void scale_lane(mvdr_block *block, int32_t lane, float factor) {
+  float *const sums[] = {block->noise_weight,        block->noise_cov.first,
+                         block->noise_cov.second,    block->noise_cov.cross.re,
+                         block->noise_cov.cross.im,  block->speech_weight,
+                         block->speech_cov.first,    block->speech_cov.second,
+                         block->speech_cov.cross.re, block->speech_cov.cross.im};
+  for (float *sum : sums) {
+    sum[lane] *= factor;
   }
-}
-
-// Entry 0 of a packed spectrum is not a bin: its real part alone is DC.
-inline void form_dc_product(float first, float second, float *products) {
-  products[0] = first * first;
-  products[1] = second * second;
-  products[2] = first * second;
-  products[3] = 0.0f;
-}
-
-// R_s += p x x^H and R_n += (1 - p) x x^H. Imaginary parts of the diagonals receive zeros.
-inline void accumulate_products(const float *parts, float p, const cmat *speech,
-                                const cmat *noise) {
-  constexpr product_lanes kZero = {0.0f, 0.0f, 0.0f, 0.0f};
-  constexpr matrix_lanes kConjugate = {1.0f, 1.0f, 1.0f, 1.0f, 1.0f, -1.0f, 1.0f, 1.0f};
-  product_lanes lanes;
-  matrix_lanes speech_lanes;
-  matrix_lanes noise_lanes;
-  std::memcpy(&lanes, parts, sizeof lanes);
-  std::memcpy(&speech_lanes, speech->data, sizeof speech_lanes);
-  std::memcpy(&noise_lanes, noise->data, sizeof noise_lanes);
-
-  const matrix_lanes product =
-      kConjugate * __builtin_shufflevector(lanes, kZero, 0, 4, 2, 3, 2, 3, 1, 4);
-  speech_lanes += p * product;
-  noise_lanes += (1.0f - p) * product;
-  std::memcpy(speech->data, &speech_lanes, sizeof speech_lanes);
-  std::memcpy(noise->data, &noise_lanes, sizeof noise_lanes);
-}
-
-// Bins 0 .. kBlockBins * blocks - 1 of two packed spectra.
-SE_BF_VECTOR_CLONES void accumulate_blocks(const mvdr_evd_state *state, const float *spectrum,
-                                           const float *speech_prob, int32_t blocks) {
-  const int32_t stride = state->bins - 1;
-  const cmat *speech = state->speech_cov;
-  const cmat *noise = state->noise_cov;
-  for (int32_t k = 0; k < blocks * kBlockBins; k += kBlockBins) {
-    float products[kBlockBins * kProductParts];
-    form_products(spectrum + 2 * k, spectrum + 2 * (stride + k), products);
-    if (k == 0) {
-      form_dc_product(spectrum[0], spectrum[2 * stride], products);
-    }
-#pragma GCC unroll kBlockUnroll
-    for (int32_t i = 0; i < kBlockBins; ++i) {
-      accumulate_products(products + kProductParts * i, speech_prob[k + i], speech + k + i,
-                          noise + k + i);
-    }
-  }
-}
-
-void accumulate_bin(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob,
-                    int32_t k) {
-  gather_bin(spectrum, k, state->bins, state->channels, state->scratch);
-  cmat_psd_with_mask(&state->speech_cov[k], speech_prob[k], state->scratch);
-  cmat_psd_with_mask(&state->noise_cov[k], 1.0f - speech_prob[k], state->scratch);
-}
-
-SE_BF_VECTOR_CLONES void add_weights(const mvdr_evd_state *state, const float *__restrict prob) {
-  const int32_t bins = state->bins;
-  float *__restrict speech = state->speech_weight;
-  float *__restrict noise = state->noise_weight;
-  for (int32_t k = 0; k < bins; ++k) {
-    speech[k] += prob[k];
-    noise[k] += 1.0f - prob[k];
-  }
-}
-
-void scale_bin(cmat *covariance, float *weight, float factor) {
-  *weight *= factor;
-  cmat_mul_fval(covariance, covariance, factor);
 }
 
 }  // namespace
@@ -186,22 +80,26 @@ SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_comple
   state->reserved_b = kReservedB;
   state->bins = bins;
   state->channels = channels;
-  if (!create_arrays(state) || steering == nullptr) {
+  const int32_t block_bytes = mvdr_block_count(bins) * static_cast<int32_t>(sizeof(mvdr_block));
+  state->unity = static_cast<float *>(tamrin_malloc(bins * static_cast<int32_t>(sizeof(float))));
+  state->blocks = static_cast<mvdr_block *>(tamrin_malloc(block_bytes));
+  if (state->unity == nullptr || state->blocks == nullptr || steering == nullptr ||
+      channels > kBeamformerChannels) {
     return nullptr;
   }
-  for (int32_t k = 0; k < bins; ++k) {
-    if (!create_bin_matrices(state, k)) {
-      return nullptr;
-    }
-  }
 
+  // The pool hands out zeroed memory: sums and off-diagonal entries are nothing.
   const float uniform = uniform_steering(channels);
   for (int32_t k = 0; k < bins; ++k) {
+    mvdr_block *block = state->blocks + k / kMvdrLanes;
+    const int32_t lane = k % kMvdrLanes;
+    for (int32_t c = 0; c < channels; ++c) {
+      set_lane(block->steering, c, lane, steering[k * channels + c]);
+      set_lane(block->weights, c, lane, {uniform, 0.0f});
+    }
+    block->noise_cov_inv.first[lane] = 1.0f;
+    block->noise_cov_inv.second[lane] = 1.0f;
     state->unity[k] = 1.0f;
-  }
-  for (int32_t i = 0; i < bins * channels; ++i) {
-    state->steering[i] = steering[i];
-    state->weights[i] = {uniform, 0.0f};
   }
   state->use_eigen_steering = 1;
   state->rescale_limit = kRescaleLimitFrames;
@@ -213,21 +111,11 @@ SE_BF_RARELY_RUN void mvdr_evd_uninit(mvdr_evd_state *state) {
   if (state == nullptr) {
     return;
   }
-  const void *const members[] = {state->speech_weight, state->noise_weight, state->unity,
-                                 state->weights,       state->steering,     state->scratch};
-  for (const void *member : members) {
-    if (member != nullptr) {
-      tamrin_free(member);
-    }
+  if (state->unity != nullptr) {
+    tamrin_free(state->unity);
   }
-  const cmat *const matrices[] = {state->noise_cov_inv, state->noise_cov, state->speech_cov};
-  for (const cmat *matrix : matrices) {
-    for (int32_t k = 0; matrix != nullptr && k < state->bins; ++k) {
-      tamrin_free(matrix[k].data);
-    }
-    if (matrix != nullptr) {
-      tamrin_free(matrix);
-    }
+  if (state->blocks != nullptr) {
+    tamrin_free(state->blocks);
   }
   tamrin_free(state);
 }
@@ -244,22 +132,33 @@ SE_BF_RARELY_RUN void mvdr_evd_reset(mvdr_evd_state *state) {
   }
   // Bin 0 is left out deliberately: no weight is ever computed from its sums.
   for (int32_t k = 1; state->channels == kBeamformerChannels && k < state->bins; ++k) {
-    scale_bin(&state->noise_cov[k], &state->noise_weight[k], factor);
-    scale_bin(&state->speech_cov[k], &state->speech_weight[k], factor);
+    scale_lane(state->blocks + k / kMvdrLanes, k % kMvdrLanes, factor);
   }
   state->rescale_count = state->rescale_target;
 }
 
 int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob) {
-  if (state->channels != kBeamformerChannels) {
+  const int32_t stride = state->bins - 1;
+  if (state->channels != kBeamformerChannels || stride < kMvdrLanes || stride % kMvdrLanes != 0) {
     return 1;
   }
-  // Whole blocks of bins at a time, and one by one Nyquist and what no block holds.
-  const int32_t blocks = (state->bins - 1) / kBlockBins;
-  accumulate_blocks(state, reinterpret_cast<const float *>(spectrum), speech_prob, blocks);
-  for (int32_t k = blocks * kBlockBins; k < state->bins; ++k) {
-    accumulate_bin(state, spectrum, speech_prob, k);
-  }
-  add_weights(state, speech_prob);
+  const float *x0 = &spectrum->re;
+  const float *x1 = x0 + 2 * stride;
+  mvdr_block *blocks = state->blocks;
+
+  // DC and Nyquist are the real and the imaginary part of each entry 0, both real: the first block
+  // takes DC from a copy, and Nyquist has the first lane of the last block.
+  constexpr int32_t kEntryFloats = 2 * kMvdrLanes;
+  float dc0[kEntryFloats];
+  float dc1[kEntryFloats];
+  std::memcpy(dc0, x0, sizeof dc0);
+  std::memcpy(dc1, x1, sizeof dc1);
+  dc0[1] = 0.0f;
+  dc1[1] = 0.0f;
+  const int32_t whole = stride / kMvdrLanes;
+  accumulate_blocks(blocks, 1, dc0, dc1, speech_prob);
+  accumulate_blocks(blocks + 1, whole - 1, x0 + kEntryFloats, x1 + kEntryFloats,
+                    speech_prob + kMvdrLanes);
+  accumulate_lane(blocks + whole, 0, speech_prob[stride], x0[1], 0.0f, x1[1], 0.0f);
   return 1;
 }

@@ -11,33 +11,56 @@
 // ("High-resolution frequency-wavenumber spectrum analysis", 1969): w = R^-1 d / (d^H R^-1 d).
 //
 // The matrices are 2-by-2; with another channel count nothing is accumulated and no weight changes.
+// Neither is anything accumulated unless bins - 1 is a multiple of kMvdrLanes, as it is for every
+// frame length.
 #ifndef TM_SE_BF_SPATIAL_MVDR_MASK_H
 #define TM_SE_BF_SPATIAL_MVDR_MASK_H
 
 #include <cstdint>
 
-#include "spatial/se_matrix_funcs.h"
+#include "support/se_maths.h"
 #include "support/tamrin_memory.h"
 
 // Microphones that the matrix operations are made for.
 constexpr int16_t kBeamformerChannels = 2;
 
+// Bins that are worked on together; loops over the lanes of a block run on vectors.
+constexpr int32_t kMvdrLanes = 8;
+
+// One complex value per bin of a block.
+struct complex_lanes {
+  float re[kMvdrLanes];
+  float im[kMvdrLanes];
+};
+
+// A Hermitian matrix per bin, ((first, cross), (conj(cross), second)), as the parts that determine
+// it.
+struct hermitian_lanes {
+  float first[kMvdrLanes];
+  float second[kMvdrLanes];
+  complex_lanes cross;
+};
+
+// What the beamformer knows about kMvdrLanes bins: lane i of block b is bin kMvdrLanes b + i. Lanes
+// beyond the last bin take part in nothing.
+struct mvdr_block {
+  float speech_weight[kMvdrLanes];              // sum of the weights in speech_cov
+  float noise_weight[kMvdrLanes];               // sum of the weights in noise_cov
+  hermitian_lanes speech_cov;                   // noisy-speech covariance accumulator
+  hermitian_lanes noise_cov;                    // noise covariance accumulator
+  hermitian_lanes noise_cov_inv;                // inverse of the normalised noise covariance
+  complex_lanes steering[kBeamformerChannels];  // steering vector, unit norm
+  complex_lanes weights[kBeamformerChannels];   // beamformer weights
+};
+
 #pragma pack(push, 4)
-// Per-bin arrays are bin-major: bin k, microphone m at k * channels + m.
 struct mvdr_evd_state {
   int32_t bins;                // K = N/2 + 1
-  int16_t channels;            // microphones C, dimension of every matrix
+  int16_t channels;            // microphones C, 1 or 2
   int32_t update_count;        // frames since the last weight update; the frame path counts
   int32_t use_eigen_steering;  // 1: steer to the eigenvector of the speech covariance
-  float *speech_weight;        // [K] sum of the weights in speech_cov
-  float *noise_weight;         // [K] sum of the weights in noise_cov
   float *unity;                // [K] ones; read by nothing, carried deliberately
-  se_complex *weights;         // [K][C] beamformer weights
-  se_complex *steering;        // [K][C] steering vectors, unit norm
-  cmat *noise_cov_inv;         // [K] inverse of the normalised noise covariance
-  cmat *noise_cov;             // [K] noise covariance accumulator
-  cmat *speech_cov;            // [K] noisy-speech covariance accumulator
-  se_complex *scratch;         // [C * C] one bin's channel vector, or a temporary matrix
+  mvdr_block *blocks;          // [mvdr_block_count(K)]
   float reserved_a;            // carried deliberately, read by nothing
   float reserved_b;            // carried deliberately, read by nothing
   int32_t rescale_limit;       // frame count at which the accumulators are rescaled
@@ -46,9 +69,14 @@ struct mvdr_evd_state {
 };
 #pragma pack(pop)
 
+// Blocks that hold `bins` bins.
+constexpr int32_t mvdr_block_count(int32_t bins) {
+  return (bins + kMvdrLanes - 1) / kMvdrLanes;
+}
+
 // Makes the state from the pool. steering: [bins][channels], copied. Weights start at
-// 1/sqrt(channels), inverses at the identity, sums at zero. Returns null when the pool is exhausted
-// or steering is null.
+// 1/sqrt(channels), inverses at the identity, sums at zero. Returns null when the pool is
+// exhausted, when steering is null, or for more than two channels.
 mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int32_t bins);
 
 // Releases the state through the pool; null is accepted.
@@ -62,8 +90,8 @@ void mvdr_evd_reset(mvdr_evd_state *state);
 // [bins], 0 .. 1.
 int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob);
 
-// Recomputes steering and weights of bins 1 .. K-1 from the accumulators; bin 0 is never touched.
-// Returns the state's weights.
-se_complex *mvdr_update_param(mvdr_evd_state *state);
+// Recomputes steering, inverses and weights of bins 1 .. K-1 from the accumulators; bin 0 keeps its
+// own. Returns the state's blocks, which hold the weights.
+const mvdr_block *mvdr_update_param(mvdr_evd_state *state);
 
 #endif  // TM_SE_BF_SPATIAL_MVDR_MASK_H

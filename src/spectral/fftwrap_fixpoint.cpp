@@ -43,6 +43,13 @@ void silence(float *out, int32_t count) {
   std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
 }
 
+// product[i] = x[i] window[i]; product may be x.
+void apply_window(const float *x, const float *window, float *product, int32_t count) {
+  for (int32_t i = 0; i < count; ++i) {
+    product[i] = x[i] * window[i];
+  }
+}
+
 void to_q31(const float *in, float scale, int32_t *out, int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
     out[i] = float_to_q31(scale * in[i]);
@@ -90,7 +97,7 @@ void spx_fft_destroy(fft_setup *setup) {
 void spx_fft(fft_setup *setup, const float *in, float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
   if (setup->kernel != nullptr) {
-    setup->kernel->forward(work, setup->n, in, out);
+    setup->kernel->forward(work, setup->n, in, nullptr, nullptr, out);
     return;
   }
   const float scale = block_scale(in, setup->n);
@@ -114,7 +121,7 @@ void spx_ifft(fft_setup *setup, const float *in, float *out) {
 void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
   if (setup->kernel != nullptr) {
-    setup->kernel->inverse(work, setup->n, in, out);
+    setup->kernel->inverse(work, setup->n, in, nullptr, out);
     return;
   }
   const float scale = block_scale(in, setup->n);
@@ -132,4 +139,25 @@ void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
   arm_rfft_q31(&setup->inverse, setup->spectrum_q31, setup->frame_q31);
   const float gain = 1.0f / (scale / static_cast<float>(setup->n));
   from_q31(setup->frame_q31, gain, out, setup->n);
+}
+
+void spx_fft_windowed(fft_setup *setup, const float *in, const float *window, float *product,
+                      float *out) {
+  if (setup->kernel != nullptr) {
+    const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+    setup->kernel->forward(work, setup->n, in, window, product, out);
+    return;
+  }
+  apply_window(in, window, product, setup->n);
+  spx_fft(setup, product, out);
+}
+
+void spx_ifft_windowed(fft_setup *setup, const float *in, const float *window, float *out) {
+  if (setup->kernel != nullptr) {
+    const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+    setup->kernel->inverse(work, setup->n, in, window, out);
+    return;
+  }
+  spx_ifft(setup, in, out);
+  apply_window(out, window, out, setup->n);
 }

@@ -15,8 +15,16 @@ struct avx2_lanes {
   using floats = __m256;
   static constexpr int32_t kWidth = 8;
 
+  // High words in the order 0, 2, 1, 3 of each half: one shuffle collects them from the products
+  // of even and odd lanes.
+  struct products {
+    ints words;
+  };
   struct pair {
     ints v0, v1;
+  };
+  struct float_pair {
+    floats v0, v1;
   };
   struct quad {
     ints v0, v1, v2, v3;
@@ -54,8 +62,19 @@ struct avx2_lanes {
     return _mm256_srai_epi32(x, kBits);
   }
 
-  static ints high_words(ints even, ints odd) {
-    return _mm256_blend_epi32(_mm256_srli_epi64(even, 32), odd, 0xAA);
+  static products add(products x, products y) {
+    return {add(x.words, y.words)};
+  }
+  static products subtract(products x, products y) {
+    return {subtract(x.words, y.words)};
+  }
+  static ints settle(products x) {
+    return _mm256_shuffle_epi32(x.words, _MM_SHUFFLE(3, 1, 2, 0));
+  }
+  static products high_words(ints even, ints odd) {
+    const floats words = _mm256_shuffle_ps(_mm256_castsi256_ps(even), _mm256_castsi256_ps(odd),
+                                           _MM_SHUFFLE(3, 1, 3, 1));
+    return {_mm256_castps_si256(words)};
   }
   static ints even_product(ints x, ints y) {
     return _mm256_mul_epi32(x, y);
@@ -66,17 +85,17 @@ struct avx2_lanes {
   static ints half() {
     return _mm256_set1_epi64x(int64_t{1} << 31);
   }
-  static ints mul_high(ints x, ints y) {
+  static products mul_high(ints x, ints y) {
     return high_words(even_product(x, y), odd_product(x, y));
   }
-  static ints mul_high_by_positive(ints x, ints c) {
+  static products mul_high_by_positive(ints x, ints c) {
     return mul_high(x, c);
   }
-  static ints mul_high_round(ints x, ints y) {
+  static products mul_high_round(ints x, ints y) {
     return high_words(_mm256_add_epi64(half(), even_product(x, y)),
                       _mm256_add_epi64(half(), odd_product(x, y)));
   }
-  static ints mul_high_round_negated(ints x, ints y) {
+  static products mul_high_round_negated(ints x, ints y) {
     return high_words(_mm256_sub_epi64(half(), even_product(x, y)),
                       _mm256_sub_epi64(half(), odd_product(x, y)));
   }
@@ -96,13 +115,21 @@ struct avx2_lanes {
     return {_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31)};
   }
 
+  static floats load_floats(const float *p) {
+    return _mm256_loadu_ps(p);
+  }
+  static void store_floats(float *p, floats x) {
+    _mm256_storeu_ps(p, x);
+  }
+  static floats multiply(floats x, floats y) {
+    return _mm256_mul_ps(x, y);
+  }
   static floats no_peak() {
     return _mm256_setzero_ps();
   }
   // Keeps the peak where the magnitude is not a number: the second operand wins then.
-  static floats larger_magnitude(const float *in, floats peaks) {
-    const floats sign = _mm256_set1_ps(-0.0f);
-    return _mm256_max_ps(_mm256_andnot_ps(sign, _mm256_loadu_ps(in)), peaks);
+  static floats larger_magnitude(floats x, floats peaks) {
+    return _mm256_max_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x), peaks);
   }
   static float highest(floats x) {
     const __m128 four = _mm_max_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
@@ -124,14 +151,13 @@ struct avx2_lanes {
     const floats odd = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(3, 1, 3, 1));
     return {to_words(_mm256_mul_ps(factor, even)), to_words(_mm256_mul_ps(factor, odd))};
   }
-  static void store_interleaved(float *out, ints even, ints odd, float gain) {
+  static float_pair interleave(ints even, ints odd, float gain) {
     const floats factor = _mm256_set1_ps(gain);
     const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(even), factor);
     const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(odd), factor);
     const floats low = _mm256_unpacklo_ps(first, second);
     const floats high = _mm256_unpackhi_ps(first, second);
-    _mm256_storeu_ps(out, _mm256_permute2f128_ps(low, high, 0x20));
-    _mm256_storeu_ps(out + kWidth, _mm256_permute2f128_ps(low, high, 0x31));
+    return {_mm256_permute2f128_ps(low, high, 0x20), _mm256_permute2f128_ps(low, high, 0x31)};
   }
 };
 

@@ -59,7 +59,9 @@ void split_forward_half(q31_planes z, int32_t half, float gain, float *out) {
     im = lanes::add(im, product<lanes, false>(z_im, f.a_re));
     im = lanes::add(im, product<lanes, true>(m_im, f.b_re));
     im = lanes::add(im, product<lanes, kUpper>(m_re, f.a_im));
-    lanes::store_interleaved(out + 2 * k, re, im, gain);
+    const auto values = lanes::interleave(lanes::settle(re), lanes::settle(im), gain);
+    lanes::store_floats(out + 2 * k, values.v0);
+    lanes::store_floats(out + 2 * k + lanes::kWidth, values.v1);
   }
 }
 
@@ -94,7 +96,7 @@ void split_inverse_half(q31_planes x, int32_t half, q31_planes z) {
     im = lanes::add(im, product<lanes, kUpper>(x_re, f.a_im));
     im = lanes::add(im, product<lanes, true>(m_im, f.b_re));
     im = lanes::add(im, product<lanes, !kUpper>(m_re, f.a_im));
-    store_planes<lanes>(z, k, {re, im});
+    store_planes<lanes>(z, k, {lanes::settle(re), lanes::settle(im)});
   }
 }
 
@@ -102,8 +104,25 @@ void split_inverse_half(q31_planes x, int32_t half, q31_planes z) {
 template <typename lanes>
 [[gnu::noinline]] float vector_scale(const float *in, int32_t count) {
   auto peaks = lanes::no_peak();
+#pragma GCC unroll 2
   for (int32_t i = 0; i < count; i += lanes::kWidth) {
-    peaks = lanes::larger_magnitude(in + i, peaks);
+    peaks = lanes::larger_magnitude(lanes::load_floats(in + i), peaks);
+  }
+  const float peak = lanes::highest(peaks);
+  return peak > 0.0f ? kVectorPeakQ31 / peak : 1.0f;
+}
+
+// The same of product[i] = in[i] window[i].
+template <typename lanes>
+[[gnu::noinline]] float windowed_scale(const float *in, const float *window, float *product,
+                                       int32_t count) {
+  auto peaks = lanes::no_peak();
+#pragma GCC unroll 2
+  for (int32_t i = 0; i < count; i += lanes::kWidth) {
+    const auto weighted =
+        lanes::multiply(lanes::load_floats(in + i), lanes::load_floats(window + i));
+    lanes::store_floats(product + i, weighted);
+    peaks = lanes::larger_magnitude(weighted, peaks);
   }
   const float peak = lanes::highest(peaks);
   return peak > 0.0f ? kVectorPeakQ31 / peak : 1.0f;
@@ -125,22 +144,46 @@ void silence(float *out, int32_t count) {
 }
 
 template <typename lanes>
-void vector_forward(q31_vector_work work, int32_t n, const float *in, float *out) {
+void vector_forward(q31_vector_work work, int32_t n, const float *in, const float *window,
+                    float *product, float *out) {
   const int32_t half = n / 2;
-  const float scale = vector_scale<lanes>(in, n);
+  const bool windowed = window != nullptr;
+  const float scale =
+      windowed ? windowed_scale<lanes>(in, window, product, n) : vector_scale<lanes>(in, n);
   if (scale > FLT_MAX) {
     silence<lanes>(out, n);
     return;
   }
   const q31_planes time = {work.frame, work.frame + half};
   const q31_planes half_spectrum = {work.spectrum, work.spectrum + n};
-  to_planes<lanes>(in, scale, time, half);
+  to_planes<lanes>(windowed ? product : in, scale, time, half);
   transform<lanes>(time, half_spectrum, half);
   split_forward<lanes>(half_spectrum, half, 1.0f / scale, out);
 }
 
+// Even and odd time samples to floats in natural order, times a window if there is one.
 template <typename lanes>
-void vector_inverse(q31_vector_work work, int32_t n, const float *in, float *out) {
+void from_planes(q31_planes x, float gain, const float *window, float *out, int32_t pairs) {
+  for (int32_t m = 0; m < pairs; m += lanes::kWidth) {
+    const auto even = lanes::load(x.re + m);
+    const auto odd = lanes::load(x.im + m);
+    const auto samples = lanes::interleave(lanes::add(even, even), lanes::add(odd, odd), gain);
+    float *first = out + 2 * m;
+    if (window == nullptr) {
+      lanes::store_floats(first, samples.v0);
+      lanes::store_floats(first + lanes::kWidth, samples.v1);
+    } else {
+      const float *weights = window + 2 * m;
+      lanes::store_floats(first, lanes::multiply(samples.v0, lanes::load_floats(weights)));
+      lanes::store_floats(first + lanes::kWidth,
+                          lanes::multiply(samples.v1, lanes::load_floats(weights + lanes::kWidth)));
+    }
+  }
+}
+
+template <typename lanes>
+void vector_inverse(q31_vector_work work, int32_t n, const float *in, const float *window,
+                    float *out) {
   const int32_t half = n / 2;
   const float scale = vector_scale<lanes>(in, n);
   if (scale > FLT_MAX) {
@@ -159,11 +202,7 @@ void vector_inverse(q31_vector_work work, int32_t n, const float *in, float *out
   // The inverse is the forward transform with real and imaginary parts exchanged, in and out.
   transform<lanes>({half_spectrum.im, half_spectrum.re}, {spectrum.im, spectrum.re}, half);
   const float gain = 1.0f / (scale / static_cast<float>(n));
-  for (int32_t m = 0; m < half; m += lanes::kWidth) {
-    const auto even = lanes::load(spectrum.re + m);
-    const auto odd = lanes::load(spectrum.im + m);
-    lanes::store_interleaved(out + 2 * m, lanes::add(even, even), lanes::add(odd, odd), gain);
-  }
+  from_planes<lanes>(spectrum, gain, window, out, half);
 }
 
 template <typename lanes>

@@ -14,8 +14,12 @@ struct neon_lanes {
   using floats = float32x4_t;
   static constexpr int32_t kWidth = 4;
 
+  using products = int32x4_t;
   struct pair {
     ints v0, v1;
+  };
+  struct float_pair {
+    floats v0, v1;
   };
   struct quad {
     ints v0, v1, v2, v3;
@@ -45,28 +49,31 @@ struct neon_lanes {
   static ints subtract(ints x, ints y) {
     return vsubq_s32(x, y);
   }
+  static ints settle(products x) {
+    return x;
+  }
   template <int kBits>
   static ints shift_down(ints x) {
     return vshrq_n_s32(x, kBits);
   }
 
-  static ints high_words(int64x2_t low, int64x2_t high) {
+  static products high_words(int64x2_t low, int64x2_t high) {
     return vuzp2q_s32(vreinterpretq_s32_s64(low), vreinterpretq_s32_s64(high));
   }
   static int64x2_t half() {
     return vdupq_n_s64(int64_t{1} << 31);
   }
-  static ints mul_high(ints x, ints y) {
+  static products mul_high(ints x, ints y) {
     return high_words(vmull_s32(vget_low_s32(x), vget_low_s32(y)), vmull_high_s32(x, y));
   }
-  static ints mul_high_by_positive(ints x, ints c) {
+  static products mul_high_by_positive(ints x, ints c) {
     return mul_high(x, c);
   }
-  static ints mul_high_round(ints x, ints y) {
+  static products mul_high_round(ints x, ints y) {
     return high_words(vmlal_s32(half(), vget_low_s32(x), vget_low_s32(y)),
                       vmlal_high_s32(half(), x, y));
   }
-  static ints mul_high_round_negated(ints x, ints y) {
+  static products mul_high_round_negated(ints x, ints y) {
     return high_words(vmlsl_s32(half(), vget_low_s32(x), vget_low_s32(y)),
                       vmlsl_high_s32(half(), x, y));
   }
@@ -85,12 +92,21 @@ struct neon_lanes {
     return {vzip1q_s32(x, y), vzip2q_s32(x, y)};
   }
 
+  static floats load_floats(const float *p) {
+    return vld1q_f32(p);
+  }
+  static void store_floats(float *p, floats x) {
+    vst1q_f32(p, x);
+  }
+  static floats multiply(floats x, floats y) {
+    return vmulq_f32(x, y);
+  }
   static floats no_peak() {
     return vdupq_n_f32(0.0f);
   }
   // Keeps the peak where the magnitude is not a number.
-  static floats larger_magnitude(const float *in, floats peaks) {
-    return vmaxnmq_f32(vabsq_f32(vld1q_f32(in)), peaks);
+  static floats larger_magnitude(floats x, floats peaks) {
+    return vmaxnmq_f32(vabsq_f32(x), peaks);
   }
   static float highest(floats x) {
     return vmaxvq_f32(x);
@@ -101,10 +117,10 @@ struct neon_lanes {
     return {vcvtq_s32_f32(vmulq_n_f32(pairs.val[0], scale)),
             vcvtq_s32_f32(vmulq_n_f32(pairs.val[1], scale))};
   }
-  static void store_interleaved(float *out, ints even, ints odd, float gain) {
-    const float32x4x2_t pairs = {
-        {vmulq_n_f32(vcvtq_f32_s32(even), gain), vmulq_n_f32(vcvtq_f32_s32(odd), gain)}};
-    vst2q_f32(out, pairs);
+  static float_pair interleave(ints even, ints odd, float gain) {
+    const floats first = vmulq_n_f32(vcvtq_f32_s32(even), gain);
+    const floats second = vmulq_n_f32(vcvtq_f32_s32(odd), gain);
+    return {vzip1q_f32(first, second), vzip2q_f32(first, second)};
   }
 };
 

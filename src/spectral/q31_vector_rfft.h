@@ -15,14 +15,21 @@ struct q31_vector_work {
   int32_t *spectrum;
 };
 
-// n: 256 or 512; in: n floats; out: n floats (in may be out). Forward: n time samples to a packed
-// spectrum; inverse: a packed spectrum to n time samples. A block whose peak is too small
-// to be scaled in single precision gives silence.
-using q31_vector_transform = void (*)(q31_vector_work work, int32_t n, const float *in, float *out);
+// n: 256 or 512. A block whose peak is too small to be scaled in single precision gives silence.
+//
+// Forward: `in`, n time samples, to `out`, a packed spectrum (in may be out). With a window of n
+// floats the samples are first multiplied by it, into `product`, n floats; null for none.
+using q31_vector_forward = void (*)(q31_vector_work work, int32_t n, const float *in,
+                                    const float *window, float *product, float *out);
+
+// Inverse: `in`, a packed spectrum, to `out`, n time samples (in may be out), multiplied by the
+// window of n floats, or null for none.
+using q31_vector_inverse = void (*)(q31_vector_work work, int32_t n, const float *in,
+                                    const float *window, float *out);
 
 struct q31_vector_kernel {
-  q31_vector_transform forward;
-  q31_vector_transform inverse;
+  q31_vector_forward forward;
+  q31_vector_inverse inverse;
 };
 
 // The fastest kernel that this processor can run for n points, or null when there is none.

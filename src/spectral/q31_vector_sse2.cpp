@@ -14,8 +14,12 @@ struct sse2_lanes {
   using floats = __m128;
   static constexpr int32_t kWidth = 4;
 
+  using products = __m128i;
   struct pair {
     ints v0, v1;
+  };
+  struct float_pair {
+    floats v0, v1;
   };
   struct quad {
     ints v0, v1, v2, v3;
@@ -44,6 +48,9 @@ struct sse2_lanes {
   static ints subtract(ints x, ints y) {
     return _mm_sub_epi32(x, y);
   }
+  static ints settle(products x) {
+    return x;
+  }
   template <int kBits>
   static ints shift_down(ints x) {
     return _mm_srai_epi32(x, kBits);
@@ -71,18 +78,18 @@ struct sse2_lanes {
   static ints surplus_by_positive(ints x, ints c) {
     return _mm_and_si128(_mm_srai_epi32(x, 31), c);
   }
-  static ints mul_high(ints x, ints y) {
+  static products mul_high(ints x, ints y) {
     return subtract(high_words(even_product(x, y), odd_product(x, y)), surplus(x, y));
   }
-  static ints mul_high_by_positive(ints x, ints c) {
+  static products mul_high_by_positive(ints x, ints c) {
     return subtract(high_words(even_product(x, c), odd_product(x, c)), surplus_by_positive(x, c));
   }
-  static ints mul_high_round(ints x, ints c) {
+  static products mul_high_round(ints x, ints c) {
     const ints even = _mm_add_epi64(half(), even_product(x, c));
     const ints odd = _mm_add_epi64(half(), odd_product(x, c));
     return subtract(high_words(even, odd), surplus_by_positive(x, c));
   }
-  static ints mul_high_round_negated(ints x, ints c) {
+  static products mul_high_round_negated(ints x, ints c) {
     const ints even = _mm_sub_epi64(half(), even_product(x, c));
     const ints odd = _mm_sub_epi64(half(), odd_product(x, c));
     return add(high_words(even, odd), surplus_by_positive(x, c));
@@ -100,13 +107,21 @@ struct sse2_lanes {
     return {_mm_unpacklo_epi32(x, y), _mm_unpackhi_epi32(x, y)};
   }
 
+  static floats load_floats(const float *p) {
+    return _mm_loadu_ps(p);
+  }
+  static void store_floats(float *p, floats x) {
+    _mm_storeu_ps(p, x);
+  }
+  static floats multiply(floats x, floats y) {
+    return _mm_mul_ps(x, y);
+  }
   static floats no_peak() {
     return _mm_setzero_ps();
   }
   // Keeps the peak where the magnitude is not a number: the second operand wins then.
-  static floats larger_magnitude(const float *in, floats peaks) {
-    const floats sign = _mm_set1_ps(-0.0f);
-    return _mm_max_ps(_mm_andnot_ps(sign, _mm_loadu_ps(in)), peaks);
+  static floats larger_magnitude(floats x, floats peaks) {
+    return _mm_max_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), x), peaks);
   }
   static float highest(floats x) {
     const floats pairs = _mm_max_ps(x, _mm_movehl_ps(x, x));
@@ -124,12 +139,11 @@ struct sse2_lanes {
     const floats odd = _mm_shuffle_ps(low, high, _MM_SHUFFLE(3, 1, 3, 1));
     return {to_words(_mm_mul_ps(factor, even)), to_words(_mm_mul_ps(factor, odd))};
   }
-  static void store_interleaved(float *out, ints even, ints odd, float gain) {
+  static float_pair interleave(ints even, ints odd, float gain) {
     const floats factor = _mm_set1_ps(gain);
     const floats first = _mm_mul_ps(_mm_cvtepi32_ps(even), factor);
     const floats second = _mm_mul_ps(_mm_cvtepi32_ps(odd), factor);
-    _mm_storeu_ps(out, _mm_unpacklo_ps(first, second));
-    _mm_storeu_ps(out + kWidth, _mm_unpackhi_ps(first, second));
+    return {_mm_unpacklo_ps(first, second), _mm_unpackhi_ps(first, second)};
   }
 };
 

@@ -1,8 +1,10 @@
 // The vector transform, written once for any set of lanes.
 //
 // `lanes` names the types and operations of one processor: `ints` holds kWidth 32-bit integers,
-// `floats` as many floats. Arithmetic, scaling and rounding are those of q31_cfft.cpp and
-// q31_rfft.cpp. Included by one source file per processor.
+// `floats` as many floats. `products` holds high words of products in whatever form the processor
+// finds them cheapest; they can be added and subtracted, and settle makes `ints` of them.
+// Arithmetic, scaling and rounding are those of q31_cfft.cpp and q31_rfft.cpp. Included by one
+// source file per processor.
 #ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_STAGES_H
 #define TM_SE_BF_SPECTRAL_Q31_VECTOR_STAGES_H
 
@@ -52,8 +54,9 @@ template <typename lanes>
 [[gnu::always_inline]] inline vector_complex<lanes> turn_half(vector_complex<lanes> x,
                                                               typename lanes::ints cosine,
                                                               typename lanes::ints sine) {
-  return {lanes::add(lanes::mul_high(x.re, cosine), lanes::mul_high(x.im, sine)),
-          lanes::subtract(lanes::mul_high(x.im, cosine), lanes::mul_high(x.re, sine))};
+  return {
+      lanes::settle(lanes::add(lanes::mul_high(x.re, cosine), lanes::mul_high(x.im, sine))),
+      lanes::settle(lanes::subtract(lanes::mul_high(x.im, cosine), lanes::mul_high(x.re, sine)))};
 }
 
 // The same for an angle in the first quadrant, whose cosine and sine are not negative.
@@ -61,16 +64,16 @@ template <typename lanes>
 [[gnu::always_inline]] inline vector_complex<lanes> turn_half_acute(vector_complex<lanes> x,
                                                                     typename lanes::ints cosine,
                                                                     typename lanes::ints sine) {
-  return {lanes::add(lanes::mul_high_by_positive(x.re, cosine),
-                     lanes::mul_high_by_positive(x.im, sine)),
-          lanes::subtract(lanes::mul_high_by_positive(x.im, cosine),
-                          lanes::mul_high_by_positive(x.re, sine))};
+  return {lanes::settle(lanes::add(lanes::mul_high_by_positive(x.re, cosine),
+                                   lanes::mul_high_by_positive(x.im, sine))),
+          lanes::settle(lanes::subtract(lanes::mul_high_by_positive(x.im, cosine),
+                                        lanes::mul_high_by_positive(x.re, sine)))};
 }
 
 // x c rounded, or -x c rounded, for a factor c that is not negative.
 template <typename lanes, bool kNegate>
-[[gnu::always_inline]] inline typename lanes::ints product(typename lanes::ints x,
-                                                           typename lanes::ints c) {
+[[gnu::always_inline]] inline typename lanes::products product(typename lanes::ints x,
+                                                               typename lanes::ints c) {
   return kNegate ? lanes::mul_high_round_negated(x, c) : lanes::mul_high_round(x, c);
 }
 
@@ -144,6 +147,9 @@ template <typename lanes>
     lanes::store_quads(x.re + i, kSpan, value.re);
     lanes::store_quads(x.im + i, kSpan, value.im);
   };
+  const auto quarter = [](complex value) -> complex {
+    return {lanes::template shift_down<2>(value.re), lanes::template shift_down<2>(value.im)};
+  };
   const auto halve = [](complex value) -> complex {
     return {lanes::template shift_down<1>(value.re), lanes::template shift_down<1>(value.im)};
   };
@@ -154,7 +160,7 @@ template <typename lanes>
   for (int32_t i = 0; i < length; i += kSpan * lanes::kWidth / kQuarter) {
     const vector_quad<lanes> y =
         butterfly(load(i), load(i + kQuarter), load(i + 2 * kQuarter), load(i + 3 * kQuarter));
-    store(i, halve(halve(y.sum)));
+    store(i, quarter(y.sum));
     store(i + kQuarter, halve(turn_half(y.even, factor(2), factor(3))));
     store(i + 2 * kQuarter, halve(turn_half_acute(y.odd, factor(0), factor(1))));
     store(i + 3 * kQuarter, halve(turn_half(y.odd_third, factor(4), factor(5))));
@@ -230,10 +236,10 @@ void radix2_half(q31_planes x) {
     const vector_complex<lanes> d = subtract(a, b);
     const auto cosine = lanes::load(q31_radix2_128.data() + i);
     const auto sine = lanes::load(q31_radix2_128.data() + kPoints + i);
-    const auto re =
-        lanes::add(product<lanes, kUpper>(d.re, cosine), product<lanes, false>(d.im, sine));
-    const auto im =
-        lanes::add(product<lanes, kUpper>(d.im, cosine), product<lanes, true>(d.re, sine));
+    const auto re = lanes::settle(
+        lanes::add(product<lanes, kUpper>(d.re, cosine), product<lanes, false>(d.im, sine)));
+    const auto im = lanes::settle(
+        lanes::add(product<lanes, kUpper>(d.im, cosine), product<lanes, true>(d.re, sine)));
     store_planes(x, i, add(a, b));
     store_planes<lanes>(x, i + kPoints, {lanes::add(re, re), lanes::add(im, im)});
   }

@@ -24,14 +24,6 @@ size_t float_bytes(int32_t count) {
   return static_cast<size_t>(count) * sizeof(float);
 }
 
-// product[i] = x[i] window[i]; product may be x.
-SE_BF_VECTOR_CLONES void apply_window(const float *x, const float *__restrict window,
-                                      float *product, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) {
-    product[i] = x[i] * window[i];
-  }
-}
-
 SE_BF_VECTOR_CLONES void add_samples(float *__restrict sum, const float *__restrict x,
                                      int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
@@ -88,16 +80,18 @@ void stft_buf_destroy(stft_buf *stft) {
   tamrin_free(stft);
 }
 
-void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
+float *stft_input(const stft_buf *stft) {
+  return stft->history + stft->overlap;
+}
+
+void stft_time_to_spectrum(stft_buf *stft, float *out) {
   const int32_t length = stft->fft_len;
   const int32_t overlap = stft->overlap;
   const int32_t hop = length - overlap;
 
   for (int32_t c = 0; c < stft->chnl; ++c) {
     float *history = stft->history + c * length;
-    std::memcpy(history + overlap, in + c * hop, float_bytes(hop));
-    apply_window(history, stft->window, stft->frame, length);
-    spx_fft(stft->fft, stft->frame, out + c * length);
+    spx_fft_windowed(stft->fft, history, stft->window, stft->frame, out + c * length);
     std::memmove(history, history + hop, float_bytes(overlap));
   }
 }
@@ -108,8 +102,7 @@ float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) 
   const int32_t hop = length - overlap;
   const float *synthesis = stft->window + length;
 
-  spx_ifft(stft->fft, spectrum, stft->frame);
-  apply_window(stft->frame, synthesis, stft->frame, length);
+  spx_ifft_windowed(stft->fft, spectrum, synthesis, stft->frame);
   std::memcpy(out, stft->frame, float_bytes(hop));
   add_samples(out, stft->ola_tail, overlap);
   std::memcpy(stft->ola_tail, stft->frame + hop, float_bytes(overlap));

@@ -26,8 +26,8 @@ struct stft_buf {
   fft_setup *fft;    // the instance's transform, not owned
   float *window;     // [2N] analysis window w, then synthesis window g
   float *frame;      // [N] scratch: windowed frame, then synthesis frame
-  float *history;    // [channels at creation][N] last input samples of each channel
-  float *ola_tail;   // [O] overlap part of the previous synthesis frame
+  float *history;  // [channels at creation][N] last O input samples of each channel, then a new hop
+  float *ola_tail;  // [O] overlap part of the previous synthesis frame
 };
 #pragma pack(pop)
 
@@ -42,9 +42,12 @@ void stft_set_chnl(stft_buf *stft, int32_t channels);
 // Releases the state through the pool, not the transform; null is accepted.
 void stft_buf_destroy(stft_buf *stft);
 
-// Analyses one hop. in: [chnl][H] time samples, channel after channel; out: [chnl][N] packed
-// spectra.
-void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out);
+// Where the caller puts the next hop of H time samples: that of channel 0, channel c N floats per
+// channel further on. The samples are analysed where they lie.
+float *stft_input(const stft_buf *stft);
+
+// Analyses the hop at stft_input. out: [chnl][N] packed spectra.
+void stft_time_to_spectrum(stft_buf *stft, float *out);
 
 // Synthesises one hop. spectrum: one packed spectrum; out: [H] time samples. Returns `out`.
 float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out);
