@@ -2,6 +2,9 @@
 #ifndef TM_SE_BF_TESTS_STREAM_RUN_H
 #define TM_SE_BF_TESTS_STREAM_RUN_H
 
+#include <fstream>
+#include <iterator>
+
 #include "test_signals.h"
 #include "tm_se_bf.h"
 
@@ -13,18 +16,28 @@ struct hop_figures {
 };
 
 constexpr hop_figures kHops[] = {{160, 256, 288, 256}, {192, 256, 256, 192}, {320, 512, 256, 192}};
-constexpr int32_t kModes[] = {SE_BF_MODE_MEAN, SE_BF_MODE_OMLSA, SE_BF_MODE_MVDR, SE_BF_MODE_MONO};
 
 struct stream_setup {
   int16_t channels;
   int32_t samples_per_call;
   int32_t hop;
   int32_t mode;
+  float mic_distance = 0.0f;  // m
+  float doa = 0.0f;           // degrees
 };
+
+constexpr stream_setup kBeamformer = {2, 320, 192, SE_BF_MODE_MVDR};
+
+// Two microphones on one talker, each with noise of its own.
+inline std::vector<wave> microphones(uint32_t seed, size_t count, double noise_rms) {
+  const wave voice = speech(count, 2000.0);
+  return {mix(voice, 1.0, white_noise(seed, count, noise_rms), 1.0),
+          mix(voice, 0.9, white_noise(seed + 1, count, noise_rms), 1.0)};
+}
 
 inline se_bf_inst *make_instance(const stream_setup &setup) {
   const se_bf_create_param sizes = {setup.channels, setup.samples_per_call, setup.hop};
-  const se_bf_init_param scene = {setup.mode, 0.0f, 0.0f};
+  const se_bf_init_param scene = {setup.mode, setup.mic_distance, setup.doa};
   se_bf_inst *inst = se_bf_create(&sizes);
   se_bf_init(inst, &scene);
   return inst;
@@ -43,10 +56,20 @@ inline pcm process(se_bf_inst *inst, const stream_setup &setup, pcm *input) {
 
 inline pcm run_stream(const stream_setup &setup, pcm input) {
   se_bf_inst *inst = make_instance(setup);
-  se_bf_change_mode(inst, setup.mode);  // no change, and none at all with one channel
   pcm output = process(inst, setup, &input);
   se_bf_destroy(inst);
   return output;
+}
+
+// Samples of a raw 16-bit little-endian file; none when it cannot be read.
+inline pcm read_words(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
+  pcm words;
+  for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    words.push_back(static_cast<int16_t>(bytes[i] | bytes[i + 1] << 8));
+  }
+  return words;
 }
 
 #endif  // TM_SE_BF_TESTS_STREAM_RUN_H

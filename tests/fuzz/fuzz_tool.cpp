@@ -4,14 +4,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <string>
-#include <vector>
-
 #include "audio_source.h"
+#include "finite_state.h"
 #include "script.h"
 #include "se_bf_host.h"
-#include "tm_se_bf.h"
 
 namespace {
 
@@ -34,20 +30,7 @@ enhance_options take_options(fuzz_script *script, const std::string &path) {
   return options;
 }
 
-// As the program does for each piece: to 16 bits, through the host; returns the samples made.
-size_t enhance(host *engine, const std::vector<float> &in, size_t frames, size_t channels) {
-  std::vector<int16_t> pcm(frames * channels);
-  std::vector<int16_t> out(frames + HOST_BLOCK);
-  for (size_t i = 0; i < pcm.size(); ++i) {
-    require(std::isfinite(in[i]));
-    pcm[i] = host_sample_from_float(in[i]);
-  }
-  const size_t made = host_push_s16(engine, pcm.data(), frames, out.data());
-  require(made <= out.size());
-  return made;
-}
-
-void read_all(audio_source *source, const enhance_options &options) {
+void enhance(audio_source *source, const enhance_options &options) {
   const size_t channels = source->picks.size();
   host_config config = {};
   config.channels = static_cast<int32_t>(channels);
@@ -55,22 +38,25 @@ void read_all(audio_source *source, const enhance_options &options) {
   config.hop = options.hop;
   config.plain = options.plain;
   host *engine = host_create(&config);
-  require(engine != nullptr);
+  assert(engine != nullptr);
 
   std::vector<float> in(kChunkFrames * channels);
+  std::vector<int16_t> pcm(in.size());
+  std::vector<int16_t> out(kChunkFrames + HOST_BLOCK);
   size_t taken = 0;
   size_t made = 0;
   long frames = source_read(source, in.data(), kChunkFrames);
   while (frames > 0 && taken < kMaxFrames) {
-    require(static_cast<size_t>(frames) <= kChunkFrames);
-    taken += static_cast<size_t>(frames);
-    made += enhance(engine, in, static_cast<size_t>(frames), channels);
-    require(made <= taken);
+    const size_t count = static_cast<size_t>(frames);
+    assert(count <= kChunkFrames && is_finite(in.data(), static_cast<int32_t>(count * channels)));
+    taken += count;
+    std::transform(in.begin(), in.end(), pcm.begin(), host_sample_from_float);
+    made += host_push_s16(engine, pcm.data(), count, out.data());
+    assert(made <= taken);
     frames = source_read(source, in.data(), kChunkFrames);
   }
-  std::vector<int16_t> rest(HOST_FINISH_MAX);
-  made += host_finish_s16(engine, rest.data());
-  require(made == taken);
+  made += host_finish_s16(engine, out.data());
+  assert(made == taken);
   host_destroy(engine);
 }
 
@@ -80,13 +66,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const int fd = memfd_create("input", MFD_CLOEXEC);
   fuzz_script script = {data, size};
   const enhance_options options = take_options(&script, "/proc/self/fd/" + std::to_string(fd));
-  require(write(fd, script.next, script.left) == static_cast<ssize_t>(script.left));
+  const ssize_t written = write(fd, script.next, script.left);
+  assert(written == static_cast<ssize_t>(script.left));
   lseek(fd, 0, SEEK_SET);
   dup2(fd, STDIN_FILENO);
 
   audio_source source = {};
   if (source_open(&source, &options)) {
-    read_all(&source, options);
+    enhance(&source, options);
   }
   source_close(&source);
   close(fd);

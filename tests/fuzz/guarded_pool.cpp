@@ -12,40 +12,33 @@ int32_t kStaticMemoryPosition = 0;
 
 namespace {
 
-// A multiple of the 8 bytes that poison works in, so that blocks keep the pool's alignment.
-constexpr int32_t kGapBytes = 16;
-constexpr int32_t kMaxBlocks = kStaticMemorySize / kPoolAlignment;
+// Gaps are four times as long as the blocks before them. Being odd, the spread keeps the alignment
+// of the library's pool.
+constexpr int32_t kSpread = 5;
 
-alignas(8) uint8_t memory[kStaticMemorySize + kMaxBlocks * kGapBytes];
-int32_t blocks = 0;
+alignas(8) uint8_t memory[kSpread * kStaticMemorySize];
 uint32_t generation = 1;
 
 }  // namespace
 
 void *tamrin_malloc(int32_t size) {
-  if (size < 0 || size > kStaticMemorySize - kStaticMemoryPosition || blocks == kMaxBlocks) {
+  if (size < 0 || size > kStaticMemorySize - kStaticMemoryPosition) {
     return nullptr;
   }
   if (kStaticMemoryPosition == 0) {
     ASAN_POISON_MEMORY_REGION(memory, sizeof memory);
   }
-  uint8_t *block = memory + kStaticMemoryPosition + blocks * kGapBytes;
+  uint8_t *block = memory + kSpread * kStaticMemoryPosition;
   const int32_t rounded = (size + kPoolAlignment - 1) / kPoolAlignment * kPoolAlignment;
   ASAN_UNPOISON_MEMORY_REGION(block, static_cast<size_t>(rounded));
   std::memset(block, 0, static_cast<size_t>(rounded));
   kStaticMemoryPosition += rounded;
-  blocks += 1;
   return block;
-}
-
-void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
-  return old_size >= new_size ? ptr : tamrin_malloc(new_size);
 }
 
 void tamrin_free(const void *) {
   generation += kStaticMemoryPosition != 0 ? 1 : 0;
   kStaticMemoryPosition = 0;
-  blocks = 0;
 }
 
 uint32_t tamrin_generation() {
