@@ -1,32 +1,52 @@
 #!/usr/bin/env bash
 # Builds the Debian packages from a copy of the sources and has lintian look at them.
 #
-# packaging/build_packages.sh DIRECTORY [ARCHITECTURE]
-# The packages appear in DIRECTORY. For another architecture (arm64, armhf) the library's packages
-# are cross-built: those of the program and the plug-ins need that architecture's sound libraries.
-# Needs tools/packages.sh build tool plugin package, for another architecture also cross.
+# packaging/build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]
+# The packages appear in DIRECTORY. For another architecture (arm64, armhf) all of them are
+# cross-built in a temporary Debian root of that suite, which gets the sound libraries of the
+# architecture, and the self-test runs there in emulation: this machine stays as it is.
+# Needs tools/packages.sh build tool plugin package; for another architecture only package, the
+# network, and root or user namespaces.
 set -euo pipefail
-directory=$(realpath -m "${1:?usage: build_packages.sh DIRECTORY [ARCHITECTURE]}")
-architecture=${2:-$(dpkg --print-architecture)}
+directory=$(realpath -m "${1:?usage: build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]}")
+native=$(dpkg --print-architecture)
+architecture=${2:-$native}
+suite=${3:-bookworm}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_packages.XXXXXX")
 trap 'rm -rf "$work"' EXIT
+source=tm-se-bf-1.3.5
 
-mkdir -p "$work/tm-se-bf-1.3.5" "$directory"
-tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins src tools |
-  tar -x -C "$work/tm-se-bf-1.3.5"
-cd "$work/tm-se-bf-1.3.5"
-mv packaging/debian debian
-
-# Dependencies are for packages.sh to install: dpkg would want those of both architectures.
-options=(-b -us -uc -d -j"$(nproc)")
-if [[ $architecture != "$(dpkg --print-architecture)" ]]; then
-  options+=(--host-arch "$architecture" -Pcross,nocheck,pkg.tm-se-bf.library)
-fi
-dpkg-buildpackage "${options[@]}" >"$directory/build-$architecture.log" 2>&1 || {
-  tail -n 40 "$directory/build-$architecture.log" >&2
-  exit 1
+# Dependencies are for packages.sh to install.
+build_here() {
+  cd "$work/build/$source"
+  dpkg-buildpackage -b -us -uc -d -j"$(nproc)"
 }
-lintian --fail-on error,warning ../*.changes
-cp ../*.deb "$directory"
+
+build_in_root() {
+  # Without security updates: those of two architectures may differ in version for a while.
+  mmdebstrap --quiet --variant=apt --format=null --architectures="$native,$architecture" \
+    --setup-hook='sed -i /security/d "$1/etc/apt/sources.list"' \
+    --customize-hook="copy-in $work/build /" \
+    --customize-hook="chroot \"\$1\" env DEBIAN_FRONTEND=noninteractive \
+      bash -ec 'cd /build/$source
+        apt-get -qq -y --no-install-recommends install crossbuild-essential-$architecture
+        apt-get -qq -y --no-install-recommends build-dep -a $architecture -P cross .
+        dpkg-buildpackage -b -us -uc -j$(nproc) --host-arch $architecture -Pcross'" \
+    --customize-hook="copy-out /build $work/made" "$suite" /dev/null
+}
+
+mkdir -p "$work/build/$source" "$work/made" "$directory"
+tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins src tools |
+  tar -x -C "$work/build/$source"
+mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
+log=$directory/build-$architecture.log
+if [[ $architecture == "$native" ]]; then
+  (build_here) >"$log" 2>&1
+else
+  build_in_root >"$log" 2>&1
+fi || { tail -n 40 "$log" >&2; exit 1; }
+made=$(find "$work" -name '*.changes')
+lintian --fail-on error,warning "$made"
+cp "$(dirname "$made")"/*.deb "$directory"
 ls "$directory"

@@ -136,54 +136,6 @@ void host_stream_s16(host *h, const int16_t *in, size_t frames, int16_t *out) {
   }
 }
 
-static void to_pcm(int16_t *to, const float *from, size_t samples) {
-  for (size_t n = 0; n < samples; ++n) {
-    to[n] = host_sample_from_float(from[n]);
-  }
-}
-
-static void to_float(float *to, const int16_t *from, size_t samples) {
-  for (size_t n = 0; n < samples; ++n) {
-    to[n] = static_cast<float>(from[n]) / FULL_SCALE;
-  }
-}
-
-size_t host_push_f32(host *h, const float *in, size_t frames, float *out) {
-  const size_t channels = static_cast<size_t>(h->engine.config.channels);
-  size_t written = 0;
-  for (size_t at = 0; at < frames; at += static_cast<size_t>(HOST_BLOCK)) {
-    int16_t pcm[HOST_MAX_CHANNELS * HOST_BLOCK];
-    int16_t given[2 * HOST_BLOCK];
-    const size_t left = frames - at;
-    const size_t piece = left < static_cast<size_t>(HOST_BLOCK) ? left : HOST_BLOCK;
-    to_pcm(pcm, in + at * channels, piece * channels);
-    const size_t count = host_push_s16(h, pcm, piece, given);
-    to_float(out + written, given, count);
-    written += count;
-  }
-  return written;
-}
-
-size_t host_finish_f32(host *h, float *out) {
-  int16_t given[HOST_FINISH_MAX];
-  const size_t count = host_finish_s16(h, given);
-  to_float(out, given, count);
-  return count;
-}
-
-void host_stream_f32(host *h, const float *in, size_t frames, float *out) {
-  const size_t channels = static_cast<size_t>(h->engine.config.channels);
-  for (size_t at = 0; at < frames; at += static_cast<size_t>(HOST_BLOCK)) {
-    int16_t pcm[HOST_MAX_CHANNELS * HOST_BLOCK];
-    int16_t given[HOST_BLOCK];
-    const size_t left = frames - at;
-    const size_t piece = left < static_cast<size_t>(HOST_BLOCK) ? left : HOST_BLOCK;
-    to_pcm(pcm, in + at * channels, piece * channels);
-    host_stream_s16(h, pcm, piece, given);
-    to_float(out + at, given, piece);
-  }
-}
-
 int32_t host_stream_latency(const host *h) {
   return HOST_BLOCK + h->delay;
 }

@@ -3,9 +3,9 @@
 // faults.
 //
 // Two ways to use a host, one of them for its whole life:
-//   - aligned, host_push_* ... host_finish_*: output sample i belongs to input sample i, and as
+//   - aligned, host_push_s16 ... host_finish_s16: output sample i belongs to input sample i, and as
 //     many samples come out as went in. For files and pipes.
-//   - streaming, host_stream_*: every call returns as many samples as it takes, at the constant
+//   - streaming, host_stream_s16: every call returns as many samples as it takes, at the constant
 //     latency host_stream_latency(). For audio plug-ins.
 //
 // Shielding (two channels, every mode but SE_BF_MODE_MONO; host_config.plain turns it off)
@@ -39,7 +39,7 @@ constexpr int32_t HOST_START_WAIT_BLOCKS = 10;
 // 2 s: a loose contact shows as dead within 44 to 88 blocks.
 constexpr int32_t HOST_HEAL_BLOCKS = 100;
 constexpr int32_t HOST_HISTORY_BLOCKS = 50;  // 1 s: noise tracking needs 15 frames, weights 10
-constexpr size_t HOST_FINISH_MAX = 640;      // most samples that host_finish_* writes
+constexpr size_t HOST_FINISH_MAX = 640;      // most samples that host_finish_s16 writes
 
 enum host_event_kind {
   HOST_EVENT_DEAD,          // a microphone is silent, or 40 dB weaker than the other
@@ -78,22 +78,18 @@ struct host;
 host *host_create(const host_config *config);
 
 // Takes `frames` samples per channel, interleaved, and returns the number of aligned samples
-// written to `out`, which has room for frames + HOST_BLOCK. The input is not changed. Float samples
-// have full scale 1, are rounded to 16 bits and saturate; a NaN counts as 0.
+// written to `out`, which has room for frames + HOST_BLOCK. The input is not changed.
 size_t host_push_s16(host *h, const int16_t *in, size_t frames, int16_t *out);
-size_t host_push_f32(host *h, const float *in, size_t frames, float *out);
 
 // Ends an aligned stream: writes the samples still missing (at most HOST_FINISH_MAX), returns their
 // number. Only host_destroy may follow.
 size_t host_finish_s16(host *h, int16_t *out);
-size_t host_finish_f32(host *h, float *out);
 
 // Takes `frames` samples per channel and writes `frames` samples, host_stream_latency() samples
 // late. With one channel `out` may be `in`.
 void host_stream_s16(host *h, const int16_t *in, size_t frames, int16_t *out);
-void host_stream_f32(host *h, const float *in, size_t frames, float *out);
 
-// Samples by which host_stream_* delays the signal.
+// Samples by which host_stream_s16 delays the signal.
 int32_t host_stream_latency(const host *h);
 
 // Samples by which the library delays the signal itself: overlap of the analysis frames plus the

@@ -15,5 +15,6 @@ for interpreter in python3 /usr/bin/python3; do
     exec "$interpreter" "$@"
   fi
 done
-echo "python.sh: no Python with numpy, scipy and matplotlib found; run tools/packages.sh demo" >&2
+echo "no Python has numpy, scipy and matplotlib; install the packages python3-numpy, python3-scipy and" \
+  "python3-matplotlib" >&2
 exit 1

@@ -73,7 +73,7 @@ def main():
     try:
         figure.savefig(arguments.output, dpi=110, format="png")
     except OSError as error:
-        sys.exit(f"{arguments.output}: cannot be written ({error.strerror})")
+        sys.exit(f"cannot write {arguments.output}: {error.strerror}")
 
 
 if __name__ == "__main__":

@@ -24,13 +24,13 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-static bool fail_writing(const audio_sink *sink, const char *why) {
+static bool fail_writing(const audio_sink *sink, const std::string &why) {
   return fail("writing " + sink->name + " failed: " + why);
 }
 
 // The operating system's reason where there is one: libsndfile passes it on for some formats only.
-static const char *reason(int sndfile_error) {
-  return errno != 0 ? strerror(errno) : sf_error_number(sndfile_error);
+static std::string reason(int sndfile_error) {
+  return errno != 0 ? strerror(errno) : sound_reason(sf_error_number(sndfile_error));
 }
 
 static bool open_raw(audio_sink *sink, int fd) {
@@ -82,11 +82,15 @@ static bool open_file(audio_sink *sink, const sound_format *format) {
     return fail(sink->name + " cannot hold sound at " + std::to_string(sink->rate_hz) +
                 " Hz; use another format, for example .wav");
   }
+  errno = 0;
   sink->file = sf_open_fd(sink->fd, SFM_WRITE, &info, SF_FALSE);
+  if (sink->file == nullptr && errno != 0) {
+    return fail_writing(sink, strerror(errno));
+  }
   if (sink->file == nullptr) {
-    std::string why = sf_strerror(nullptr);
-    why.erase(why.find_last_not_of(". \n") + 1);
-    return fail("cannot write to " + sink->name + ": " + why);
+    return fail("cannot write sound at " + std::to_string(sink->rate_hz) + " Hz to " + sink->name +
+                ": " + sound_reason(sf_strerror(nullptr)) +
+                "; use another format, for example .flac, or convert IN to such a rate first");
   }
   return true;
 }

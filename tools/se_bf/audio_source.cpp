@@ -9,6 +9,8 @@
 
 #include "process.h"
 #include "report.h"
+#include "riff_header.h"
+#include "sound_format.h"
 
 static constexpr size_t CHUNK_SAMPLES = 8192;  // stored samples, all channels, read at a time
 static constexpr size_t RAW_BYTES = 8192;      // raw bytes read at a time, at most
@@ -76,14 +78,16 @@ static bool open_file(audio_source *src, const std::string &path) {
   SF_INFO info = {};
   src->file = sf_open(path.c_str(), SFM_READ, &info);
   if (src->file == nullptr) {
-    std::string why = sf_strerror(nullptr);
-    why.erase(why.find_last_not_of(". \n") + 1);
-    return fail("cannot read " + path + " as sound (" + why +
+    return fail("cannot read " + path + " as sound (" + sound_reason(sf_strerror(nullptr)) +
                 "); convert it to WAV or FLAC, or pipe raw PCM into se_bf enhance -");
   }
   src->rate_hz = info.samplerate;
   src->stored_channels = static_cast<size_t>(info.channels);
-  src->frames_total = info.frames < SF_COUNT_MAX ? info.frames : -1;
+  const int64_t promised =
+      S_ISREG(status.st_mode) ? riff_promised_frames(path, info.samplerate) : -1;
+  src->frames_total = promised > info.frames       ? promised
+                      : info.frames < SF_COUNT_MAX ? info.frames
+                                                   : -1;
   return true;
 }
 
@@ -110,7 +114,8 @@ static long read_file(audio_source *src, size_t frames) {
   const sf_count_t count =
       sf_readf_float(src->file, src->stored.data(), static_cast<sf_count_t>(frames));
   if (count <= 0 && sf_error(src->file) != SF_ERR_NO_ERROR) {
-    report_line("reading " + src->name + " failed: " + sf_strerror(src->file));
+    report_line("reading " + src->name + " failed: " + sound_reason(sf_strerror(src->file)) +
+                "; the file is damaged or cut off");
     return -1;
   }
   return static_cast<long>(count);

@@ -23,6 +23,8 @@
 static constexpr int POLL_MS = 100;  // between two looks at the progress
 static constexpr size_t READ_BYTES = 4096;
 static constexpr size_t NAME_WIDTH = 40;  // of the table; longer names push their row to the right
+static constexpr size_t RESULT_WIDTH = 17;
+static const char *const CUT_OFF = "enhanced, cut off";  // of an input that announces more
 static constexpr char LINE_PREFIX[] = "se_bf: ";
 static const char *const STATE_NAMES[] = {"not enhanced", "not enhanced", "enhanced", "skipped",
                                           "failed"};
@@ -184,9 +186,10 @@ static std::string table_row(const batch *b, size_t index) {
     return row;
   }
   const double duration = figures->duration_s;
-  snprintf(row, sizeof row, "%-*s  %-12s %9.2f  %-5s %9.4f %8lld %8lld\n",
-           static_cast<int>(NAME_WIDTH), file->in.c_str(), STATE_NAMES[file->state], duration,
-           figures->mode, duration > 0.0 ? figures->computing_s / duration : 0.0,
+  snprintf(row, sizeof row, "%-*s  %-*s %9.2f  %-5s %9.4f %8lld %8lld\n",
+           static_cast<int>(NAME_WIDTH), file->in.c_str(), static_cast<int>(RESULT_WIDTH),
+           figures->cut_off ? CUT_OFF : STATE_NAMES[file->state], duration, figures->mode,
+           duration > 0.0 ? figures->computing_s / duration : 0.0,
            static_cast<long long>(figures->clipped_in),
            static_cast<long long>(figures->clipped_out));
   return row;
@@ -202,9 +205,9 @@ static size_t count_of(const batch *b, batch_state state) {
 
 static bool print_table(const batch *b) {
   char heading[READ_BYTES];
-  snprintf(heading, sizeof heading, "%-*s  %-12s %9s  %-5s %9s %8s %8s\n",
-           static_cast<int>(NAME_WIDTH), "file", "result", "seconds", "mode", "real-time",
-           "clip in", "clip out");
+  snprintf(heading, sizeof heading, "%-*s  %-*s %9s  %-5s %9s %8s %8s\n",
+           static_cast<int>(NAME_WIDTH), "file", static_cast<int>(RESULT_WIDTH), "result",
+           "seconds", "mode", "real-time", "clip in", "clip out");
   std::string table = heading;
   for (size_t i = 0; i < b->files.size(); ++i) {
     table += table_row(b, i);

@@ -18,12 +18,16 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-static bool list_directory(const std::string &directory, std::vector<std::string> *paths) {
+static bool list_directory(const std::string &directory, const std::string &out_dir,
+                           std::vector<std::string> *paths) {
   std::error_code error;
   std::vector<std::string> found;
+  size_t left_out = 0;
   fs::directory_iterator entry(directory, error);
   while (!error && entry != fs::directory_iterator()) {
     std::error_code unknown;  // such a file cannot be enhanced either
+    const bool nested = entry->is_directory(unknown) && !fs::equivalent(*entry, out_dir, unknown);
+    left_out += nested ? 1 : 0;
     if (sound_format_of(entry->path().string()) != nullptr && entry->is_regular_file(unknown)) {
       found.push_back(entry->path().string());
     }
@@ -31,6 +35,10 @@ static bool list_directory(const std::string &directory, std::vector<std::string
   }
   if (error) {
     return fail("cannot list " + directory + ": " + error.message());
+  }
+  if (left_out > 0) {
+    report_line("directories in " + directory + " are not searched (there are " +
+                std::to_string(left_out) + "); name them as IN, too");
   }
   if (found.empty()) {
     return fail("there are no sound files in " + directory + "; their names end with one of" +
@@ -49,7 +57,7 @@ static bool list_places(const batch_options *options, std::vector<std::string> *
     }
     if (!fs::is_directory(place, error)) {
       paths->push_back(place);
-    } else if (!list_directory(place, paths)) {
+    } else if (!list_directory(place, options->out_dir, paths)) {
       return false;
     }
   }
@@ -107,16 +115,28 @@ static bool check_results(const std::vector<batch_file> &files) {
   return true;
 }
 
+// One by one, so that the reason belongs to the directory that could not be made.
+static bool make_directories(const fs::path &directory) {
+  fs::path made;
+  for (const fs::path &name : directory) {
+    std::error_code reason;
+    std::error_code unknown;
+    made /= name;
+    fs::create_directory(made, reason);
+    if (!fs::is_directory(made, unknown)) {
+      return fail("cannot make the directory " + made.string() + ": " + reason.message());
+    }
+  }
+  return true;
+}
+
 bool batch_list(const batch_options *options, std::vector<batch_file> *files) {
   std::vector<std::string> paths;
-  std::error_code error;
   if (!list_places(options, &paths)) {
     return false;
   }
-  fs::create_directories(options->out_dir, error);
-  if (!fs::is_directory(options->out_dir, error)) {
-    return fail("cannot make the directory " + options->out_dir +
-                (error ? ": " + error.message() : "; a file has its name"));
+  if (!make_directories(options->out_dir)) {
+    return false;
   }
   for (const std::string &path : paths) {
     const std::string out = result_of(path, options->out_dir);

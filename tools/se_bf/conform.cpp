@@ -20,7 +20,6 @@ static const char *const JUDGED_TYPE = "bf_mvdr";
 static constexpr int JUDGED_HOP = 192;
 static constexpr double MIN_SIMILARITY = 0.999;
 static constexpr double MAX_POWER_ERROR = 0.01;  // of the power ratio 1
-static constexpr size_t READ_BYTES = 4096;
 
 // Runs the test in this process, which ends with it. The levels and the pool of the library belong
 // to the process, so that every type needs one of its own.
@@ -30,19 +29,6 @@ static constexpr size_t READ_BYTES = 4096;
   }
   se_bf_conformance_test(type.c_str(), hop);
   _exit(fflush(stdout) == 0 ? 0 : 1);
-}
-
-// Collects the report until the child closes the pipe.
-static bool collect(int fd, std::string *text) {
-  char piece[READ_BYTES];
-  for (;;) {
-    const ssize_t count = read(fd, piece, sizeof piece);
-    if (count > 0) {
-      text->append(piece, static_cast<size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      return count == 0;
-    }
-  }
 }
 
 static bool fail(const std::string &text) {
@@ -66,7 +52,7 @@ static bool run_type(const std::string &type, int hop, std::string *text) {
     close(ends[0]);
     return fail(std::string("cannot start a process: ") + strerror(errno));
   }
-  const bool read_all = collect(ends[0], text);
+  const bool read_all = process_read_all(ends[0], text);
   close(ends[0]);
   int status = 0;
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) {

@@ -94,14 +94,15 @@ static int32_t mode_value(const std::string &name) {
 
 static void choose_mode(enhance_job *job) {
   const std::string &asked = job->options->mode;
-  if (job->source.picks.size() == 2) {
-    job->mode = asked.empty() ? "mvdr" : asked;
-    return;
-  }
-  job->mode = "omlsa";
+  const bool single = job->source.picks.size() == 1;
+  job->mode = single ? "omlsa" : asked.empty() ? "mvdr" : asked;
   if (!asked.empty() && asked != job->mode) {
     report_line("warning: one channel is always enhanced in mode omlsa; mode " + asked +
                 " needs two channels");
+  } else if (job->mode != "mvdr" && job->options->mic_distance_m > 0.0f) {
+    report_line("warning: --mic-distance and --doa have no effect " +
+                (single ? "on the one channel of " + job->source.name : "in mode " + job->mode) +
+                "; only mode mvdr has a direction");
   }
 }
 
@@ -173,10 +174,15 @@ static bool stream(enhance_job *job) {
   return write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
 }
 
+static bool is_cut_off(const audio_source *src) {
+  return src->frames_read < src->frames_total;
+}
+
 static void keep_figures(enhance_job *job) {
   enhance_figures *figures = job->figures;
   figures->duration_s = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
   figures->computing_s = report_processor_time() - job->started_at;
+  figures->cut_off = is_cut_off(&job->source);
   job->mode.copy(figures->mode, MODE_TEXT_LEN - 1);
 }
 
@@ -198,10 +204,15 @@ static void warn_of_input(const audio_source *src) {
     report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->name +
                 " are no finite numbers and count as 0");
   }
-  if (src->frames_read < src->frames_total) {
-    report_line("warning: " + src->name + " is cut off or damaged: it announces " +
-                std::to_string(src->frames_total) + " frames and holds " +
-                std::to_string(src->frames_read));
+  const double rate = src->rate_hz;
+  if (is_cut_off(src)) {
+    report_line("warning: " + src->name + " is cut off or damaged: it holds " +
+                std::to_string(src->frames_read) + " of the " + std::to_string(src->frames_total) +
+                " frames that it announces (" +
+                report_number(static_cast<double>(src->frames_read) / rate, 2) + " of " +
+                report_number(static_cast<double>(src->frames_total) / rate, 2) + " s)");
+  } else if (src->frames_read == 0) {
+    report_line("warning: " + src->name + " holds no sound that can be read");
   }
 }
 

@@ -17,6 +17,7 @@ struct enhance_figures {
   double computing_s;             // processor time taken
   int64_t clipped_in;             // samples at full scale, after the gain
   int64_t clipped_out;
+  bool cut_off;              // the input holds less than it announces
   char mode[MODE_TEXT_LEN];  // that ran
 };
 

@@ -69,26 +69,51 @@ static bool write_before(const enhance_options *options, const std::string &path
   return count == 0;
 }
 
-static bool draw(const fs::path &scripts, const fs::path &work, const std::string &name,
-                 const std::string &picture) {
-  const std::string shell = scripts / "python.sh";
-  const std::string script = scripts / "spectrograms.py";
-  const std::string before = work / "before.wav";
-  const std::string after = work / "after.wav";
-  const std::string output = "--output=" + picture;
-  const std::string title = "--title=" + name;
+// The last line of what the script said, which is the reason of its failure.
+static std::string last_line(std::string text) {
+  text.erase(text.find_last_not_of(" \n") + 1);
+  const size_t newline = text.rfind('\n');
+  return newline == std::string::npos ? text : text.substr(newline + 1);
+}
+
+// Runs a program whose messages go to `text`. Returns true when it ended with status 0.
+static bool run_program(const std::vector<std::string> &words, std::string *text) {
+  int ends[2];
+  if (pipe(ends) != 0) {
+    *text = strerror(errno);
+    return false;
+  }
+  std::vector<char *> arguments;
+  arguments.reserve(words.size() + 1);
+  for (const std::string &word : words) {
+    arguments.push_back(const_cast<char *>(word.c_str()));
+  }
+  arguments.push_back(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    execl(shell.c_str(), shell.c_str(), script.c_str(), before.c_str(), after.c_str(),
-          output.c_str(), title.c_str(), "--title=enhanced", static_cast<char *>(nullptr));
+    dup2(ends[1], STDERR_FILENO);
+    execv(arguments[0], arguments.data());
+    dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], strerror(errno));
     _exit(1);
   }
+  close(ends[1]);
+  process_read_all(ends[0], text);
+  close(ends[0]);
   int status = 1;
   while (child != -1 && waitpid(child, &status, 0) == -1 && errno == EINTR) {
   }
-  return (child != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0) ||
-         fail("the picture was not drawn; it needs python3 with numpy, scipy and matplotlib, and " +
-              picture + " must be writable");
+  return child != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+static bool draw(const fs::path &scripts, const fs::path &work, const std::string &name,
+                 const std::string &picture) {
+  std::string text;
+  const bool drawn = run_program(
+      {scripts / "python.sh", scripts / "spectrograms.py", work / "before.wav", work / "after.wav",
+       "--output=" + picture, "--title=" + name, "--title=enhanced"},
+      &text);
+  return drawn || fail("the picture was not drawn: " +
+                       (text.empty() ? "its program was killed; try again" : last_line(text)));
 }
 
 static bool plot_in(const enhance_options *options, const fs::path &work,

@@ -7,6 +7,8 @@
 #include <stdio.h>
 #include <unistd.h>
 
+static constexpr size_t READ_BYTES = 4096;
+
 static volatile sig_atomic_t g_signal = 0;
 
 void process_fill_descriptors() {
@@ -74,4 +76,16 @@ bool process_write(int fd, const void *data, size_t bytes) {
     bytes -= done;
   }
   return true;
+}
+
+bool process_read_all(int fd, std::string *text) {
+  char piece[READ_BYTES];
+  for (;;) {
+    const ssize_t count = read(fd, piece, sizeof piece);
+    if (count > 0) {
+      text->append(piece, static_cast<size_t>(count));
+    } else if (count == 0 || errno != EINTR) {
+      return count == 0;
+    }
+  }
 }

@@ -4,6 +4,8 @@
 
 #include <stddef.h>
 
+#include <string>
+
 // Opens /dev/null on standard descriptors that the caller closed, so that no file of ours takes
 // their place: in the wrong direction, so that using them is an error as before.
 void process_fill_descriptors();
@@ -24,5 +26,8 @@ void process_die_of_signal();
 
 // Writes all bytes. Returns false with errno set, EINTR when a signal asked for the end.
 bool process_write(int fd, const void *data, size_t bytes);
+
+// Reads to the end and appends it to `text`. Returns false with errno set.
+bool process_read_all(int fd, std::string *text);
 
 #endif  // SE_BF_PROCESS_H

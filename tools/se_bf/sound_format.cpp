@@ -1,7 +1,8 @@
-// Sound file formats that can be written, by file name extension.
+// Sound files: the formats that can be written, by file name extension, and reasons of failures.
 #include "sound_format.h"
 
 #include <sndfile.h>
+#include <string.h>
 #include <strings.h>
 
 static const sound_format FORMATS[] = {
@@ -12,6 +13,8 @@ static const sound_format FORMATS[] = {
     {".caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},   {".w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16},
     {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
 };
+
+static const char *const REASON_PREFIX = "Error : ";
 
 static std::string extension_of(const std::string &path) {
   const size_t slash = path.rfind('/');
@@ -36,4 +39,13 @@ std::string sound_format_list() {
     list += std::string(" ") + known.extension;
   }
   return list;
+}
+
+std::string sound_reason(const char *text) {
+  std::string reason = text;
+  if (reason.rfind(REASON_PREFIX, 0) == 0) {
+    reason.erase(0, strlen(REASON_PREFIX));
+  }
+  reason.erase(reason.find_last_not_of(". \n") + 1);
+  return reason;
 }

@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# In a clean Debian root: installs the packages, runs the lines of README.md as printed there, and
+# removes the packages without a trace. The working directory holds the packages and the sources.
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive CMAKE_GENERATOR=Ninja HOME=/root XDG_RUNTIME_DIR=$PWD/run
+export DBUS_SESSION_BUS_ADDRESS=unix:path=$PWD/bus
+mkdir -m 700 run demo-output
+trap 'kill $(jobs -pr) 2>/dev/null || true' EXIT
+
+# readme START: runs the line of README.md that starts so, with those that continue it.
+readme() {
+  rm -f speech.wav
+  eval "$(sed -e :a -e '/\\$/N; s/\\\n *//; ta' README.md | grep -- "^$1")" </dev/null
+}
+# same NAME LATENCY: speech.wav is, so many samples later, what se_bf makes of the recording.
+same() {
+  sox -D speech.wav -t raw speech.raw
+  cmp -n 60000 -i $((2 * $2)):0 speech.raw reference.raw
+  echo "ok: $1"
+}
+wait_for() {
+  timeout 30 bash -c 'until eval "$1" >/dev/null 2>&1; do sleep 0.2; done' - "$1" ||
+    { echo "in vain: $1"; cat ./*.log; exit 1; }
+}
+# There is neither sudo here, nor a service manager, nor anyone who ends a recording. ALSA's file
+# plug-in hands out whole buffers, which mapped reading takes at once.
+sudo() { "$@"; }
+arecord() { command arecord -q -M --buffer-size=90000 --period-size=1000 "$@"; }
+pw-record() { echo $BASHPID >recorder; exec pw-record "$@"; }
+systemctl() {
+  dbus-daemon --session --nofork --address="$DBUS_SESSION_BUS_ADDRESS" &
+  pipewire 2>pipewire.log &
+  wait_for 'test -S run/pipewire-0'
+  wireplumber 2>wireplumber.log &
+}
+
+printf '%s "true";\n' APT::Get::Assume-Yes APT::Install-Recommends >/etc/apt/apt.conf.d/trial
+{ readme 'sudo apt install' && tools/packages.sh build plugin-test; } >apt.log 2>&1 ||
+  { tail -n 20 apt.log; exit 1; }
+zcat /usr/share/man/man1/se_bf.1.gz | cmp - docs/man/se_bf.1
+cmp /usr/share/bash-completion/completions/se_bf tools/completion/se_bf
+bash tests/packaging/usage_test.sh "$PWD" /usr/bin/se_bf
+bash tests/packaging/examples_test.sh "$PWD"
+
+sox -t raw -r 16000 -e signed -b 16 -c 2 src/conformance/pcm_in_multi.s16 noisy.wav
+se_bf enhance --quiet noisy.wav reference.wav
+sox -D reference.wav -t raw reference.raw
+readme ffmpeg 2>ffmpeg.log
+same FFmpeg 512
+readme LADSPA_PATH
+same SoX 0
+readme gst-launch >gstreamer.log
+same GStreamer 512
+
+truncate -s 500000 src/conformance/pcm_in_multi.s16
+cat >~/.asoundrc <<END
+pcm.!hw { @args [ CARD ] @args.CARD { type string } type plug
+  slave { format S16_LE channels 2 rate 16000 pcm { type file slave.pcm { type null }
+    file /dev/null infile $PWD/src/conformance/pcm_in_multi.s16 format raw } } }
+END
+readme 'sudo cp'
+readme 'arecord -D'
+same arecord 512
+rm /etc/asound.conf ~/.asoundrc
+
+readme 'mkdir -p ~/.config/pipewire'
+readme 'cp /usr/share/tm_se_bf/pipewire'
+cat >~/.config/pipewire/pipewire.conf.d/microphones.conf <<'END'
+context.objects = [ { factory = adapter
+  args = { factory.name = support.null-audio-sink node.name = microphones
+           media.class = Audio/Source/Virtual audio.position = [ FL FR ] audio.rate = 48000 } } ]
+END
+readme systemctl
+wait_for 'pw-link -l | grep -A1 ^microphones:capture_FR | grep capture.tm_se_bf:input_FR'
+readme pw-record &
+wait_for 'pw-link -l | grep -A1 ^tm_se_bf:capture_MONO | grep pw-record:input_MONO'
+sox noisy.wav padded.wav pad 1 1
+pw-cat --playback --target 0 padded.wav &
+wait_for 'pw-link pw-cat:output_FL microphones:input_FL'
+wait_for 'pw-link pw-cat:output_FR microphones:input_FR'
+wait $!
+kill -INT "$(<recorder)"
+wait_for '! kill -0 $(<recorder)'
+tools/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.9 1
+kill $(jobs -pr) && wait
+
+sed -n '/^```c$/,/^```$/{//!p}' README.md >host.c
+readme 'cc host.c'
+cp noisy.wav demo-output/longer-noisy.wav
+readme 'sox demo-output' >/dev/null
+se_bf enhance --quiet --plain --mic-distance 0.06 --doa 90 noisy.wav - >reference.raw
+cmp -n 60000 -i 384:0 speech.raw reference.raw
+
+apt-get purge 'tm-se-bf-*' 'libtm-se-bf*' >apt.log 2>&1
+find / -xdev ! -path "$PWD*" ! -path "$HOME/*" \( -name '*tm?se?bf*' -o -name se_bf \) | { ! grep .; }
+echo "ok: installed, used and removed"

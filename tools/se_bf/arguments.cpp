@@ -1,0 +1,272 @@
+// The command line: the options of the subcommands, their help and their checks.
+#include "arguments.h"
+
+#include <math.h>
+#include <stdlib.h>
+
+#include <CLI/CLI.hpp>
+
+#include "conform.h"
+#include "report.h"
+#include "tm_se_bf.h"
+
+static constexpr int USAGE_ERROR = 2;
+static constexpr double MAX_DISTANCE_M = 10.0;
+static constexpr double MAX_ANGLE_DEG = 180.0;
+static constexpr double MAX_GAIN_DB = 60.0;
+static constexpr int MAX_JOBS = 1024;
+static constexpr size_t MAX_CHANNELS = 1024;  // more than a sound file holds
+
+static const char *const ENHANCE_HELP =
+    "Enhance speech recorded with one or two microphones.\n"
+    "IN and OUT are sound files (OUT: the extension names the format; rates other than 16 kHz are\n"
+    "converted). - is raw signed 16-bit little-endian PCM at 16 kHz on standard input or output:\n"
+    "  arecord -t raw -f S16_LE -r 16000 | se_bf enhance - - | aplay -t raw -f S16_LE -r 16000\n"
+    "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
+    "With --out-dir DIR every IN is a sound file or a directory of them; results take the same\n"
+    "names in DIR, and files are skipped whose result is there and not older. Directories within\n"
+    "directories are not searched.";
+
+static const char *const PLOT_HELP =
+    "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
+    "Needs Python 3 with NumPy, SciPy and Matplotlib.";
+
+static const char *const CONFORM_HELP =
+    "Run the self-test of the library on this machine and judge it.\n"
+    "Exit status 0: type bf_mvdr at hop 192 agrees with the stored reference (similarity at least\n"
+    "0.999, power ratio within 1 %). The figures of the other types and hops are for comparison;\n"
+    "alone they allow no verdict, and the exit status is 1.";
+
+// A check of a number: finite, and from `low` to `high`. Returns what is wrong, or nothing.
+static std::string check_range(const std::string &text, double low, double high) {
+  char *end = nullptr;
+  const double value = strtod(text.c_str(), &end);
+  const bool number = end != text.c_str() && *end == '\0' && isfinite(value);
+  if (number && value >= low && value <= high) {
+    return "";
+  }
+  return "'" + text + "' is not a number from " + report_number(low, 0) + " to " +
+         report_number(high, 0);
+}
+
+// Reads "0" or "0,3" into one or two different channel numbers. Returns what is wrong, or nothing.
+static std::string read_channels(const std::string &text, std::vector<size_t> *channels) {
+  std::string wrong = "'" + text + "' is not one channel number or two different ones, as 0,3";
+  channels->clear();
+  const char *next = text.c_str();
+  for (;;) {
+    char *end = nullptr;
+    if (*next < '0' || *next > '9') {
+      return wrong;
+    }
+    const unsigned long value = strtoul(next, &end, 10);
+    const bool again = !channels->empty() && channels->front() == value;
+    if (value >= MAX_CHANNELS || again || channels->size() == 2) {
+      return wrong;
+    }
+    channels->push_back(value);
+    if (*end == '\0') {
+      return "";
+    }
+    if (*end != ',') {
+      return wrong;
+    }
+    next = end + 1;
+  }
+}
+
+static std::string version_text() {
+  return std::string("se_bf ") + se_bf_get_version();
+}
+
+static void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {
+  command->add_option("FILES", batch->places, "IN OUT, or with --out-dir any number of IN")
+      ->required()
+      ->type_name("");
+  CLI::Option *dir = command->add_option("--out-dir", batch->out_dir, "where the results go");
+  dir->type_name("DIR")->check([](const std::string &text) {
+    return text.empty() ? std::string("the directory has no name") : std::string();
+  });
+  command->add_option("--jobs", batch->jobs, "files at a time; default: one for each processor")
+      ->check(CLI::Range(1, MAX_JOBS))
+      ->needs(dir)
+      ->type_name("N");
+  command->add_flag("--overwrite", batch->overwrite, "enhance files anew that are done")
+      ->needs(dir);
+  command->add_option("--raw-channels", options->raw_channels, "channels of raw PCM input")
+      ->check(CLI::IsMember({1, 2}))
+      ->capture_default_str()
+      ->type_name("");
+}
+
+static void declare_scene(CLI::App *command, enhance_options *options) {
+  const auto channels = [options](const std::string &text) {
+    return read_channels(text, &options->channels);
+  };
+  command
+      ->add_option_function<std::string>(
+          "--channels", [](const std::string &) {}, "channels of IN to use, from 0, as 0 or 0,3")
+      ->check(channels)
+      ->type_name("LIST");
+  command->add_flag("--plain", options->plain,
+                    "the bare library: silence at the start or a microphone fault ends beamforming "
+                    "for good");
+  command
+      ->add_option("--mode", options->mode,
+                   "mean: average of the channels; omlsa: noise suppression on it; mvdr: two-"
+                   "microphone beamformer; mono: channel 0. Default: mvdr for two channels; one "
+                   "channel is always omlsa")
+      ->check(CLI::IsMember({"mean", "omlsa", "mvdr", "mono"}))
+      ->type_name("");
+  const auto distance = [](const std::string &text) {
+    return check_range(text, 0.0, MAX_DISTANCE_M);
+  };
+  command
+      ->add_option("--mic-distance", options->mic_distance_m,
+                   "spacing of the microphones; 0: unknown, no direction is preferred")
+      ->check(distance)
+      ->capture_default_str()
+      ->type_name("METRES");
+  const auto angle = [](const std::string &text) {
+    return check_range(text, -MAX_ANGLE_DEG, MAX_ANGLE_DEG);
+  };
+  command
+      ->add_option("--doa", options->doa_deg,
+                   "direction of the talker: 0 is on the line of the microphones on the side of "
+                   "microphone 0, 90 is broadside, 180 is on the side of microphone 1; needs "
+                   "--mic-distance")
+      ->check(angle)
+      ->capture_default_str()
+      ->type_name("DEGREES");
+  command->add_option("--hop", options->hop, "samples per analysis step")
+      ->check(CLI::IsMember({160, 192, 320}))
+      ->capture_default_str()
+      ->type_name("");
+  const auto gain = [](const std::string &text) {
+    return check_range(text, -MAX_GAIN_DB, MAX_GAIN_DB);
+  };
+  command
+      ->add_option("--gain", options->gain_db,
+                   "amplification of the input; mvdr is 3 dB louder than one microphone, and a "
+                   "negative gain keeps it from clipping")
+      ->check(gain)
+      ->capture_default_str()
+      ->type_name("DB");
+}
+
+static void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
+  declare_places(command, options, batch);
+  declare_scene(command, options);
+  command->add_flag("--quiet", options->quiet, "neither progress bar nor summary");
+  command->add_flag("--verbose", options->verbose, "show the library's notes on standard error");
+  command->set_version_flag("--version", version_text());
+}
+
+static void declare_plot(CLI::App *command, enhance_options *options, std::string *picture) {
+  command->add_option("IN", options->in, "sound file")->required()->type_name("");
+  command->add_option("PICTURE", *picture, "PNG file; default: named after IN, here")
+      ->type_name("");
+  declare_scene(command, options);
+}
+
+static void declare_conform(CLI::App *command, conform_options *options) {
+  const auto known = [](const std::string &text) {
+    for (size_t i = 0; CONFORM_TYPES[i] != nullptr; ++i) {
+      if (text == CONFORM_TYPES[i]) {
+        return std::string();
+      }
+    }
+    return "'" + text + "' is none of bf_mean, bf_omlsa, bf_mvdr, bf_mono";
+  };
+  command
+      ->add_option("TYPE", options->type,
+                   "bf_mean, bf_omlsa, bf_mvdr or bf_mono; without it all four run")
+      ->check(known)
+      ->type_name("");
+  command->add_option("--hop", options->hop, "samples per analysis step")
+      ->check(CLI::IsMember({160, 192, 320}))
+      ->capture_default_str()
+      ->type_name("");
+}
+
+// Reports a mistake in the arguments, with where to read on.
+static int fail_usage(const CLI::App *app, const std::string &mistake) {
+  std::string command = "se_bf";
+  for (const CLI::App *parsed : app->get_subcommands()) {
+    command += " " + parsed->get_name();
+  }
+  report_line(mistake + " (see " + command + " --help)");
+  return USAGE_ERROR;
+}
+
+// The parser reports help, version and mistakes by exceptions; this is where they end.
+static int parse(CLI::App *app, int argc, char **argv, bool *done) {
+  *done = true;
+  try {
+    app->parse(argc, argv);
+  } catch (const CLI::Success &wish) {
+    return app->exit(wish);
+  } catch (const CLI::ParseError &mistake) {
+    const bool unknown = app->get_subcommands().empty() && argc > 1 && argv[1][0] != '-';
+    return fail_usage(app, unknown ? "'" + std::string(argv[1]) +
+                                         "' is no command; there are enhance, plot and conform"
+                                   : mistake.what());
+  }
+  *done = false;
+  return 0;
+}
+
+// IN and OUT, or with --out-dir any number of IN. Returns what is wrong, or nothing.
+static std::string place_files(arguments *args) {
+  const std::vector<std::string> &places = args->batch.places;
+  if (!args->batch.out_dir.empty()) {
+    return "";
+  }
+  if (places.size() != 2) {
+    return places.size() < 2 ? "OUT is missing: se_bf enhance IN OUT"
+                             : "many files need --out-dir DIR; without it give IN and OUT only";
+  }
+  args->enhance.in = places[0];
+  args->enhance.out = places[1];
+  return "";
+}
+
+// Options that say nothing without another one. Returns what is wrong, or nothing.
+static std::string check_pairs(const CLI::App *command, const enhance_options *options) {
+  if (command->count("--doa") > 0 && options->mic_distance_m == 0.0f) {
+    return "--doa needs --mic-distance: the spacing of the microphones, in metres";
+  }
+  const CLI::Option *raw = command->get_option_no_throw("--raw-channels");
+  if (raw != nullptr && raw->count() > 0 && options->in != "-") {
+    return "--raw-channels is for raw PCM on standard input, IN -; a sound file tells its channels";
+  }
+  return "";
+}
+
+int arguments_read(int argc, char **argv, arguments *args) {
+  CLI::App app("Speech enhancement with one or two microphones.", "se_bf");
+  app.set_version_flag("--version", version_text());
+  app.require_subcommand(1);
+  CLI::App *enhance = app.add_subcommand("enhance", ENHANCE_HELP);
+  CLI::App *plot = app.add_subcommand("plot", PLOT_HELP);
+  CLI::App *conform = app.add_subcommand("conform", CONFORM_HELP);
+  declare_enhance(enhance, &args->enhance, &args->batch);
+  declare_plot(plot, &args->enhance, &args->picture);
+  declare_conform(conform, &args->conform);
+  bool done = false;
+  const int status = parse(&app, argc, argv, &done);
+  if (done) {
+    return status;
+  }
+  if (conform->parsed()) {
+    args->command = COMMAND_CONFORM;
+    return 0;
+  }
+  std::string wrong = enhance->parsed() ? place_files(args) : "";
+  wrong = wrong.empty() ? check_pairs(enhance->parsed() ? enhance : plot, &args->enhance) : wrong;
+  if (!wrong.empty()) {
+    return fail_usage(&app, wrong);
+  }
+  args->command = enhance->parsed() ? COMMAND_ENHANCE : COMMAND_PLOT;
+  return 0;
+}
