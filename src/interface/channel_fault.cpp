@@ -1,6 +1,7 @@
 // Level comparison of two microphones.
 #include "interface/channel_fault.h"
 
+#include "support/pcm_pair.h"
 #include "support/se_vector.h"
 
 namespace {
@@ -71,9 +72,11 @@ channel_sums absolute_sums(const int16_t *in, int32_t n) {
   return sums;
 }
 
-SE_BF_RARELY_RUN void copy_channel(int16_t *in, int32_t from, int32_t to, int32_t n) {
+// The good channel over the dead one.
+SE_BF_VECTOR_CLONES void copy_channel(int16_t *in, int32_t good, int32_t n) {
   for (int32_t i = 0; i < n; ++i) {
-    in[2 * i + to] = in[2 * i + from];
+    const pcm_pair pair = pcm_pair_at(in, i);
+    pcm_pair_fill(in, i, good == 0 ? pair.first : pair.second);
   }
 }
 
@@ -90,13 +93,13 @@ int is_one_channel_brocken(int, int16_t *in, int32_t n) {
 
   if (pwr1 < pwr2) {
     if (silent(pwr1) || kDeadRatio * pwr1 < pwr2) {
-      copy_channel(in, 1, 0, n);
+      copy_channel(in, 1, n);
       return 1;
     }
     return 0;
   }
   if (silent(pwr2) || pwr1 > kDeadRatio * pwr2) {
-    copy_channel(in, 0, 1, n);
+    copy_channel(in, 0, n);
     return 1;
   }
   return pwr1 == pwr2 ? 1 : 0;

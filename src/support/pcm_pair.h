@@ -24,4 +24,12 @@ inline pcm_pair pcm_pair_at(const int16_t *interleaved, int32_t i) {
   return kFirstIsLow ? pcm_pair{low, high} : pcm_pair{high, low};
 }
 
+// Writes a 16-bit sample to both channels of pair i.
+inline void pcm_pair_fill(int16_t *interleaved, int32_t i, int32_t sample) {
+  constexpr uint32_t kBothHalves = 0x10001u;
+  constexpr uint32_t kLowHalf = 0xFFFFu;
+  const uint32_t word = (static_cast<uint32_t>(sample) & kLowHalf) * kBothHalves;
+  std::memcpy(interleaved + 2 * i, &word, sizeof word);
+}
+
 #endif  // TM_SE_BF_SUPPORT_PCM_PAIR_H
