@@ -1,9 +1,9 @@
 // Block buffer between the caller's 320-sample blocks and the analysis hop.
 //
-// Cuts interleaved 16-bit input into channel-major float frames of one hop, carries what is left of
-// a block over to the next one, collects processed hops and emits mono 16-bit blocks. The output
-// store starts with block_len - hop zeros, the buffer's own latency. Samples convert by value,
-// unscaled.
+// Cuts interleaved 16-bit input into float frames of one hop, the channels apart or averaged,
+// carries what is left of a block over to the next one, collects processed hops and emits mono
+// 16-bit blocks. The output store starts with block_len - hop zeros, the buffer's own latency.
+// Samples convert by value, unscaled.
 //
 // The mechanics stream without loss or repetition only where every block yields at most two frames
 // and the store never holds less than a block at output time: for hops of 160, 192 and 320.
@@ -22,7 +22,7 @@ struct catch_buf {
   int32_t block_len;     // B
   int32_t num_ch_in;     // C
   int32_t out_channels;  // 1
-  float *stage;          // leftover input, channel c from c * B on; room for 2B samples a channel
+  float *stage;          // [2BC] leftover input, less than L samples of channel c from c * B on
   float *out_store;      // [2N] processed samples waiting for output
   int32_t out_fill;      // floats held in out_store
   int32_t staged_count;  // floats held in stage, all channels

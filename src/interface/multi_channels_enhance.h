@@ -8,8 +8,9 @@
 
 #include "interface/se_bf_instance.h"
 
-// Runs the path of `mode` on the hop at the instance's `frame` and writes the output hop, L floats.
-// Modes without a path pass channel 0 through.
+// Runs the path of `mode` on the hop at the instance's `frame`, which in the mono modes is the
+// channel mean already, and writes the output hop, L floats. Modes without a path pass channel 0
+// through.
 void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode, float *out);
 
 #endif  // TM_SE_BF_INTERFACE_MULTI_CHANNELS_ENHANCE_H

@@ -14,7 +14,7 @@ SE_BF_VECTOR_CLONES void subtract_noise(float *__restrict power, const float *__
   }
 }
 
-// Power of the complex entries 0 .. stride - 1 of one spectrum, and of the mean of two.
+// Power of the complex entries 0 .. stride - 1 of one spectrum, and its mean over two.
 SE_BF_VECTOR_CLONES void entry_power(const float *__restrict s, int32_t stride,
                                      float *__restrict power) {
   for (int32_t k = 0; k < stride; ++k) {

@@ -45,7 +45,8 @@ inline float smaller(float x, float y) {
 //   p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
 //   lambda = a lambda + (1 - a) P.
 // All factors 1 - x are formed in single precision: written as literals they would differ, and p
-// could reach 1, where the gain rule divides by zero.
+// could reach 1, where the gain rule divides by zero. alpha_s is 0 on the first frame: its power is
+// the smoothed power.
 SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, float alpha_s) {
   const float alpha_p = state->alpha_p;
   const float alpha_d = state->alpha_d;
@@ -75,7 +76,15 @@ SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, 
   }
 }
 
-// Forgets the minima: the next frame's smoothed power becomes either.
+// The first frame's power is the first noise estimate, and what was smoothed before is gone.
+void start_estimate(const mcra_state *state, const float *pwr) {
+  copy_bins(state->lambdaD, pwr, state->num_bins);
+  for (int32_t k = 0; k < state->num_bins; ++k) {
+    state->smoothed_pwr[k] = 0.0f;
+  }
+}
+
+// Forgets the minima: the next frame's smoothed power takes the place of both.
 void forget_minima(const mcra_state *state) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     state->s_min[k] = HUGE_VALF;
@@ -159,7 +168,7 @@ const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
   }
   const bool first = state->frame_cnt == 1;
   if (first) {
-    copy_bins(state->lambdaD, pwr, state->num_bins);
+    start_estimate(state, pwr);
   }
   update_bins(state, pwr, first ? 0.0f : state->alpha_s);
   close_subwindow(state);

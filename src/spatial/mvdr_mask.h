@@ -42,7 +42,7 @@ struct hermitian_lanes {
 };
 
 // What the beamformer knows about kMvdrLanes bins: lane i of block b is bin kMvdrLanes b + i. Lanes
-// beyond the last bin take part in nothing.
+// beyond the last bin belong to none; the weight update fills them, and nothing reads them.
 struct mvdr_block {
   float speech_weight[kMvdrLanes];              // sum of the weights in speech_cov
   float noise_weight[kMvdrLanes];               // sum of the weights in noise_cov

@@ -13,7 +13,8 @@
 
 namespace {
 
-// Response of the unnormalised weights below which a bin falls back to the mean of the microphones.
+// Response of the unnormalised weights up to which a bin falls back to the scaled sum of the
+// microphones.
 constexpr double kSmallestResponse = 1e-15;
 
 // Whether a weight sum can normalise its covariance. One that has decayed into denormals has no
@@ -63,8 +64,8 @@ SE_BF_VECTOR_CLONES void invert_noise(mvdr_block *__restrict block) {
   }
 }
 
-// w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the mean of the microphones where that vanishes or
-// is not finite.
+// w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the scaled sum of the microphones where that
+// vanishes or is not finite.
 SE_BF_VECTOR_CLONES void form_weights(mvdr_block *__restrict block, float uniform) {
   const hermitian_lanes *inverse = &block->noise_cov_inv;
   const complex_lanes *d = block->steering;
@@ -99,7 +100,7 @@ SE_BF_VECTOR_CLONES void form_weights(mvdr_block *__restrict block, float unifor
 
 const mvdr_block *mvdr_update_param(mvdr_evd_state *state) {
   mvdr_block *blocks = state->blocks;
-  if (state->channels != kBeamformerChannels) {
+  if (state->channels != kBeamformerChannels || state->bins < 2) {
     return blocks;
   }
   const float uniform = uniform_steering(state->channels);
@@ -116,7 +117,7 @@ const mvdr_block *mvdr_update_param(mvdr_evd_state *state) {
     invert_noise(blocks + b);
     form_weights(blocks + b, uniform);
   }
-  float *first_lane = blocks->speech_weight;
+  float *first_lane = reinterpret_cast<float *>(blocks);
   for (size_t row = 0; row < kBlockFloats; row += kMvdrLanes) {
     first_lane[row] = before[row];
   }

@@ -112,7 +112,7 @@ template <typename lanes>
   return peak > 0.0f ? kVectorPeakQ31 / peak : 1.0f;
 }
 
-// The same of product[i] = in[i] window[i].
+// The same for the block in[i] window[i], which is stored in `product`.
 template <typename lanes>
 [[gnu::noinline]] float windowed_scale(const float *in, const float *window, float *product,
                                        int32_t count) {

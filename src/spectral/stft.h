@@ -42,8 +42,8 @@ void stft_set_chnl(stft_buf *stft, int32_t channels);
 // Releases the state through the pool, not the transform; null is accepted.
 void stft_buf_destroy(stft_buf *stft);
 
-// Where the caller puts the next hop of H time samples: that of channel 0, channel c N floats per
-// channel further on. The samples are analysed where they lie.
+// Where the caller puts the next hop of H time samples of channel 0; that of channel c goes c N
+// floats further on. The samples are analysed where they lie.
 float *stft_input(const stft_buf *stft);
 
 // Analyses the hop at stft_input. out: [chnl][N] packed spectra.
