@@ -59,7 +59,7 @@ void bf_mvdr(se_bf_inst *inst, float *out) {
     mvdr_evd_reset(mvdr);
   }
 
-  mul_bf_gain(inst->spectrum, mvdr->blocks, channels, fft_len);
+  mul_bf_gain(spectrum, mvdr->blocks, channels, fft_len);
   // Of the power before beamforming, deliberately.
   power_above_noise(inst->bin_buf, noise, bins);
   mul_amp_real_gain(inst->spectrum, inst->bin_buf, 1, fft_len);

@@ -94,11 +94,11 @@ void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n)
   }
 }
 
-void mul_bf_gain(float *spectrum, const mvdr_block *weights, int32_t C, int16_t N) {
-  const float nyquist = spectrum[1];
+void mul_bf_gain(se_complex *spectrum, const mvdr_block *weights, int32_t C, int16_t N) {
+  const float nyquist = spectrum[0].im;
   if (C == kBeamformerChannels) {
-    filter_and_sum(spectrum, spectrum + N, weights, N / 2 / kMvdrLanes);
+    float *first = &spectrum[0].re;
+    filter_and_sum(first, first + N, weights, N / 2 / kMvdrLanes);
   }
-  spectrum[0] = 0.0f;
-  spectrum[1] = nyquist;
+  spectrum[0] = {0.0f, nyquist};
 }

@@ -24,6 +24,6 @@ void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n)
 // 2 kMvdrLanes; weights: the blocks of N/2 + 1 bins. The result replaces channel 0: DC becomes 0,
 // and the Nyquist slot keeps channel 0's own value, deliberately neither filtered nor cleared. With
 // C = 1 the weights are all 1.
-void mul_bf_gain(float *spectrum, const mvdr_block *weights, int32_t C, int16_t N);
+void mul_bf_gain(se_complex *spectrum, const mvdr_block *weights, int32_t C, int16_t N);
 
 #endif  // TM_SE_BF_INTERFACE_MULTI_COMMON_H
