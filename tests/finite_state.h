@@ -16,32 +16,20 @@ inline bool state_is_finite(const se_bf_inst *inst) {
   const mcra_state *mcra = inst->mcra;
   const stft_buf *stft = inst->stft;
   const int32_t bins = inst->num_bins;
-  const int32_t channels = inst->num_ch_in;
   constexpr int32_t kBlockFloats = sizeof(mvdr_block) / sizeof(float);
-  const struct {
-    const float *x;
-    int32_t count;
-  } vectors[] = {
-      {mcra->speech_prob, bins},
-      {mcra->lambdaD, bins},
-      {mcra->smoothed_pwr, bins},
-      {mcra->s_tmp, bins},
-      {mcra->s_min, bins},
-      {mcra->min_buf->base, kCircularRows * bins},
-      {inst->omlsa->gain, bins},
-      {inst->omlsa->eta2item, bins},
-      {inst->bin_buf, bins},
-      {reinterpret_cast<const float *>(inst->mvdr->blocks), kBlockFloats * mvdr_block_count(bins)},
-      {inst->frame, channels * inst->hop_len},
-      {inst->spectrum, channels * stft->fft_len},
-      {stft->history, channels * stft->fft_len},
-      {stft->ola_tail, stft->overlap},
-      {inst->cache->out_store, inst->cache->out_fill}};
+  const auto *blocks = reinterpret_cast<const float *>(inst->mvdr->blocks);
   bool finite = true;
-  for (const auto &vector : vectors) {
-    finite = finite && is_finite(vector.x, vector.count);
+  for (const float *x : {mcra->speech_prob, mcra->lambdaD, mcra->smoothed_pwr, mcra->s_tmp,
+                         mcra->s_min, inst->omlsa->gain, inst->omlsa->eta2item, inst->bin_buf}) {
+    finite = finite && is_finite(x, bins);
   }
-  return finite;
+  return finite && is_finite(mcra->min_buf->base, kCircularRows * bins) &&
+         is_finite(blocks, kBlockFloats * mvdr_block_count(bins)) &&
+         is_finite(inst->frame, inst->num_ch_in * inst->hop_len) &&
+         is_finite(inst->spectrum, inst->num_ch_in * stft->fft_len) &&
+         is_finite(stft->history, inst->num_ch_in * stft->fft_len) &&
+         is_finite(stft->ola_tail, stft->overlap) &&
+         is_finite(inst->cache->out_store, inst->cache->out_fill);
 }
 
 #endif  // TM_SE_BF_TESTS_FINITE_STATE_H

@@ -11,11 +11,10 @@
 struct hop_figures {
   int32_t hop;
   int32_t fft_len;
-  int32_t reported;  // latency that se_bf_init returns
-  size_t delay;      // of the signal
+  int32_t delay;  // of the signal
 };
 
-constexpr hop_figures kHops[] = {{160, 256, 288, 256}, {192, 256, 256, 192}, {320, 512, 256, 192}};
+constexpr hop_figures kHops[] = {{160, 256, 256}, {192, 256, 192}, {320, 512, 192}};
 
 struct stream_setup {
   int16_t channels;
@@ -31,8 +30,8 @@ constexpr stream_setup kBeamformer = {2, 320, 192, SE_BF_MODE_MVDR};
 // Two microphones on one talker, each with noise of its own.
 inline std::vector<wave> microphones(uint32_t seed, size_t count, double noise_rms) {
   const wave voice = speech(count, 2000.0);
-  return {mix(voice, 1.0, white_noise(seed, count, noise_rms), 1.0),
-          mix(voice, 0.9, white_noise(seed + 1, count, noise_rms), 1.0)};
+  return {voice + white_noise(seed, count, noise_rms),
+          0.9 * voice + white_noise(seed + 1, count, noise_rms)};
 }
 
 inline se_bf_inst *make_instance(const stream_setup &setup) {
@@ -54,11 +53,16 @@ inline pcm process(se_bf_inst *inst, const stream_setup &setup, pcm *input) {
   return output;
 }
 
-inline pcm run_stream(const stream_setup &setup, pcm input) {
+// In `input`, a channel may be repaired.
+inline pcm run_in_place(const stream_setup &setup, pcm *input) {
   se_bf_inst *inst = make_instance(setup);
-  pcm output = process(inst, setup, &input);
+  pcm output = process(inst, setup, input);
   se_bf_destroy(inst);
   return output;
+}
+
+inline pcm run_stream(const stream_setup &setup, pcm input) {
+  return run_in_place(setup, &input);
 }
 
 // Samples of a raw 16-bit little-endian file; none when it cannot be read.

@@ -1,21 +1,14 @@
 #!/usr/bin/env bash
 # Checks what the shared object exports, what it needs, what it calls, and how it is linked.
-#
-# check_shared_object.sh NM READELF OBJDUMP LIBRARY OBJECT...
-# OBJECT...: the object files it was linked from, for the check of who reads the clock.
-# Prints a line per check that holds; exit 1 with the difference for each that does not.
+# check_shared_object.sh NM READELF OBJDUMP LIBRARY OBJECT...: and the objects that it was linked from
 set -euo pipefail
 nm=$1 readelf=$2 objdump=$3 library=$4
 failed=0
 
-# expect WHAT EXPECTED FOUND: lines in alphabetical order against lines in any.
+# expect WHAT EXPECTED FOUND: lines in alphabetical order against lines in any (< expected, > found).
 expect() {
-  if diff <(echo "$2") <(sort -u <<<"$3"); then
-    echo "ok: $1"
-  else
-    echo "NOT ok (< expected, > found): $1"
-    failed=1
-  fi
+  echo "$1"
+  diff <(echo "$2") <(sort -u <<<"$3") || failed=1
 }
 
 expect 'seven versioned names are exported' \
@@ -24,8 +17,7 @@ expect 'seven versioned names are exported' \
   "$("$nm" -D --defined-only "$library" | awk '$2 != "A" { print $3 }')"
 
 # C's mathematics, memory and printing, the end of the process for internal errors, one clock for the
-# self-test, and what compilers add by themselves (arm's run time raises a signal where an integer is
-# divided by 0; _chk names come with fortified builds).
+# self-test, and what compilers add (arm's run time raises a signal where an integer is divided by 0).
 allowed='cos|sin|sincos|exp|expf|log|logf|log10|log10f|sqrt|sqrtf|memcpy|memmove|memset|strcmp'
 allowed+='|printf|fprintf|puts|putc|putchar|fputs|fputc|fwrite|stdout|stderr|exit|gettimeofday'
 allowed+='|__cxa_finalize|__gmon_start__|_ITM_(de)?registerTMCloneTable|raise'
@@ -53,8 +45,7 @@ SONAME libtm_se_bf.so.1' \
     s/^ *(GNU_STACK) .* ([RWE]+) +0x.*/\1 \2/p
     s/^ *LOAD .* RWE .*/writable code/p')"
 
-# A fused multiply-add rounds once where the library's arithmetic rounds twice, and not every
-# processor has one. Names of x86, aarch64, arm and s390x, in this order; fnmul and vmla are not fused.
+# It rounds once instead of twice. Names of x86, aarch64, arm and s390x; fnmul and vmla are not fused.
 fused='vfn?m(add|sub)[a-z0-9]*|fn?m(add|sub|la|ls|lal|lsl|ad|sb)|fcmla'
 fused+='|vfn?m[as](\.[a-z0-9]+)+|m[as][ed]br?|[vw]fn?m[as][sd]b'
 expect 'no fused multiply-add' '' \

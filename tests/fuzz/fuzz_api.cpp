@@ -92,10 +92,9 @@ void create(fuzz_world *world, se_bf_inst **handle) {
   static const int16_t kChannels[] = {2, 2, 2, 2, 1};
   static const int32_t kSamples[] = {320, 320, 320, 320, 640, 960, 2560, 5120, 0, -1, 321, 319};
   static const int32_t kHops[] = {192, 160, 320, 0, 159, 20, 64, 106, 107, 161, 255, 256, 319, 321};
-  se_bf_create_param param = {};
-  param.num_ch_in = pick(&world->script, kChannels);
-  param.samples_per_call = pick(&world->script, kSamples);
-  param.hop_len = pick(&world->script, kHops);
+  fuzz_script *script = &world->script;
+  const se_bf_create_param param = {pick(script, kChannels), pick(script, kSamples),
+                                    pick(script, kHops)};
   *handle = se_bf_create(&param);
 }
 
@@ -106,11 +105,10 @@ int32_t take_mode(fuzz_world *world) {
 
 void init(fuzz_world *world, se_bf_inst **handle) {
   static const uint8_t kGeometries[] = {0, 1, 2};
-  se_bf_init_param param = {};
-  param.mode = take_mode(world);
+  const int32_t mode = take_mode(world);
   const uint8_t geometry = pick(&world->script, kGeometries);
-  param.mic_distance = geometry == 0 ? 0.05f : take_float(&world->script);
-  param.doa = geometry < 2 ? 90.0f : take_float(&world->script);
+  const se_bf_init_param param = {mode, geometry == 0 ? 0.05f : take_float(&world->script),
+                                  geometry < 2 ? 90.0f : take_float(&world->script)};
   se_bf_init(*handle, &param);
 }
 

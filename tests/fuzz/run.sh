@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# Runs every fuzz target for SECONDS (default 60) from the committed corpus, with a fixed seed.
-# usage: tests/fuzz/run.sh [SECONDS [BUILD_DIRECTORY]]
-# Prints executions, coverage (edges and features) and findings; exits with 1 when there are any.
-# What a run adds to the corpus, its log and its findings are in BUILD_DIRECTORY/fuzz-runs.
+# run.sh [SECONDS [BUILD_DIRECTORY]]: runs every fuzz target so long (60 s) from the committed corpus.
+# Exit 1 when there are findings; they, new inputs and the logs are in BUILD_DIRECTORY/fuzz-runs.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 seconds=${1:-60}
@@ -20,12 +18,10 @@ for target in "${targets[@]}"; do
   scratch=$build/fuzz-runs/$target
   rm -rf "$scratch"
   mkdir -p "$scratch/corpus" "$scratch/findings"
-  # A finding does not end the script: the other targets run too.
   "$build/tests/fuzz/$target" -seed=1 -max_total_time="$seconds" -max_len=8192 -timeout=25 \
     -close_fd_mask=3 -artifact_prefix="$scratch/findings/" \
     "$scratch/corpus" "tests/fuzz/corpus/$target" >"$scratch/log" 2>&1 || failed=1
   echo "$target: $(find "$scratch/findings" -type f | wc -l) findings, executions and coverage" \
     "$(grep DONE "$scratch/log" || true)"
 done
-[[ $failed == 0 ]] || echo "the logs in $build/fuzz-runs tell what was found" >&2
 exit $failed

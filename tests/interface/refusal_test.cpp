@@ -15,14 +15,6 @@ pcm guarded(int32_t count, int16_t value = 0x5A5A) {
   return memory;
 }
 
-int16_t *samples(pcm *memory) {
-  return memory->data() + kGuardWords;
-}
-
-void expect_mention(const std::string &text, const std::string &part) {
-  EXPECT_NE(text.find(part), std::string::npos) << text;
-}
-
 // Creates, initialises unless the mode is 0, and makes three calls that must touch nothing but
 // their output. What cannot be streamed gives silence and, but for a hop of 159, has a message.
 void expect_calls(const stream_setup &setup, int32_t latency, bool silent, const char *message) {
@@ -37,7 +29,7 @@ void expect_calls(const stream_setup &setup, int32_t latency, bool silent, const
   EXPECT_EQ(setup.mode == 0 ? 0 : se_bf_init(inst, &scene), latency);
   for (int32_t call = 0; call < 3; ++call) {
     pcm out = guarded(count);
-    EXPECT_EQ(se_bf_do(inst, samples(&out), samples(&in)), count);
+    EXPECT_EQ(se_bf_do(inst, &out[kGuardWords], &in[kGuardWords]), count);
     silence = silence && out == guarded(count, 0);
     std::fill(out.begin() + kGuardWords, out.end() - kGuardWords, int16_t{0x5A5A});
     EXPECT_TRUE(out == guarded(count) && in == guarded(count * setup.channels, 7700));
@@ -45,15 +37,11 @@ void expect_calls(const stream_setup &setup, int32_t latency, bool silent, const
   se_bf_destroy(inst);
   const std::string errors = testing::internal::GetCapturedStderr();
   EXPECT_TRUE(silence == silent && errors.empty() == (*message == '\0')) << errors;
-  expect_mention(errors, message);
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, message, errors);
 }
 
 TEST(Refusal, OnlySupportedHopsAndWholeBlocksStreamAfterInitialisation) {
-  std::vector<int32_t> hops = {8192, 16384, 32767, 40000, 65535, 65536};
-  for (int32_t hop = -5; hop <= 400; ++hop) {
-    hops.push_back(hop);
-  }
-  for (const int32_t hop : hops) {
+  for (int32_t hop = -5; hop <= 65536; hop += hop < 512 ? 1 : hop) {
     const int16_t length = hop < 1 ? int16_t{192} : static_cast<int16_t>(hop);
     int32_t latency = 32;
     while (2 * latency <= length) {
@@ -84,11 +72,11 @@ TEST(Refusal, CallsInTheWrongOrderAreNamedAndTouchNothing) {
     se_bf_inst *older = make_instance({1, 320, 192, mode});
     se_bf_inst *inst = make_instance({2, 320, 192, mode});
     EXPECT_EQ(se_bf_init(inst, nullptr), 0);
-    EXPECT_EQ(se_bf_do(older, nullptr, samples(&in)), 320);
-    EXPECT_EQ(se_bf_do(inst, samples(&out), nullptr), 320);
+    EXPECT_EQ(se_bf_do(older, nullptr, &in[kGuardWords]), 320);
+    EXPECT_EQ(se_bf_do(inst, &out[kGuardWords], nullptr), 320);
     se_bf_destroy(inst);
     for (se_bf_inst *gone : {inst, older, static_cast<se_bf_inst *>(nullptr)}) {
-      EXPECT_EQ(se_bf_do(gone, samples(&out), samples(&in)), 0);
+      EXPECT_EQ(se_bf_do(gone, &out[kGuardWords], &in[kGuardWords]), 0);
       EXPECT_EQ(se_bf_init(gone, &scene), 0);
       se_bf_change_mode(gone, SE_BF_MODE_MEAN);
       se_bf_destroy(gone);
@@ -101,7 +89,7 @@ TEST(Refusal, CallsInTheWrongOrderAreNamedAndTouchNothing) {
   for (int32_t i = 0; i < 4; ++i) {
     se_bf_init(inst, &scene);
   }
-  EXPECT_EQ(se_bf_do(inst, samples(&out), samples(&in)), 320);
+  EXPECT_EQ(se_bf_do(inst, &out[kGuardWords], &in[kGuardWords]), 320);
   EXPECT_TRUE(out == guarded(320, 0) && in == guarded(640));
   const se_bf_create_param sizes = {1, 320, 160};
   while (se_bf_create(&sizes) != nullptr) {
@@ -111,7 +99,7 @@ TEST(Refusal, CallsInTheWrongOrderAreNamedAndTouchNothing) {
   for (const char *part : {"both an output and an input buffer", "se_bf_do: no such instance",
                            "se_bf_init: no such instance", "[ ERROR! ]:Capacity: 102400, Added:",
                            "the memory pool cannot hold this instance"}) {
-    expect_mention(errors, part);
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, part, errors);
   }
 }
 
@@ -123,8 +111,8 @@ TEST(Refusal, LossyHopStopsBeforeItOverruns) {
                              to_words({white_noise(111, kLastSample + kSecond, 2000.0)}));
   const std::string errors = testing::internal::GetCapturedStderr();
   EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 2) << errors;
-  EXPECT_FALSE(part(out, kLastSample - 320, kLastSample) == wave(320, 0.0));
-  EXPECT_TRUE(part(out, kLastSample, kLastSample + kSecond) == wave(kSecond, 0.0));
+  EXPECT_GT(std::abs(part(out, kLastSample - 320, kLastSample)).max(), 0.0);
+  EXPECT_EQ(std::abs(part(out, kLastSample, kLastSample + kSecond)).max(), 0.0);
 }
 
 TEST(Refusal, BadChannelCountGivesNoInstanceAndBadGeometryNoDirection) {
@@ -132,15 +120,16 @@ TEST(Refusal, BadChannelCountGivesNoInstanceAndBadGeometryNoDirection) {
     const se_bf_create_param sizes = {channels, 320, 192};
     testing::internal::CaptureStdout();
     EXPECT_EQ(se_bf_create(&sizes), nullptr);
-    expect_mention(
-        testing::internal::GetCapturedStdout(),
-        "ERROR: _num_ch_in=" + std::to_string(channels) + ", which must no more than 2\n ");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "using static buffer for malloc\nERROR: _num_ch_in=" + std::to_string(channels) +
+                  ", which must no more than 2\n ");
   }
   const pcm in = to_words(microphones(5, kSecond, 500.0));
   const pcm none = run_stream(kBeamformer, in);
   testing::internal::CaptureStderr();
   EXPECT_EQ(run_stream({2, 320, 192, SE_BF_MODE_MVDR, 0.05f, std::nanf("")}, in), none);
-  expect_mention(testing::internal::GetCapturedStderr(), "so none is preferred");
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "so none is preferred",
+                      testing::internal::GetCapturedStderr());
 }
 
 }  // namespace

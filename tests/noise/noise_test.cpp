@@ -8,34 +8,29 @@
 
 namespace {
 
-struct rule_case {
+// Gains of eight bins after six frames, computed from the papers' formulas in double precision.
+constexpr struct {
   const float *(*gain)(omlsa_state *, const float *, const float *, const float *);
   double gains[8];
   double eta[8];  // clean-speech over noise power that the rule carries on
-};
-
-const float *map_rule(omlsa_state *state, const float *pwr, const float *noise, const float *) {
-  return do_mmse_map(state, pwr, noise);
-}
-
-// Gains of eight bins after six frames, computed from the papers' formulas in double precision.
-constexpr rule_case kRules[] = {
-    {do_ss,
-     {0.349056, 1.49265e-05, 0.999999, 0.988686, 0.999667, 1, 1, 0.974679},
-     {0.12184, 3.18286e-12, 420167, 43.4444, 1499, 4e+07, 2e+09, 19}},
-    {do_omlsa,
-     {0.1, 0.1, 0.999762, 0.344674, 0.925126, 0.99975, 0.999999, 0.1},
-     {0.01, 0.0001, 419968, 0.4752, 12.8379, 3998, 999998, 0.006}},
-    {map_rule,
-     {0.706839, 4.95928, 0.999951, 0.57521, 0.624582, 0.994895, 0.999979, 0.820598},
-     {1, 1, 1, 1, 1, 1, 1, 1}}};
+} kRules[] = {{do_ss,
+               {0.349056, 1.49265e-05, 0.999999, 0.988686, 0.999667, 1, 1, 0.974679},
+               {0.12184, 3.18286e-12, 420167, 43.4444, 1499, 4e+07, 2e+09, 19}},
+              {do_omlsa,
+               {0.1, 0.1, 0.999762, 0.344674, 0.925126, 0.99975, 0.999999, 0.1},
+               {0.01, 0.0001, 419968, 0.4752, 12.8379, 3998, 999998, 0.006}},
+              {[](omlsa_state *bins, const float *pwr, const float *noise, const float *) {
+                 return do_mmse_map(bins, pwr, noise);
+               },
+               {0.706839, 4.95928, 0.999951, 0.57521, 0.624582, 0.994895, 0.999979, 0.820598},
+               {1, 1, 1, 1, 1, 1, 1, 1}}};
 
 TEST(Gain, RulesFollowTheirPapers) {
   constexpr double kTolerance = 2e-4;  // Euler's constant and 1 - 0.9999 have four digits
   const float powers[] = {1.0f, 0.01f, 0.5f, 4.0f, 30.0f, 4000.0f, 1e6f, 3.0f};
   const float noises[] = {1.0f, 1.0f, 0.0f, 1.0f, 2.0f, 1.0f, 1.0f, 5.0f};
   const float probs[] = {0.0f, 0.3f, 0.0f, 0.91f, 0.99f, 0.9999f, 0.9995f, 0.97f};
-  for (const rule_case &rule : kRules) {
+  for (const auto &rule : kRules) {
     omlsa_state *bins = omlsa_init(8, 2001, -20.0f);
     for (int32_t frame = 0; frame < 6; ++frame) {
       rule.gain(bins, powers, noises, probs);

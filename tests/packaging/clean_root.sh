@@ -12,19 +12,16 @@ readme() {
   rm -f speech.wav
   eval "$(sed -e :a -e '/\\$/N; s/\\\n *//; ta' README.md | grep -- "^$1")" </dev/null
 }
-# same NAME LATENCY: speech.wav is, so many samples later, what se_bf makes of the recording.
+# same LATENCY: speech.wav is, so many samples later, what se_bf makes of the recording.
 same() {
   sox -D speech.wav -t raw speech.raw
-  cmp -n 60000 -i $((2 * $2)):0 speech.raw reference.raw
-  echo "ok: $1"
+  cmp -n 60000 -i $((2 * $1)):0 speech.raw reference.raw
 }
 wait_for() {
   timeout 30 bash -c 'until eval "$1" >/dev/null 2>&1; do sleep 0.2; done' - "$1" ||
     { echo "in vain: $1"; cat ./*.log; exit 1; }
 }
-# There is neither sudo here, nor a service manager, nor anyone who ends a recording. ALSA's file
-# plug-in hands out whole buffers, which mapped reading takes at once.
-sudo() { "$@"; }
+sudo() { "$@"; }  # nor is there a service manager, or anyone who ends a recording
 arecord() { command arecord -q -M --buffer-size=90000 --period-size=1000 "$@"; }
 pw-record() { echo $BASHPID >recorder; exec pw-record "$@"; }
 systemctl() {
@@ -39,18 +36,18 @@ printf '%s "true";\n' APT::Get::Assume-Yes APT::Install-Recommends >/etc/apt/apt
   { tail -n 20 apt.log; exit 1; }
 zcat /usr/share/man/man1/se_bf.1.gz | cmp - docs/man/se_bf.1
 cmp /usr/share/bash-completion/completions/se_bf tools/completion/se_bf
-bash tests/packaging/usage_test.sh "$PWD" /usr/bin/se_bf
-bash tests/packaging/examples_test.sh "$PWD"
+bash tests/packaging/usage_test.sh /usr/bin/se_bf
+bash tests/packaging/examples_test.sh
 
 sox -t raw -r 16000 -e signed -b 16 -c 2 src/conformance/pcm_in_multi.s16 noisy.wav
 se_bf enhance --quiet noisy.wav reference.wav
 sox -D reference.wav -t raw reference.raw
 readme ffmpeg 2>ffmpeg.log
-same FFmpeg 512
+same 512
 readme LADSPA_PATH
-same SoX 0
+same 0
 readme gst-launch >gstreamer.log
-same GStreamer 512
+same 512
 
 truncate -s 500000 src/conformance/pcm_in_multi.s16
 cat >~/.asoundrc <<END
@@ -60,7 +57,7 @@ pcm.!hw { @args [ CARD ] @args.CARD { type string } type plug
 END
 readme 'sudo cp'
 readme 'arecord -D'
-same arecord 512
+same 512
 rm /etc/asound.conf ~/.asoundrc
 
 readme 'mkdir -p ~/.config/pipewire'
@@ -93,4 +90,3 @@ cmp -n 60000 -i 384:0 speech.raw reference.raw
 
 apt-get purge 'tm-se-bf-*' 'libtm-se-bf*' >apt.log 2>&1
 find / -xdev ! -path "$PWD*" ! -path "$HOME/*" \( -name '*tm?se?bf*' -o -name se_bf \) | { ! grep .; }
-echo "ok: installed, used and removed"

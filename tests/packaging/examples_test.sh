@@ -1,27 +1,19 @@
 #!/usr/bin/env bash
-# Builds the examples outside the tree against the installed library, through find_package and through
-# pkg-config, and checks what they make of the stored recording.
-# examples_test.sh SOURCE [BUILD]: BUILD is installed below an empty prefix first.
-set -euo pipefail
-source=$1 build=${2:-}
-work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_examples.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-cd "$work"
-if [[ -n $build ]]; then
-  cmake --install "$build" --prefix "$work/prefix" >log
+# Builds the examples outside the tree against the installed library and runs them on the recording.
+# examples_test.sh [BUILD]: BUILD is installed below an empty prefix first.
+source "$(dirname "$0")/../scratch.sh"
+if [[ $# == 1 ]]; then
+  cmake --install "$1" --prefix "$work/prefix" >log
   libdir=$(dirname "$(find "$work/prefix" -name libtm_se_bf.so)")
   export CMAKE_PREFIX_PATH=$work/prefix LD_LIBRARY_PATH=$libdir PKG_CONFIG_PATH=$libdir/pkgconfig
 fi
 
-cp -r "$source/examples" examples
+cp -r "$top/examples" examples
 cmake -S examples -B found -DCMAKE_C_FLAGS=-Werror >>log
 cmake --build found >>log
 read -ra flags <<<"$(pkg-config --cflags --libs 'tm_se_bf = 1.3.5')"
 "${CC:-cc}" -std=c99 -Wall -Wextra -pedantic -Werror examples/minimal.c "${flags[@]}" -o configured
 
-# The stored reference starts at byte 512 of the output. switch_modes spends 16000 bytes in each mode:
-# the beamformer first, as minimal; fourth and last, one microphone as it is.
-recording=$source/src/conformance/pcm_in_multi.s16
 for minimal in ./configured found/minimal; do
   $minimal "$recording" minimal.s16 >/dev/null
   cmp -n 63488 -i 512:0 minimal.s16 "${recording/in_multi/bf_mvdr}"
@@ -31,6 +23,5 @@ for frames in 1 480 1000; do
   { head -c 640 /dev/zero; head -c -640 minimal.s16; } | cmp - any.s16
 done
 found/switch_modes "$recording" modes.s16 >/dev/null
-cmp -n 16000 minimal.s16 modes.s16
+cmp -n 16000 minimal.s16 modes.s16  # the beamformer first, fourth one microphone as it is
 cmp <(od -An -v -w4 -tx2 -j96000 "$recording" | cut -c2-5) <(od -An -v -w2 -tx2 -j48000 modes.s16 | cut -c2-5)
-echo "the examples build and run with find_package and with pkg-config"

@@ -1,18 +1,13 @@
 #!/usr/bin/env bash
 # Man page and completion know every option of the program; its lines in README.md work as printed.
-# usage_test.sh SOURCE SE_BF
-set -euo pipefail
-source=$1
-work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_usage.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-mkdir -p "$work/bin" "$work/recordings"
-ln -s "$2" "$work/bin/se_bf"
+# usage_test.sh SE_BF
+source "$(dirname "$0")/../scratch.sh"
+mkdir bin recordings
+ln -s "$1" bin/se_bf
 export PATH=$work/bin:$PATH HOME=$work
-cd "$work"
 
-# offered WORD...: what bash would offer for the last word.
-source "$source/tools/completion/se_bf"
-offered() {
+source "$top/tools/completion/se_bf"
+offered() {  # WORD...: what bash would offer for the last one
   COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
   _se_bf se_bf "${@: -1}" "${@: -2:1}"
   echo "${COMPREPLY[*]}"
@@ -20,15 +15,14 @@ offered() {
 for command in enhance plot conform; do
   [[ $(offered se_bf ${command:0:2}) == "$command" ]]
   for option in $(se_bf $command --help | sed -nE '/version/d; s/^  (-h,)?(--[a-z-]+).*/\2/p'); do
-    grep -qE -- "^\.BI? ${option//-/\\\\-}( |$)" "$source/docs/man/se_bf.1" &&
+    grep -qE -- "^\.BI? ${option//-/\\\\-}( |$)" "$top/docs/man/se_bf.1" &&
       [[ $(offered se_bf $command --hop 320 "$option") == "$option"* ]] ||
       { echo "man page or completion lack $command $option"; exit 1; }
   done
 done
 [[ $(offered se_bf enhance --mode m) == "mean mvdr mono" ]]
 
-"$source/tools/plot/python.sh" "$source/tools/recording/raw_to_wav.py" \
-  "$source/src/conformance/pcm_in_multi.s16" noisy.wav
+$python "$top/tools/recording/raw_to_wav.py" "$recording" noisy.wav
 cp noisy.wav recordings/one.wav
 se_bf enhance --quiet noisy.wav alone.wav
 while read -r line; do
@@ -36,6 +30,5 @@ while read -r line; do
   rm -rf clean
   eval "$line" >said 2>&1 || { echo "README: $line"; cat said; exit 1; }
   [[ $line != *--out-dir* ]] || cmp clean/one.wav alone.wav
-done < <(grep -E '^(se_bf|parallel) ' "$source/README.md")
+done < <(grep -E '^(se_bf|parallel) ' "$top/README.md")
 grep -q PNG noisy.png
-echo "man page, completion and the lines of README.md: passed"

@@ -1,8 +1,7 @@
 """compare.py REFERENCE GOT CORRELATION LEVEL_DB DELAY LENGTH
 
-Checks that the WAV file GOT repeats REFERENCE, raw 16-bit samples at 16 kHz: at least so alike, at most
-so far in level, and with this delay and length in samples (any: unknown). Other rates, formats and
-numbers of equal channels are converted first."""
+The WAV file GOT, of any format, must repeat REFERENCE, raw 16-bit samples at 16 kHz: at least so alike,
+at most so far in level, and with this delay and length in samples (any: unknown)."""
 import sys
 
 import numpy as np

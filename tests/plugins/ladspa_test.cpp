@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 #include <ladspa.h>
 
-#include <algorithm>
-#include <cmath>
-#include <vector>
+#include "test_signals.h"
 
 namespace {
 
@@ -18,10 +16,9 @@ using samples = std::vector<float>;
 
 // 16-bit values, so that the way there and back loses nothing.
 samples make_noise(uint32_t seed) {
-  samples x(16000);
+  samples x(kSecond);
   for (float &sample : x) {
-    seed = seed * 1664525u + 1013904223u;
-    sample = static_cast<float>(static_cast<int32_t>(seed) >> 18) / 32768.0f;
+    sample = static_cast<float>(noise(&seed, 8192)) / 32768.0f;
   }
   return x;
 }
@@ -56,37 +53,24 @@ samples run(LADSPA_Handle handle, size_t block, samples a = left, samples b = ri
 
 TEST(Ladspa, RefusesOtherRates) {
   testing::internal::CaptureStderr();
-  for (const unsigned long rate : {0ul, 8000ul, 15999ul, 44100ul, 48000ul}) {
-    EXPECT_EQ(plugin->instantiate(plugin, rate), nullptr) << rate;
-  }
+  EXPECT_EQ(plugin->instantiate(plugin, 44100), nullptr);
   plugin->cleanup(nullptr);  // as hosts do that were refused an instance
-  const std::string said = testing::internal::GetCapturedStderr();
-  EXPECT_NE(said.find("16000 Hz only, not at 44100 Hz"), std::string::npos) << said;
-}
-
-TEST(Ladspa, BlocksAndBuffersDoNotMatter) {
-  samples first;
-  for (const size_t block : {1u, 7u, 320u, 1024u, 16000u}) {
-    float latency = 0.0f;
-    LADSPA_Handle handle = start(nullptr);
-    plugin->connect_port(handle, LATENCY_PORT, &latency);
-    const samples out = run(handle, block);
-    plugin->cleanup(handle);
-    EXPECT_EQ(latency, static_cast<float>(kLatency));
-    first = first.empty() ? out : first;
-    EXPECT_EQ(out, first) << block;
-  }
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "16000 Hz only, not at 44100 Hz",
+                      testing::internal::GetCapturedStderr());
 }
 
 // In mode 3 the output is the first channel, in the stand-in the mean: both exactly and equally
-// late.
+// late, whatever the blocks and whichever input is overwritten.
 TEST(Ladspa, SecondActiveInstanceGivesTheMeanAndSaysSoOnce) {
   float mode = 3.0f;
+  float latency = 0.0f;
   LADSPA_Handle idle = plugin->instantiate(plugin, 16000);
   testing::internal::CaptureStderr();
   testing::internal::CaptureStdout();
   LADSPA_Handle handles[] = {start(&mode), start(&mode), start(&mode)};
+  plugin->connect_port(handles[0], LATENCY_PORT, &latency);
   const samples enhanced = run(handles[0], 100);
+  EXPECT_EQ(latency, static_cast<float>(kLatency));
   const samples stand_in = run(handles[1], 333);
   const std::string said = testing::internal::GetCapturedStderr();
   EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
@@ -97,7 +81,7 @@ TEST(Ladspa, SecondActiveInstanceGivesTheMeanAndSaysSoOnce) {
   }
   plugin->deactivate(handles[0]);
   plugin->activate(handles[2]);
-  EXPECT_EQ(run(handles[2], 64), enhanced) << "the enhancer is free again";
+  EXPECT_EQ(run(handles[2], 7), enhanced) << "the enhancer is free again";
   for (LADSPA_Handle handle : {idle, handles[0], handles[1], handles[2]}) {
     plugin->cleanup(handle);
   }

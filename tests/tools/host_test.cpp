@@ -1,30 +1,18 @@
 // The host layer: same samples for any block length, alignment, silence, and microphone faults.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <limits>
-#include <random>
 
 #include "se_bf_host.h"
-#include "tm_se_bf.h"
+#include "stream_run.h"
 
 static constexpr size_t BLOCK = 320;
-static constexpr size_t SECOND = 16000;  // samples
+static constexpr size_t SECOND = kSecond;
 
-using pcm = std::vector<int16_t>;
-
-// Interleaved noise: a part that the channels share, and a smaller one of each channel.
-static pcm make_noise(size_t frames, size_t channels, uint32_t seed) {
-  std::mt19937 random(seed);
-  pcm x;
-  for (size_t t = 0; t < frames; ++t) {
-    const int shared = static_cast<int>(random() % 12001) - 6000;
-    for (size_t m = 0; m < channels; ++m) {
-      x.push_back(static_cast<int16_t>(shared + static_cast<int>(random() % 6001) - 3000));
-    }
-  }
-  return x;
+// A talker in noise as loud as he is, so that no block is silent.
+static pcm make_sound(size_t frames, uint32_t seed) {
+  return to_words(microphones(seed, frames, 3000.0));
 }
 
 static pcm join(const std::vector<pcm> &parts) {
@@ -35,8 +23,8 @@ static pcm join(const std::vector<pcm> &parts) {
   return whole;
 }
 
-static pcm part(const pcm &x, size_t from, size_t to) {
-  return pcm(x.begin() + static_cast<long>(from), x.begin() + static_cast<long>(to));
+static pcm cut(const pcm &x, size_t from, size_t to) {
+  return pcm(x.data() + from, x.data() + to);
 }
 
 // Two channels with the second one silent from frame `from` to frame `to`.
@@ -47,24 +35,14 @@ static pcm mute_second(pcm x, size_t from, size_t to) {
   return x;
 }
 
-// The bare library, called as its header says, with the delay found by an impulse cut off: 192
-// samples at the hops 192 and 320, 256 at 160, none in mode mono.
-static pcm run_library(pcm in, int channels, int mode, int hop) {
-  const se_bf_create_param sizes = {static_cast<int16_t>(channels), BLOCK, hop};
-  const se_bf_init_param scene = {mode, 0.05f, 90.0f};
-  const size_t frames = in.size() / static_cast<size_t>(channels);
-  const size_t blocks = frames / BLOCK + 2;
+// The bare library, called as its header says, with the delay of the signal cut off.
+static pcm run_library(pcm in, int16_t channels, int mode, int hop) {
+  const size_t width = static_cast<size_t>(channels);
+  const size_t frames = in.size() / width;
   const size_t overlap = hop == 160 ? 256 : 192;
   const size_t delay = channels == 2 && mode == SE_BF_MODE_MONO ? 0 : overlap;
-  in.resize(blocks * BLOCK * static_cast<size_t>(channels));
-  pcm out(blocks * BLOCK);
-  se_bf_inst *inst = se_bf_create(&sizes);
-  se_bf_init(inst, &scene);
-  for (size_t b = 0; b < blocks; ++b) {
-    se_bf_do(inst, &out[b * BLOCK], &in[b * BLOCK * static_cast<size_t>(channels)]);
-  }
-  se_bf_destroy(inst);
-  return part(out, delay, delay + frames);
+  in.resize((frames / BLOCK + 2) * BLOCK * width);
+  return cut(run_stream({channels, BLOCK, hop, mode, 0.05f, 90.0f}, in), delay, delay + frames);
 }
 
 using event = std::array<int64_t, 4>;  // kind, microphone, since, beamforming
@@ -107,10 +85,11 @@ static host_run beamform(const pcm &in, bool plain = false) {
 TEST(Host, AnyBlockLengthGivesTheSamplesOfTheLibraryAligned) {
   for (const int hop : {160, 192, 320}) {
     for (const int mode : {SE_BF_MODE_MVDR, SE_BF_MODE_MEAN, SE_BF_MODE_MONO}) {
-      const int channels = hop == 192 ? 1 : 2;
+      const int16_t channels = hop == 192 ? 1 : 2;
       for (const auto &[frames, piece] : std::vector<std::pair<size_t, size_t>>{
                {0, 1}, {1, 7}, {319, 1000}, {321, 320}, {7777, 1}, {7777, 7}, {7777, 1000}}) {
-        const pcm in = make_noise(frames, static_cast<size_t>(channels), 1);
+        pcm in = make_sound(frames, 1);
+        in.resize(frames * static_cast<size_t>(channels));
         ASSERT_EQ(run_host(in, channels, mode, hop, piece).out,
                   run_library(in, channels, mode, hop))
             << hop << " " << mode << " " << frames << " " << piece;
@@ -124,20 +103,20 @@ TEST(Host, AnyBlockLengthGivesTheSamplesOfTheLibraryAligned) {
 TEST(Host, SilenceIsBridgedAndKeepsTheBeamformer) {
   const size_t flush = 3;  // blocks that empty the signal path at hop 320: (512 + 192) / 320
   const size_t gap = 600;  // 12 s
-  const pcm a = make_noise(50 * BLOCK, 2, 4);
-  const pcm b = make_noise(50 * BLOCK, 2, 5);
+  const pcm a = make_sound(50 * BLOCK, 4);
+  const pcm b = make_sound(50 * BLOCK, 5);
   const host_run run = beamform(join({pcm(2 * 40 * BLOCK, 0), a, pcm(2 * gap * BLOCK, 0), b}));
   const pcm direct = run_library(join({a, pcm(2 * flush * BLOCK, 0), b}), 2, SE_BF_MODE_MVDR, 320);
-  const size_t cut = (50 + flush) * BLOCK - 192;  // where library time stands still in the output
-  EXPECT_EQ(run.out, join({pcm(40 * BLOCK, 0), part(direct, 0, cut), pcm((gap - flush) * BLOCK, 0),
-                           part(direct, cut, direct.size())}));
+  const size_t still = (50 + flush) * BLOCK - 192;  // where library time stands still in the output
+  EXPECT_EQ(run.out, join({pcm(40 * BLOCK, 0), cut(direct, 0, still), pcm((gap - flush) * BLOCK, 0),
+                           cut(direct, still, direct.size())}));
   EXPECT_TRUE(run.events.empty());
 }
 
 TEST(Host, AMicrophoneThatDiesIsDatedAndBeamformingResumes) {
   const int64_t dies = 4 * SECOND;
   const int64_t heals = 8 * SECOND;
-  const pcm in = mute_second(make_noise(14 * SECOND, 2, 6), dies, heals);
+  const pcm in = mute_second(make_sound(14 * SECOND, 6), dies, heals);
   const host_run run = beamform(in);
   EXPECT_EQ(run.events, (std::vector<event>{{HOST_EVENT_DEAD, 1, dies, false},
                                             {HOST_EVENT_HEALED, 0, heals, true}}));
@@ -145,27 +124,27 @@ TEST(Host, AMicrophoneThatDiesIsDatedAndBeamformingResumes) {
   EXPECT_EQ(found, heals + (HOST_HEAL_BLOCKS - 1) * BLOCK);
   // After the block that fades over: the samples of an instance that has heard the last second.
   const size_t warm = found - (HOST_HISTORY_BLOCKS - 1) * BLOCK;
-  const pcm fresh = run_library(part(in, 2 * warm, in.size()), 2, SE_BF_MODE_MVDR, 320);
+  const pcm fresh = run_library(cut(in, 2 * warm, in.size()), 2, SE_BF_MODE_MVDR, 320);
   const size_t after = found + BLOCK - 192;
-  EXPECT_EQ(part(run.out, after, run.out.size()), part(fresh, after - warm, fresh.size()));
+  EXPECT_EQ(cut(run.out, after, run.out.size()), cut(fresh, after - warm, fresh.size()));
 }
 
 TEST(Host, StartsWithBothMicrophonesButDoesNotWaitForADeadOne) {
-  const pcm sound = make_noise(SECOND, 2, 8);
+  const pcm sound = make_sound(SECOND, 8);
   const size_t late = 3 * BLOCK;
   const size_t longest = HOST_START_WAIT_BLOCKS * BLOCK;
   const host_run both = beamform(mute_second(sound, 0, late));
-  const pcm rest = part(sound, 2 * late, sound.size());
+  const pcm rest = cut(sound, 2 * late, sound.size());
   EXPECT_EQ(both.out, join({pcm(late, 0), run_library(rest, 2, SE_BF_MODE_MVDR, 320)}));
   EXPECT_TRUE(both.events.empty());
   const host_run one = beamform(mute_second(sound, 0, SECOND));
   EXPECT_EQ(one.events, (std::vector<event>{{HOST_EVENT_DEAD, 1, 0, false}}));
   EXPECT_EQ(one.found_at, static_cast<int64_t>(longest));
-  EXPECT_NE(part(one.out, longest, longest + BLOCK), pcm(BLOCK, 0));
+  EXPECT_NE(cut(one.out, longest, longest + BLOCK), pcm(BLOCK, 0));
 }
 
 TEST(Host, WithoutShieldingSilenceAndFaultsEndBeamforming) {
-  const pcm in = join({pcm(2 * 20 * SECOND, 0), make_noise(4 * SECOND, 2, 7)});
+  const pcm in = join({pcm(2 * 20 * SECOND, 0), make_sound(4 * SECOND, 7)});
   const host_run plain = beamform(in, true);
   EXPECT_EQ(plain.events, (std::vector<event>{{HOST_EVENT_SILENT, 0, 0, false},
                                               {HOST_EVENT_HEALED, 0, 20 * SECOND, false}}));
