@@ -2,11 +2,7 @@
 #include "audio_sink.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <limits.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "audio_source.h"
@@ -25,7 +21,7 @@ static bool fail(const std::string &text) {
 }
 
 static bool fail_writing(const audio_sink *sink, const std::string &why) {
-  return fail("writing " + sink->name + " failed: " + why);
+  return fail("writing " + sink->place.name + " failed: " + why);
 }
 
 // The operating system's reason where there is one: libsndfile passes it on for some formats only.
@@ -33,44 +29,21 @@ static std::string reason(int sndfile_error) {
   return errno != 0 ? strerror(errno) : sound_reason(sf_error_number(sndfile_error));
 }
 
-static bool open_raw(audio_sink *sink, int fd) {
-  if (isatty(fd) == 1) {
-    return fail(sink->name +
+static bool open_raw(audio_sink *sink) {
+  if (isatty(sink->place.fd) == 1) {
+    return fail(sink->place.name +
                 " is a terminal; pipe it into a player, for example "
                 "aplay -t raw -f S16_LE -r 16000, or name a file");
   }
-  sink->fd = fd;
   sink->rate_hz = ENHANCE_RATE_HZ;
   return true;
 }
 
-static bool open_device(audio_sink *sink) {
-  const int fd = open(sink->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-  return fd == -1 ? fail("cannot write to " + sink->name + ": " + strerror(errno))
-                  : open_raw(sink, fd);
-}
-
-// Opens the file that is written: a new one beside the final path, or a device in place.
-static bool open_descriptor(audio_sink *sink, const std::string &extension, bool in_place) {
-  if (in_place) {
-    sink->fd = open(sink->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-  } else {
-    const size_t slash = sink->path.rfind('/');
-    const size_t name = slash == std::string::npos ? 0 : slash + 1;
-    sink->temp = sink->path.substr(0, name) + ".se_bf-XXXXXX" + extension;
-    sink->fd = mkostemps(&sink->temp[0], static_cast<int>(extension.size()), O_CLOEXEC);
-  }
-  if (sink->fd == -1) {
-    const int error = errno;
-    sink->temp.clear();
-    return fail("cannot write to " + sink->name + ": " + strerror(error));
-  }
-  if (!in_place) {
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(sink->fd, ALL_READ_WRITE & ~mask);
-  }
-  return true;
+static bool open_standard_output(audio_sink *sink, int fd) {
+  sink->place.name = "standard output";
+  sink->place.in_place = true;
+  sink->place.fd = fd;
+  return open_raw(sink);
 }
 
 static bool open_file(audio_sink *sink, const sound_format *format) {
@@ -79,67 +52,42 @@ static bool open_file(audio_sink *sink, const sound_format *format) {
   info.channels = 1;
   info.format = format->format;
   if (sf_format_check(&info) == 0) {
-    return fail(sink->name + " cannot hold sound at " + std::to_string(sink->rate_hz) +
+    return fail(sink->place.name + " cannot hold sound at " + std::to_string(sink->rate_hz) +
                 " Hz; use another format, for example .wav");
   }
   errno = 0;
-  sink->file = sf_open_fd(sink->fd, SFM_WRITE, &info, SF_FALSE);
+  sink->file = sf_open_fd(sink->place.fd, SFM_WRITE, &info, SF_FALSE);
   if (sink->file == nullptr && errno != 0) {
     return fail_writing(sink, strerror(errno));
   }
   if (sink->file == nullptr) {
-    return fail("cannot write sound at " + std::to_string(sink->rate_hz) + " Hz to " + sink->name +
-                ": " + sound_reason(sf_strerror(nullptr)) +
+    return fail("cannot write sound at " + std::to_string(sink->rate_hz) + " Hz to " +
+                sink->place.name + ": " + sound_reason(sf_strerror(nullptr)) +
                 "; use another format, for example .flac, or convert IN to such a rate first");
   }
   return true;
 }
 
-static bool check_target(const audio_sink *sink, const struct stat *status, const std::string &in) {
-  struct stat source = {};
-  if (S_ISDIR(status->st_mode)) {
-    return fail(sink->name + " is a directory; name a file in it");
-  }
-  const bool known = in != "-" && stat(in.c_str(), &source) == 0;
-  if (known && source.st_dev == status->st_dev && source.st_ino == status->st_ino) {
-    return fail("IN and OUT are the same file, " + sink->name + "; give OUT another name");
-  }
-  if (access(sink->path.c_str(), W_OK) != 0) {
-    return fail("cannot write to " + sink->name + ": " + strerror(errno));
-  }
-  return true;
-}
-
-// Follows links, so that the file behind a link is replaced and not the link.
-static std::string resolve(const std::string &path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) == nullptr ? path : std::string(resolved);
-}
-
-static bool open_named(audio_sink *sink, const std::string &in) {
-  struct stat status = {};
-  const sound_format *format = sound_format_of(sink->name);
-  const bool exists = stat(sink->name.c_str(), &status) == 0;
-  const bool in_place = exists && !S_ISREG(status.st_mode);
-  sink->path = exists ? resolve(sink->name) : sink->name;
-  if (exists && !check_target(sink, &status, in)) {
+static bool open_named(audio_sink *sink, const std::string &out, const std::string &in) {
+  const sound_format *format = sound_format_of(out);
+  if (!output_file_find(&sink->place, out, in)) {
     return false;
   }
-  if (format == nullptr) {
-    return in_place ? open_device(sink)
-                    : fail("the extension of " + sink->name + " tells no sound format; use one of" +
-                           sound_format_list() + ", or - for raw PCM");
+  if (format == nullptr && !sink->place.in_place) {
+    return fail("the extension of " + out + " tells no sound format; use one of" +
+                sound_format_list() + ", or - for raw PCM");
   }
-  return open_descriptor(sink, format->extension, in_place) && open_file(sink, format);
+  if (!output_file_open(&sink->place, format == nullptr ? "" : format->extension)) {
+    return false;
+  }
+  return format == nullptr ? open_raw(sink) : open_file(sink, format);
 }
 
 bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
                int raw_fd) {
   *sink = {};
-  sink->name = out == "-" ? "standard output" : out;
-  sink->fd = -1;
   sink->rate_hz = rate_hz;
-  if (!(out == "-" ? open_raw(sink, raw_fd) : open_named(sink, in))) {
+  if (!(out == "-" ? open_standard_output(sink, raw_fd) : open_named(sink, out, in))) {
     return false;
   }
   if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, sink->rate_hz, 1)) {
@@ -165,7 +113,7 @@ static bool store_raw(audio_sink *sink, const int16_t *pcm, size_t samples) {
       bytes[2 * n] = static_cast<uint8_t>(word & 0xff);
       bytes[2 * n + 1] = static_cast<uint8_t>(word >> 8);
     }
-    if (!process_write(sink->fd, bytes, 2 * piece)) {
+    if (!process_write(sink->place.fd, bytes, 2 * piece)) {
       const bool stopped = errno == EINTR && process_stopped();
       return stopped ? false
                      : fail_writing(
@@ -199,7 +147,7 @@ static bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limi
     const long made = resampler_run(&sink->convert, sink->unit.data() + at, &used,
                                     sink->converted.data(), CHUNK, end);
     if (made < 0) {
-      return fail("converting the sample rate for " + sink->name + " failed");
+      return fail("converting the sample rate for " + sink->place.name + " failed");
     }
     at += used;
     for (size_t n = 0; n < static_cast<size_t>(made); ++n) {
@@ -253,18 +201,7 @@ static bool settle(audio_sink *sink) {
   if (error != SF_ERR_NO_ERROR) {
     return fail_writing(sink, reason(error));
   }
-  // A device cannot be synchronised; a regular file must be whole before it takes its name.
-  const bool synced = sink->temp.empty() || fsync(sink->fd) == 0;
-  const bool closed = close(sink->fd) == 0;
-  sink->fd = -1;
-  if (!synced || !closed) {
-    return fail_writing(sink, strerror(errno));
-  }
-  if (!sink->temp.empty() && rename(sink->temp.c_str(), sink->path.c_str()) != 0) {
-    return fail_writing(sink, strerror(errno));
-  }
-  sink->temp.clear();
-  return true;
+  return output_file_commit(&sink->place);
 }
 
 bool sink_finish(audio_sink *sink, int64_t frames) {
@@ -276,9 +213,7 @@ bool sink_finish(audio_sink *sink, int64_t frames) {
   if (sink->file != nullptr) {
     return good && pad(sink, frames) && settle(sink);
   }
-  const bool closed = close(sink->fd) == 0;
-  sink->fd = -1;
-  return good && (closed || fail_writing(sink, strerror(errno)));
+  return good && output_file_commit(&sink->place);
 }
 
 void sink_abort(audio_sink *sink) {
@@ -286,13 +221,6 @@ void sink_abort(audio_sink *sink) {
     sf_close(sink->file);
     sink->file = nullptr;
   }
-  if (sink->fd != -1) {
-    close(sink->fd);
-    sink->fd = -1;
-  }
-  if (!sink->temp.empty()) {
-    unlink(sink->temp.c_str());
-    sink->temp.clear();
-  }
+  output_file_abort(&sink->place);
   resampler_close(&sink->convert);
 }

@@ -8,15 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "output_file.h"
 #include "resampler.h"
 
 struct audio_sink {
-  std::string name;  // as the user gave it, for messages
-  std::string path;  // final path of a regular file
-  std::string temp;  // path written to until it is whole; empty: written in place
-  SNDFILE *file;     // null: raw PCM to `fd`
-  int fd;            // descriptor of the file or of the raw output, -1: none
-  int rate_hz;       // of a file
+  output_file place;  // of the file, or of the raw output
+  SNDFILE *file;      // null: raw PCM
+  int rate_hz;        // of a file
   int64_t frames_written;
   resampler convert;
   std::vector<float> unit;       // samples before conversion, full scale 1

@@ -250,7 +250,6 @@ int enhance_run(const enhance_options *options, enhance_figures *figures) {
   enhance_job job = {};
   job.options = options;
   job.figures = figures;
-  job.sink.fd = -1;
   const bool good = run(&job, raw_out);
   host_destroy(job.engine);
   source_close(&job.source);
