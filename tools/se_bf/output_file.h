@@ -1,4 +1,7 @@
 // A file that appears under its name only when whole, or a device that is written in place.
+//
+// Until then it lies beside its final name as .se_bf-XXXXXX.EXTENSION, and its process holds a lock
+// (flock) on it. One that nobody holds was left behind by a process that is dead.
 #ifndef SE_BF_OUTPUT_FILE_H
 #define SE_BF_OUTPUT_FILE_H
 
@@ -10,6 +13,7 @@ struct output_file {
   std::string temp;       // path written to until it is whole; empty: none
   bool in_place = false;  // a device or a pipe
   int fd = -1;            // -1: none
+  int lock = -1;          // another descriptor of `temp`, which keeps its lock; -1: none
 };
 
 // Finds out where `name` leads and whether it may be written. `in` is the path that is being read,
@@ -17,7 +21,8 @@ struct output_file {
 bool output_file_find(output_file *file, const std::string &name, const std::string &in);
 
 // Opens what was found: a new file beside the final path whose name ends with `extension`, or a
-// device. On failure prints one line and returns false.
+// device. Removes what dead processes left behind there. On failure prints one line and returns
+// false.
 bool output_file_open(output_file *file, const std::string &extension);
 
 // Stores what was written safely, closes it and gives it its name. On failure prints one line and
@@ -26,5 +31,9 @@ bool output_file_commit(output_file *file);
 
 // Gives up: closes the file and removes what was written. Does nothing after a commit.
 void output_file_abort(output_file *file);
+
+// Removes what dead processes of this user left behind in a directory; an empty path is the current
+// one. Files of running processes stay, and all of them where the file system knows no locks.
+void output_file_remove_stale(const std::string &directory);
 
 #endif  // SE_BF_OUTPUT_FILE_H
