@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "audio_source.h"
+#include "link_path.h"
 #include "process.h"
 #include "report.h"
 #include "se_bf_host.h"
@@ -29,6 +30,12 @@ static std::string reason(int sndfile_error) {
   return errno != 0 ? strerror(errno) : sound_reason(sf_error_number(sndfile_error));
 }
 
+// libsndfile's encoders do not pass on every write that fails; the error stays behind in errno,
+// which was 0 before.
+static bool write_failed() {
+  return errno == ENOSPC || errno == EDQUOT || errno == EFBIG || errno == EIO;
+}
+
 static bool open_raw(audio_sink *sink) {
   if (isatty(sink->place.fd) == 1) {
     return fail(sink->place.name +
@@ -37,13 +44,6 @@ static bool open_raw(audio_sink *sink) {
   }
   sink->rate_hz = ENHANCE_RATE_HZ;
   return true;
-}
-
-static bool open_standard_output(audio_sink *sink, int fd) {
-  sink->place.name = "standard output";
-  sink->place.in_place = true;
-  sink->place.fd = fd;
-  return open_raw(sink);
 }
 
 static bool open_file(audio_sink *sink, const sound_format *format) {
@@ -85,9 +85,11 @@ static bool open_named(audio_sink *sink, const std::string &out, const std::stri
 
 bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
                int raw_fd) {
+  const bool standard = out == "-" || link_descriptor(out) == STDOUT_FILENO;
   *sink = {};
   sink->rate_hz = rate_hz;
-  if (!(out == "-" ? open_standard_output(sink, raw_fd) : open_named(sink, out, in))) {
+  if (!(standard ? output_file_adopt(&sink->place, raw_fd, in) && open_raw(sink)
+                 : open_named(sink, out, in))) {
     return false;
   }
   if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, sink->rate_hz, 1)) {
@@ -132,7 +134,7 @@ static bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t 
   const sf_count_t wanted = static_cast<int64_t>(samples) < room ? static_cast<sf_count_t>(samples)
                                                                  : static_cast<sf_count_t>(room);
   errno = 0;
-  if (wanted > 0 && sf_writef_short(sink->file, pcm, wanted) != wanted) {
+  if (wanted > 0 && (sf_writef_short(sink->file, pcm, wanted) != wanted || write_failed())) {
     return fail_writing(sink, reason(sf_error(sink->file)));
   }
   sink->frames_written += wanted > 0 ? wanted : 0;
@@ -198,7 +200,7 @@ static bool settle(audio_sink *sink) {
   }
   const int error = sf_close(sink->file);
   sink->file = nullptr;
-  if (error != SF_ERR_NO_ERROR) {
+  if (error != SF_ERR_NO_ERROR || write_failed()) {
     return fail_writing(sink, reason(error));
   }
   return output_file_commit(&sink->place);

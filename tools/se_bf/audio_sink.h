@@ -22,10 +22,10 @@ struct audio_sink {
   std::vector<int16_t> pcm;      // as they are stored
 };
 
-// Opens `out` for mono samples: "-" is raw PCM at 16 kHz to `raw_fd`, as is a device or a pipe
-// without a known extension; anything else a sound file at `rate_hz` in the format of its
-// extension. `in` is the path that is being read, which `out` must not name. On failure prints one
-// line, returns false.
+// Opens `out` for mono samples: "-", or what leads to standard output, is raw PCM at 16 kHz to
+// `raw_fd`, as is a device or a pipe without a known extension; anything else a sound file at
+// `rate_hz` in the format of its extension. `in` is the path that is being read, which `out` must
+// not name. On failure prints one line, returns false.
 bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
                int raw_fd);
 

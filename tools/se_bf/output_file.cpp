@@ -5,7 +5,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,9 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "file_rights.h"
+#include "link_path.h"
 #include "report.h"
 
-static constexpr mode_t ALL_READ_WRITE = 0666;
 static constexpr int MAX_TRIES = 100;  // at a name that no clean-up takes away
 static constexpr char TEMP_START[] = ".se_bf-";
 static constexpr char TEMP_RANDOM[] = "XXXXXX";  // as the C library replaces it
@@ -25,42 +25,71 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-// The directory of a path, with its slash; empty for the current one.
-static std::string folder_of(const std::string &path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+// A rename cannot take the place of a file that is a mount, nor of another user's file in a
+// directory such as /tmp.
+static bool is_replaceable(const output_file *file, const struct stat *status) {
+  struct statx attributes = {};
+  struct stat folder = {};
+  const std::string where = link_folder(file->path);
+  const bool mounted =
+      statx(AT_FDCWD, file->path.c_str(), 0, STATX_BASIC_STATS, &attributes) == 0 &&
+      (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  const uid_t user = geteuid();
+  const bool kept = stat(where.empty() ? "." : where.c_str(), &folder) == 0 &&
+                    (folder.st_mode & S_ISVTX) != 0 && user != 0 && user != status->st_uid &&
+                    user != folder.st_uid;
+  return !mounted && !kept;
+}
+
+static bool is_source(const struct stat *status, const std::string &in) {
+  struct stat source = {};
+  const int found = in == "-" ? fstat(STDIN_FILENO, &source) : stat(in.c_str(), &source);
+  return found == 0 && source.st_dev == status->st_dev && source.st_ino == status->st_ino;
 }
 
 static bool check_target(const output_file *file, const struct stat *status,
                          const std::string &in) {
-  struct stat source = {};
   if (S_ISDIR(status->st_mode)) {
     return fail(file->name + " is a directory; name a file in it");
   }
-  const bool known = in != "-" && stat(in.c_str(), &source) == 0;
-  if (known && source.st_dev == status->st_dev && source.st_ino == status->st_ino) {
+  if (!S_ISCHR(status->st_mode) && is_source(status, in)) {
     return fail("IN and OUT are the same file, " + file->name + "; give OUT another name");
   }
   if (access(file->path.c_str(), W_OK) != 0) {
     return fail("cannot write to " + file->name + ": " + strerror(errno));
   }
-  return true;
-}
-
-// Follows links, so that the file behind a link is replaced and not the link.
-static std::string resolve(const std::string &path) {
-  char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) == nullptr ? path : std::string(resolved);
+  return file->in_place || is_replaceable(file, status) ||
+         fail(file->name + " is there and cannot be replaced; give OUT another name");
 }
 
 bool output_file_find(output_file *file, const std::string &name, const std::string &in) {
   struct stat status = {};
-  const bool exists = stat(name.c_str(), &status) == 0;
   *file = {};
   file->name = name;
-  file->path = exists ? resolve(name) : name;
+  file->path = name;
+  if (link_descriptor(name) == STDERR_FILENO) {
+    return fail(name +
+                " is standard error, which carries the messages; name a file, or - for "
+                "standard output");
+  }
+  const bool exists = stat(name.c_str(), &status) == 0;
   file->in_place = exists && !S_ISREG(status.st_mode);
+  if (!file->in_place && !link_follow(&file->path)) {
+    return fail("cannot write to " + name + ": " + strerror(errno));
+  }
   return !exists || check_target(file, &status, in);
+}
+
+bool output_file_adopt(output_file *file, int fd, const std::string &in) {
+  struct stat status = {};
+  *file = {};
+  file->name = "standard output";
+  file->in_place = true;
+  file->fd = fd;
+  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && is_source(&status, in)) {
+    return fail("IN and standard output are the same file; write to another one");
+  }
+  return true;
 }
 
 static bool is_named(int fd, int directory, const char *name) {
@@ -79,7 +108,7 @@ static bool lock_temp(const output_file *file) {
 
 // Makes the file that is written until it is whole. Returns false with errno set.
 static bool make_temp(output_file *file, const std::string &extension) {
-  const std::string pattern = folder_of(file->path) + TEMP_START + TEMP_RANDOM + extension;
+  const std::string pattern = link_folder(file->path) + TEMP_START + TEMP_RANDOM + extension;
   for (int tries = 0; tries < MAX_TRIES; ++tries) {
     file->temp = pattern;
     file->fd = mkostemps(&file->temp[0], static_cast<int>(extension.size()), O_CLOEXEC);
@@ -99,25 +128,30 @@ static bool make_temp(output_file *file, const std::string &extension) {
   return false;
 }
 
-static bool open_beside(output_file *file, const std::string &extension) {
-  output_file_remove_stale(folder_of(file->path));
-  if (!make_temp(file, extension)) {
-    return false;
+// Why there is no file beside the final path, and what to do.
+static std::string advice(const output_file *file, int error) {
+  const std::string folder = link_folder(file->path);
+  std::string reason = strerror(error);
+  switch (error) {
+    case ENOENT:
+      return folder.empty() ? reason : "there is no directory " + folder + "; make it first";
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return "its directory takes no new file (" + reason + "); name an OUT in another directory";
+    default:
+      return reason;
   }
-  const mode_t mask = umask(0);
-  umask(mask);
-  fchmod(file->fd, ALL_READ_WRITE & ~mask);
-  return true;
 }
 
 bool output_file_open(output_file *file, const std::string &extension) {
   if (file->in_place) {
     file->fd = open(file->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    return file->fd != -1 || fail("cannot write to " + file->name + ": " + strerror(errno));
   }
-  if (file->in_place ? file->fd != -1 : open_beside(file, extension)) {
-    return true;
-  }
-  return fail("cannot write to " + file->name + ": " + strerror(errno));
+  output_file_remove_stale(link_folder(file->path));
+  return make_temp(file, extension) ||
+         fail("cannot write to " + file->name + ": " + advice(file, errno));
 }
 
 static bool close_at(int *fd) {
@@ -126,17 +160,31 @@ static bool close_at(int *fd) {
   return closed;
 }
 
-bool output_file_commit(output_file *file) {
-  // A device cannot be synchronised; a regular file must be whole before it takes its name.
-  const bool synced = file->temp.empty() || fsync(file->fd) == 0;
-  const bool closed = close_at(&file->fd);
-  if (!synced || !closed ||
-      (!file->temp.empty() && rename(file->temp.c_str(), file->path.c_str()) != 0)) {
-    return fail("writing " + file->name + " failed: " + strerror(errno));
+// A new name is safe when its directory is stored. Not every file system can be told to.
+static bool sync_folder(const std::string &folder) {
+  int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool synced = fd == -1 || fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
+  const int error = errno;
+  close_at(&fd);
+  errno = error;
+  return synced;
+}
+
+// Puts the whole file under its name; its lock lasts until then. Returns false with errno set.
+static bool take_name(output_file *file) {
+  file_rights_take_over(file->fd, file->path);
+  if (fsync(file->fd) != 0 || !close_at(&file->fd) ||
+      rename(file->temp.c_str(), file->path.c_str()) != 0) {
+    return false;
   }
   file->temp.clear();
   close_at(&file->lock);
-  return true;
+  return sync_folder(link_folder(file->path));
+}
+
+bool output_file_commit(output_file *file) {
+  const bool good = file->temp.empty() ? close_at(&file->fd) : take_name(file);
+  return good || fail("writing " + file->name + " failed: " + strerror(errno));
 }
 
 void output_file_abort(output_file *file) {

@@ -17,16 +17,22 @@ struct output_file {
 };
 
 // Finds out where `name` leads and whether it may be written. `in` is the path that is being read,
-// or "-"; `name` must not lead to it. On failure prints one line and returns false.
+// or "-"; `name` must not lead to it. Links are followed: what the last one names is written, even
+// where nothing is yet. On failure prints one line and returns false.
 bool output_file_find(output_file *file, const std::string &name, const std::string &in);
+
+// Takes `fd`, a descriptor of standard output, instead of a name. When it leads to the file `in`,
+// prints one line and returns false.
+bool output_file_adopt(output_file *file, int fd, const std::string &in);
 
 // Opens what was found: a new file beside the final path whose name ends with `extension`, or a
 // device. Removes what dead processes left behind there. On failure prints one line and returns
 // false.
 bool output_file_open(output_file *file, const std::string &extension);
 
-// Stores what was written safely, closes it and gives it its name. On failure prints one line and
-// returns false; output_file_abort must follow.
+// Stores what was written safely, closes it and gives it its name. A file that had the name hands
+// on its permissions; where it has other names (hard links) they keep the old file. On failure
+// prints one line and returns false; output_file_abort must follow.
 bool output_file_commit(output_file *file);
 
 // Gives up: closes the file and removes what was written. Does nothing after a commit.

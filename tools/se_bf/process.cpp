@@ -47,6 +47,7 @@ void process_catch_signals() {
   sigemptyset(&action.sa_mask);
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
+  sigaction(SIGXFSZ, &action, nullptr);
   // No restart: a read that waits for a silent pipe must return. A second signal ends at once.
   action.sa_handler = note_signal;
   action.sa_flags = static_cast<int>(SA_RESETHAND);

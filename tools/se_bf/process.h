@@ -15,7 +15,8 @@ void process_fill_descriptors();
 // error if `show_notes`. Returns -1 with errno set on failure.
 int process_claim_stdout(bool show_notes);
 
-// Lets interrupt, termination and hang-up end the work orderly, and closed pipes show as errors.
+// Lets interrupt, termination and hang-up end the work orderly. Closed pipes and files beyond the
+// user's limit show as errors of writing.
 void process_catch_signals();
 
 // True once one of those signals has arrived.

@@ -1,0 +1,74 @@
+// Where a path leads: through symbolic links to a name, or to a standard descriptor.
+#include "link_path.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+static constexpr int MAX_LINKS = 40;  // as many as Linux follows
+static const char *const DESCRIPTOR_FOLDERS[] = {"/proc/self/fd", "/proc/thread-self/fd"};
+
+std::string link_folder(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+// Two paths to one directory.
+static bool is_same_folder(const std::string &a, const char *b) {
+  char real_a[PATH_MAX];
+  char real_b[PATH_MAX];
+  return realpath(a.empty() ? "." : a.c_str(), real_a) != nullptr &&
+         realpath(b, real_b) != nullptr && std::string(real_a) == real_b;
+}
+
+// The standard descriptor that a path names itself, or -1.
+static int named_descriptor(const std::string &path) {
+  const std::string folder = link_folder(path);
+  const char digit = path.size() == folder.size() + 1 ? path.back() : '\0';
+  if (digit < '0' || digit > '0' + STDERR_FILENO) {
+    return -1;
+  }
+  for (const char *descriptors : DESCRIPTOR_FOLDERS) {
+    if (is_same_folder(folder, descriptors)) {
+      return digit - '0';
+    }
+  }
+  return -1;
+}
+
+// Goes one link on. Returns false at the end of the way, or with errno set to something else than
+// 0 where it cannot be followed.
+static bool step(std::string *path) {
+  char target[PATH_MAX];
+  const ssize_t length = readlink(path->c_str(), target, sizeof target);
+  if (length == -1) {
+    // No link, or nothing there.
+    errno = errno == EINVAL || errno == ENOENT ? 0 : errno;
+    return false;
+  }
+  const std::string text(target, static_cast<size_t>(length));
+  *path = text[0] == '/' ? text : link_folder(*path) + text;
+  return true;
+}
+
+bool link_follow(std::string *path) {
+  for (int links = 0; links <= MAX_LINKS; ++links) {
+    if (!step(path)) {
+      return errno == 0;
+    }
+  }
+  errno = ELOOP;
+  return false;
+}
+
+int link_descriptor(std::string path) {
+  for (int links = 0; links <= MAX_LINKS; ++links) {
+    const int descriptor = named_descriptor(path);
+    if (descriptor != -1 || !step(&path)) {
+      return descriptor;
+    }
+  }
+  return -1;
+}
