@@ -14,7 +14,6 @@
 
 static constexpr size_t CHUNK = 4096;  // samples converted at a time
 static constexpr float FULL_SCALE = 32768.0f;
-static constexpr mode_t ALL_READ_WRITE = 0666;
 
 static bool fail(const std::string &text) {
   report_line(text);
