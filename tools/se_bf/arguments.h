@@ -16,8 +16,8 @@ struct arguments {
   std::string picture;  // of plot; empty: named after IN
 };
 
-// Reads the command line into `args`, which holds the defaults. Returns 0, or 2 after one line on
-// standard error that names the mistake.
+// Reads the command line into `args`, which holds the defaults. Returns 0, or after one line on
+// standard error 2 for a mistake and 1 when help or version could not be written.
 int arguments_read(int argc, char **argv, arguments *args);
 
 #endif  // SE_BF_ARGUMENTS_H

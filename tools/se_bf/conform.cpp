@@ -1,4 +1,5 @@
-// The subcommand `se_bf conform`: runs the library's self-test and judges its report.
+// The subcommand `se_bf conform`: runs the library's self-test and judges the library by its report
+// and by a comparison of samples of the program's own.
 #include "conform.h"
 
 #include <errno.h>
@@ -9,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bit_check.h"
 #include "process.h"
 #include "report.h"
 #include "tm_se_bf.h"
@@ -17,18 +19,39 @@ const char *const CONFORM_TYPES[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono"
 
 // The stored reference is what this type gives at this hop; other figures are for comparison.
 static const char *const JUDGED_TYPE = "bf_mvdr";
-static constexpr int JUDGED_HOP = 192;
+static constexpr int JUDGED_HOP = BIT_CHECK_HOP;
 static constexpr double MIN_SIMILARITY = 0.999;
 static constexpr double MAX_POWER_ERROR = 0.01;  // of the power ratio 1
+static constexpr int DECIMALS = 6;               // of the figures in the report
+static const char *const EQUAL = "1.000000";     // both of them for an equal output
+static constexpr double RATE_HZ = 16000.0;
+static constexpr int AGREES_CLOSELY = 3;  // exit status
+static const char *const ADVICE =
+    "; build the library as its CMake files do, without unsafe floating-point optimisation";
+
+struct agreement {
+  double similarity;
+  double power;  // ratio to the reference
+};
 
 // Runs the test in this process, which ends with it. The levels and the pool of the library belong
 // to the process, so that every type needs one of its own.
-[[noreturn]] static void run_child(const std::string &type, int hop, int report_fd) {
-  if (dup2(report_fd, STDOUT_FILENO) == -1) {
+[[noreturn]] static void run_self_test(const std::string &type, int hop, int answer_fd) {
+  if (dup2(answer_fd, STDOUT_FILENO) == -1) {
     _exit(1);
   }
   se_bf_conformance_test(type.c_str(), hop);
   _exit(fflush(stdout) == 0 ? 0 : 1);
+}
+
+// Compares the samples in this process, which ends with it; the answer is a bit_check_result.
+[[noreturn]] static void run_bit_check(int answer_fd) {
+  bit_check_result result;
+  if (process_claim_stdout(false) == -1) {
+    _exit(1);
+  }
+  bit_check_run(&result);
+  _exit(process_write(answer_fd, &result, sizeof result) ? 0 : 1);
 }
 
 static bool fail(const std::string &text) {
@@ -36,8 +59,9 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-// Runs one type in a process of its own and returns its report in `text`.
-static bool run_type(const std::string &type, int hop, std::string *text) {
+// Runs one type, or the comparison of samples for no type, in a process of its own and returns its
+// answer.
+static bool run_apart(const std::string &type, int hop, std::string *answer) {
   int ends[2];
   if (pipe(ends) != 0) {
     return fail(std::string("cannot make a pipe: ") + strerror(errno));
@@ -45,20 +69,21 @@ static bool run_type(const std::string &type, int hop, std::string *text) {
   const pid_t child = fork();
   if (child == 0) {
     close(ends[0]);
-    run_child(type, hop, ends[1]);
+    type.empty() ? run_bit_check(ends[1]) : run_self_test(type, hop, ends[1]);
   }
   close(ends[1]);
   if (child == -1) {
     close(ends[0]);
     return fail(std::string("cannot start a process: ") + strerror(errno));
   }
-  const bool read_all = process_read_all(ends[0], text);
+  const bool read_all = process_read_all(ends[0], answer);
   close(ends[0]);
   int status = 0;
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
   }
   const bool good = read_all && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  return good || fail("the self-test of type " + type + " ended before its report");
+  return good || fail(type.empty() ? "the library ended the comparison of samples early"
+                                   : "the self-test of type " + type + " ended before its report");
 }
 
 static bool print_report(const std::string &text) {
@@ -78,17 +103,63 @@ static double figure(const std::string &report, const char *label) {
   return end == number ? nan("") : value;
 }
 
-static bool judge(const std::string &report) {
-  const double similarity = figure(report, "similarity=");
-  const double power = figure(report, "pwr_sim=");
-  const std::string figures =
-      "similarity " + report_number(similarity, 6) + ", power ratio " + report_number(power, 6);
-  if (similarity >= MIN_SIMILARITY && fabs(power - 1.0) <= MAX_POWER_ERROR) {
-    return print_report("verdict: this installation conforms (" + figures + ")\n");
+static bool is_close(const agreement *a) {
+  return a->similarity >= MIN_SIMILARITY && fabs(a->power - 1.0) <= MAX_POWER_ERROR;
+}
+
+static std::string describe(const agreement *a) {
+  return "similarity " + report_number(a->similarity, DECIMALS) + ", power ratio " +
+         report_number(a->power, DECIMALS);
+}
+
+static std::string describe_difference(const bit_check_result *check) {
+  const std::string all = std::to_string(check->compared);
+  if (check->differing == 0) {
+    return "all " + all + " samples equal the reference, but the library's own report denies it";
   }
-  return fail("this installation does not conform: type bf_mvdr at hop 192 gives " + figures +
-              ", required are 0.999 and 0.99 to 1.01; build the library without unsafe floating-"
-              "point optimisation");
+  return std::to_string(check->differing) + " of " + all + " samples differ, the first at " +
+         report_number(check->first / RATE_HZ, 4) + " s (sample " + std::to_string(check->first) +
+         "), by at most " + std::to_string(check->largest);
+}
+
+// Prints the verdict and returns the exit status. The report alone would not do: it rounds, and
+// what it says is up to the library.
+static int judge(const std::string &report, const bit_check_result *check) {
+  const agreement told = {figure(report, "similarity="), figure(report, "pwr_sim=")};
+  const agreement measured = {check->similarity, check->power};
+  if (!check->complete) {
+    report_line("this installation does not conform: se_bf_do or se_bf_init gives other counts" +
+                std::string(ADVICE));
+    return 1;
+  }
+  if (!is_close(&told) || !is_close(&measured)) {
+    report_line("this installation does not conform: type bf_mvdr at hop 192 gives " +
+                describe(&told) + " by its own report and " + describe(&measured) +
+                " as measured, required are 0.999 and 0.99 to 1.01" + ADVICE);
+    return 1;
+  }
+  const bool says_equal = report_number(told.similarity, DECIMALS) == EQUAL &&
+                          report_number(told.power, DECIMALS) == EQUAL;
+  if (!says_equal || check->differing > 0) {
+    report_line("this installation agrees closely but not to the bit: " +
+                describe_difference(check) + " (" + describe(&told) + ")" + ADVICE);
+    return AGREES_CLOSELY;
+  }
+  return print_report("verdict: this installation conforms: all " +
+                      std::to_string(check->compared) + " samples equal the reference (" +
+                      describe(&told) + ")\n")
+             ? 0
+             : 1;
+}
+
+static int compare_and_judge(const std::string &report) {
+  bit_check_result check;
+  std::string answer;
+  if (!run_apart("", JUDGED_HOP, &answer) || answer.size() != sizeof check) {
+    return 1;
+  }
+  memcpy(&check, answer.data(), sizeof check);
+  return judge(report, &check);
 }
 
 int conform_run(const conform_options *options) {
@@ -100,7 +171,7 @@ int conform_run(const conform_options *options) {
     if (!options->type.empty() && options->type != type) {
       continue;
     }
-    if (process_stopped() || !run_type(type, options->hop, &report) || !print_report(report)) {
+    if (process_stopped() || !run_apart(type, options->hop, &report) || !print_report(report)) {
       return 1;
     }
     if (type == JUDGED_TYPE && options->hop == JUDGED_HOP) {
@@ -113,5 +184,5 @@ int conform_run(const conform_options *options) {
         "se_bf conform without arguments");
     return 1;
   }
-  return judge(judged) ? 0 : 1;
+  return compare_and_judge(judged);
 }

@@ -1,4 +1,4 @@
-// The subcommand `se_bf conform`: runs the library's self-test and judges its report.
+// The subcommand `se_bf conform`: runs the library's self-test and judges the library.
 #ifndef SE_BF_CONFORM_H
 #define SE_BF_CONFORM_H
 
@@ -8,8 +8,8 @@
 extern const char *const CONFORM_TYPES[];
 
 // Runs one type or all of them, prints the library's report on standard output, and returns 0 when
-// "bf_mvdr" at hop 192 agrees with the stored reference; otherwise 1, with one line on standard
-// error.
+// "bf_mvdr" at hop 192 equals the stored reference in every sample; otherwise, with one line on
+// standard error, 3 when it agrees closely (similarity at least 0.999, power within 1 %), else 1.
 int conform_run(const conform_options *options);
 
 #endif  // SE_BF_CONFORM_H

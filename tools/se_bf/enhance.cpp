@@ -6,6 +6,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "audio_sink.h"
 #include "audio_source.h"
 #include "process.h"
@@ -33,7 +35,7 @@ struct enhance_job {
   std::string mode;  // that runs
   audio_source source;
   audio_sink sink;
-  host *engine;
+  host *engine;  // null: mode mono of one channel, which is copied
   enhance_figures *figures;
   int64_t samples_in;  // per channel, at 16 kHz
   int events;          // reported so far
@@ -95,9 +97,9 @@ static int32_t mode_value(const std::string &name) {
 static void choose_mode(enhance_job *job) {
   const std::string &asked = job->options->mode;
   const bool single = job->source.picks.size() == 1;
-  job->mode = single ? "omlsa" : asked.empty() ? "mvdr" : asked;
+  job->mode = single && asked != "mono" ? "omlsa" : asked.empty() ? "mvdr" : asked;
   if (!asked.empty() && asked != job->mode) {
-    report_line("warning: one channel is always enhanced in mode omlsa; mode " + asked +
+    report_line("warning: one channel is enhanced in mode omlsa; mode " + asked +
                 " needs two channels");
   } else if (job->mode != "mvdr" && job->options->mic_distance_m > 0.0f) {
     report_line("warning: --mic-distance and --doa have no effect " +
@@ -110,6 +112,9 @@ static bool open_host(enhance_job *job) {
   const enhance_options *options = job->options;
   host_config config = {};
   choose_mode(job);
+  if (job->mode == "mono" && job->source.picks.size() == 1) {
+    return true;  // the library would suppress noise
+  }
   config.channels = static_cast<int32_t>(job->source.picks.size());
   config.mode = mode_value(job->mode);
   config.hop = options->hop;
@@ -123,6 +128,16 @@ static bool open_host(enhance_job *job) {
     report_line("the enhancer could not be created; free some memory and try again");
   }
   return job->engine != nullptr;
+}
+
+// Takes one block through the enhancer, or copies it where there is none. Returns the samples made.
+static size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
+                            int16_t *out) {
+  if (job->engine == nullptr) {
+    std::copy_n(pcm.begin(), frames, out);
+    return frames;
+  }
+  return host_push_s16(job->engine, pcm.data(), frames, out);
 }
 
 static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
@@ -161,8 +176,7 @@ static bool stream(enhance_job *job) {
     }
     job->samples_in += frames;
     job->figures->clipped_in += count_full_scale(pcm.data(), count * channels);
-    const size_t made = host_push_s16(job->engine, pcm.data(), count, out.data());
-    if (!write_out(job, out.data(), made)) {
+    if (!write_out(job, out.data(), enhance_block(job, pcm, count, out.data()))) {
       return false;
     }
     show_progress(job);
@@ -171,7 +185,8 @@ static bool stream(enhance_job *job) {
   if (frames < 0 || process_stopped()) {
     return false;
   }
-  return write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
+  return job->engine == nullptr ||
+         write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
 }
 
 static bool is_cut_off(const audio_source *src) {

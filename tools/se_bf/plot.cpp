@@ -1,157 +1,185 @@
-// The subcommand `se_bf plot`: makes the two WAV files and has the plot script draw them.
+// The subcommand `se_bf plot`: has the sound before and after enhancement drawn.
+//
+// Both are kept as raw PCM in files without a name, which vanish with the program however it ends.
 #include "plot.h"
 
 #include <errno.h>
-#include <sndfile.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "audio_source.h"
+#include "drawing.h"
 #include "enhance.h"
 #include "process.h"
 #include "report.h"
+#include "se_bf_host.h"
 
 namespace fs = std::filesystem;
 
 static constexpr size_t CHUNK_FRAMES = 4096;
-static const char *const SCRIPTS = "share/tm_se_bf/plot";  // below the installation's prefix
+static constexpr size_t SAMPLE_BYTES = 2;
+
+struct plot_job {
+  const enhance_options *options;
+  std::string picture;
+  std::string parent;  // directory of the temporary files
+  int own_stdout;      // where the picture's name goes; descriptor 1 is lent to the sound
+  int before;          // file descriptors of the sound
+  int after;
+  int64_t samples;  // of each
+};
 
 static bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-// Where the scripts are installed, told from where the program is.
-static bool find_scripts(fs::path *directory) {
+static std::string temporary_parent() {
   std::error_code error;
-  const char *chosen = getenv("SE_BF_PLOT_DIR");
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  *directory = chosen != nullptr ? fs::path(chosen) : program.parent_path().parent_path() / SCRIPTS;
-  return fs::exists(*directory / "python.sh", error) ||
-         fail("the plot scripts are not in " + directory->string() +
-              "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
+  const fs::path parent = fs::temp_directory_path(error);
+  const char *chosen = getenv("TMPDIR");
+  return !error ? parent.string() : chosen != nullptr ? chosen : "/tmp";
 }
 
-// Writes the first channel in use as the enhancer gets it: at 16 kHz, in a format that any script
-// reads.
-static bool write_before(const enhance_options *options, const std::string &path) {
-  audio_source source = {};
-  SF_INFO info = {};
-  info.samplerate = ENHANCE_RATE_HZ;
-  info.channels = 1;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-  if (!source_open(&source, options)) {
-    source_close(&source);
-    return false;
+// Opens a file without a name; -1 after one line.
+static int open_temporary(const plot_job *job) {
+  std::string path = job->parent + "/se_bf-XXXXXX";
+  const int fd = mkostemp(&path[0], O_CLOEXEC);
+  if (fd == -1) {
+    report_line("cannot make a temporary file in " + job->parent + ": " + strerror(errno) +
+                "; name another directory in TMPDIR");
+    return -1;
   }
-  const size_t channels = source.picks.size();
+  unlink(path.c_str());
+  return fd;
+}
+
+static bool fail_for_space(const plot_job *job, int error) {
+  return fail("writing temporary files in " + job->parent + " failed: " + strerror(error) +
+              "; a picture takes 231 MB there for an hour of sound: free some space, or name "
+              "another directory in TMPDIR");
+}
+
+// Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
+static bool write_before(plot_job *job, audio_source *source) {
+  const size_t channels = source->picks.size();
+  const double rate = source->rate_hz;
   std::vector<float> frames(CHUNK_FRAMES * channels);
-  SNDFILE *file = sf_open(path.c_str(), SFM_WRITE, &info);
-  bool good = file != nullptr;
-  long count = good ? source_read(&source, frames.data(), CHUNK_FRAMES) : 0;
-  while (good && count > 0) {
-    for (long n = 0; n < count; ++n) {
-      frames[static_cast<size_t>(n)] = frames[static_cast<size_t>(n) * channels];
+  uint8_t bytes[CHUNK_FRAMES * SAMPLE_BYTES];
+  long count = source_read(source, frames.data(), CHUNK_FRAMES);
+  while (count > 0 && !process_stopped()) {
+    const size_t samples = static_cast<size_t>(count);
+    for (size_t n = 0; n < samples; ++n) {
+      const int16_t sample = host_sample_from_float(frames[n * channels]);
+      bytes[2 * n] = static_cast<uint8_t>(sample & 0xff);
+      bytes[2 * n + 1] = static_cast<uint8_t>(static_cast<uint16_t>(sample) >> 8);
     }
-    good = sf_writef_float(file, frames.data(), count) == count;
-    count = good ? source_read(&source, frames.data(), CHUNK_FRAMES) : 0;
+    if (!process_write(job->before, bytes, samples * SAMPLE_BYTES)) {
+      return !process_stopped() && fail_for_space(job, errno);
+    }
+    job->samples += count;
+    report_progress(static_cast<double>(source->frames_read) / rate,
+                    static_cast<double>(source->frames_total) / rate);
+    count = source_read(source, frames.data(), CHUNK_FRAMES);
   }
+  return count >= 0 && !process_stopped();
+}
+
+static bool read_sound(plot_job *job) {
+  audio_source source = {};
+  report_progress_task("reading");
+  report_progress_on();
+  const bool good = source_open(&source, job->options) && write_before(job, &source);
+  report_progress_off();
   source_close(&source);
-  const bool closed = file != nullptr && sf_close(file) == 0;
-  if (!good || !closed) {
-    return fail("writing to " + path + " failed; is there space on the disk?");
-  }
-  return count == 0;
+  return good && (job->samples > 0 || fail(job->options->in + " holds no sound to draw"));
 }
 
-// The last line of what the script said, which is the reason of its failure.
-static std::string last_line(std::string text) {
-  text.erase(text.find_last_not_of(" \n") + 1);
-  const size_t newline = text.rfind('\n');
-  return newline == std::string::npos ? text : text.substr(newline + 1);
+// Enhances to descriptor 1, which is lent to the file: raw PCM at 16 kHz comes out there. Its space
+// is taken first, so that a full disk shows before the work.
+static bool enhance_sound(plot_job *job) {
+  enhance_figures figures = {};
+  enhance_options enhancing = *job->options;
+  const int error = posix_fallocate(job->after, 0, job->samples * static_cast<off_t>(SAMPLE_BYTES));
+  if (error != 0) {
+    return fail_for_space(job, error);
+  }
+  if (dup2(job->after, STDOUT_FILENO) == -1) {
+    return fail(std::string("standard output is not usable: ") + strerror(errno));
+  }
+  enhancing.out = "-";
+  enhancing.quiet = true;  // but for the progress
+  report_progress_task("enhancing");
+  report_progress_on();
+  return enhance_run(&enhancing, &figures) == 0;
 }
 
-// Runs a program whose messages go to `text`. Returns true when it ended with status 0.
-static bool run_program(const std::vector<std::string> &words, std::string *text) {
-  int ends[2];
-  if (pipe(ends) != 0) {
-    *text = strerror(errno);
-    return false;
-  }
-  std::vector<char *> arguments;
-  arguments.reserve(words.size() + 1);
-  for (const std::string &word : words) {
-    arguments.push_back(const_cast<char *>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(ends[1], STDERR_FILENO);
-    execv(arguments[0], arguments.data());
-    dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], strerror(errno));
-    _exit(1);
-  }
-  close(ends[1]);
-  process_read_all(ends[0], text);
-  close(ends[0]);
-  int status = 1;
-  while (child != -1 && waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
-  return child != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-static bool draw(const fs::path &scripts, const fs::path &work, const std::string &name,
-                 const std::string &picture) {
-  std::string text;
-  const bool drawn = run_program(
-      {scripts / "python.sh", scripts / "spectrograms.py", work / "before.wav", work / "after.wav",
-       "--output=" + picture, "--title=" + name, "--title=enhanced"},
-      &text);
-  return drawn || fail("the picture was not drawn: " +
-                       (text.empty() ? "its program was killed; try again" : last_line(text)));
-}
-
-static bool plot_in(const enhance_options *options, const fs::path &work,
-                    const std::string &picture) {
-  fs::path scripts;
-  if (options->in == "-") {
-    return fail("a picture needs a sound file; standard input cannot be drawn");
+// Finds out before the work what would stop it at the end.
+static bool check_places(const plot_job *job) {
+  const std::string &in = job->options->in;
+  const fs::path picture = job->picture;
+  const fs::path directory = picture.has_parent_path() ? picture.parent_path() : fs::path(".");
+  std::error_code error;
+  if (in == "-" || (fs::exists(in, error) && fs::is_other(in, error))) {
+    return fail("a picture needs a sound file, which is read twice; a pipe cannot be drawn");
   }
   // A second recording given by mistake must not be overwritten with a picture.
-  if (fs::path(picture).extension() != ".png") {
-    return fail("the picture " + picture + " must be named *.png");
+  if (picture.extension() != ".png") {
+    return fail("the picture " + job->picture + " must be named *.png");
   }
-  std::error_code error;
-  if (fs::equivalent(options->in, picture, error)) {
-    return fail("IN and the picture are the same file: " + picture);
+  if (fs::equivalent(in, picture, error)) {
+    return fail("IN and the picture are the same file: " + job->picture);
   }
-  if (!find_scripts(&scripts) || !write_before(options, work / "before.wav")) {
+  if (fs::is_directory(picture, error)) {
+    return fail("the picture " + job->picture + " is a directory; name a file in it");
+  }
+  const bool there = fs::exists(picture, error);
+  return access(there ? picture.c_str() : directory.c_str(), W_OK) == 0 ||
+         fail("cannot write " + job->picture + ": " + strerror(errno));
+}
+
+static bool print_name(const plot_job *job) {
+  const bool seen = isatty(job->own_stdout) == 1;
+  const std::string line = (seen ? report_visible(job->picture) : job->picture) + "\n";
+  return process_write(job->own_stdout, line.data(), line.size()) ||
+         fail(std::string("writing the picture's name failed: ") + strerror(errno));
+}
+
+static bool run(plot_job *job) {
+  std::string scripts;
+  if (!check_places(job) || !drawing_find(&scripts)) {
     return false;
   }
-  enhance_figures figures = {};
-  enhance_options enhancing = *options;
-  enhancing.out = work / "after.wav";
-  enhancing.quiet = true;
-  return enhance_run(&enhancing, &figures) == 0 &&
-         draw(scripts, work, fs::path(options->in).filename().string(), picture);
+  job->before = open_temporary(job);
+  job->after = job->before == -1 ? -1 : open_temporary(job);
+  if (job->after == -1 || !read_sound(job) || !enhance_sound(job)) {
+    return false;
+  }
+  const std::string name = fs::path(job->options->in).filename().string();
+  return drawing_run(scripts, {{job->before, name}, {job->after, "enhanced"}}, job->picture) &&
+         print_name(job);
 }
 
 int plot_run(const enhance_options *options, const std::string &picture) {
-  std::error_code error;
-  const fs::path parent = fs::temp_directory_path(error);
-  std::string work = (parent / "se_bf-XXXXXX").string();
-  const std::string output =
-      picture.empty() ? fs::path(options->in).stem().string() + ".png" : picture;
-  if (error || mkdtemp(&work[0]) == nullptr) {
-    report_line(std::string("cannot make a directory for temporary files: ") + strerror(errno));
+  plot_job job = {};
+  job.options = options;
+  job.picture = picture.empty() ? fs::path(options->in).stem().string() + ".png" : picture;
+  job.parent = temporary_parent();
+  job.own_stdout = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (job.own_stdout == -1) {
+    report_line(std::string("standard output is not usable: ") + strerror(errno));
     return 1;
   }
-  const bool good = plot_in(options, work, output);
-  fs::remove_all(work, error);
+  process_catch_signals();
+  const bool good = run(&job);
+  if (!good && process_stopped()) {
+    process_die_of_signal();
+  }
   return good ? 0 : 1;
 }

@@ -2,23 +2,28 @@
 #include "report.h"
 
 #include <stdio.h>
+#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
 static constexpr double REDRAW_S = 0.1;  // between two drawings of the bar
-static constexpr int BAR_CELLS = 40;
+static constexpr size_t BAR_CELLS = 40;
+static constexpr size_t LEAST_CELLS = 4;  // a shorter bar tells less than the percentage alone
+static constexpr size_t SHARE_LEN = 5;    // characters of "100 %"
 static constexpr double NANOSECOND_S = 1e-9;
 static constexpr double PER_CENT = 100.0;
 static constexpr size_t NUMBER_TEXT_LEN = 64;  // characters of a formatted number, at most
+static constexpr unsigned char DELETE_CODE = 0x7f;
 static const char *const ERASE_LINE = "\r\033[K";
 
 struct progress_bar {
-  bool on;          // wanted, and standard error is a terminal
-  bool drawn;       // a bar stands in the current line
-  double drawn_at;  // read_clock() of the last drawing
+  bool on;           // wanted, and standard error is a terminal
+  bool drawn;        // a bar stands in the current line
+  double drawn_at;   // read_clock() of the last drawing
+  std::string task;  // that is shown beside it, with a space behind; may be empty
 };
 
-static progress_bar g_bar = {false, false, 0.0};
+static progress_bar g_bar = {false, false, 0.0, ""};
 
 static double read_clock(clockid_t clock) {
   timespec now = {};
@@ -33,13 +38,17 @@ static void erase_bar() {
   }
 }
 
-void report_line(const std::string &text) {
-  std::string line = "se_bf: " + text;
-  for (char &c : line) {
-    const bool control = static_cast<unsigned char>(c) < ' ';
+std::string report_visible(std::string text) {
+  for (char &c : text) {
+    const unsigned char code = static_cast<unsigned char>(c);
+    const bool control = code < ' ' || code == DELETE_CODE;
     c = control ? '?' : c;
   }
-  line += '\n';
+  return text;
+}
+
+void report_line(const std::string &text) {
+  const std::string line = report_visible("se_bf: " + text) + '\n';
   erase_bar();
   fputs(line.c_str(), stderr);
 }
@@ -48,13 +57,28 @@ void report_progress_on() {
   g_bar.on = isatty(STDERR_FILENO) == 1;
 }
 
-static std::string bar_text(double seconds, double total) {
-  const double share = seconds < total ? seconds / total : 1.0;
-  const int full = static_cast<int>(share * BAR_CELLS);
-  std::string text = "[";
-  text.append(static_cast<size_t>(full), '#');
-  text.append(static_cast<size_t>(BAR_CELLS - full), '.');
-  return text + "] " + report_number(share * PER_CENT, 0) + " %";
+void report_progress_task(const std::string &task) {
+  g_bar.task = task + " ";
+}
+
+// Characters that one line of the terminal holds without a break behind the last; 0: unknown.
+static size_t line_room() {
+  winsize size = {};
+  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? static_cast<size_t>(size.ws_col) - 1 : 0;
+}
+
+// The bar, as long as `room` allows; without room for one the percentage.
+static std::string bar_text(double share, size_t room) {
+  const std::string number = report_number(share * PER_CENT, 0) + " %";
+  const size_t around = g_bar.task.size() + sizeof "[] " - 1 + SHARE_LEN;
+  const size_t left = room > around ? room - around : 0;
+  const size_t cells = room == 0 || left > BAR_CELLS ? BAR_CELLS : left;
+  if (cells < LEAST_CELLS) {
+    return g_bar.task.size() + SHARE_LEN > room ? number : g_bar.task + number;
+  }
+  const size_t full = static_cast<size_t>(share * static_cast<double>(cells));
+  return g_bar.task + "[" + std::string(full, '#') + std::string(cells - full, '.') + "] " + number;
 }
 
 void report_progress(double seconds, double total) {
@@ -62,8 +86,12 @@ void report_progress(double seconds, double total) {
   if (!g_bar.on || (g_bar.drawn && now - g_bar.drawn_at < REDRAW_S)) {
     return;
   }
-  const std::string text =
-      total > 0.0 ? bar_text(seconds, total) : report_number(seconds, 1) + " s";
+  const size_t room = line_room();
+  std::string text = total > 0.0 ? bar_text(seconds < total ? seconds / total : 1.0, room)
+                                 : g_bar.task + report_number(seconds, 1) + " s";
+  if (room > 0 && text.size() > room) {
+    text.resize(room);
+  }
   fputs((ERASE_LINE + text).c_str(), stderr);
   fflush(stderr);
   g_bar.drawn = true;
@@ -73,6 +101,7 @@ void report_progress(double seconds, double total) {
 void report_progress_off() {
   erase_bar();
   g_bar.on = false;
+  g_bar.task.clear();
 }
 
 std::string report_number(double value, int decimals) {

@@ -4,14 +4,21 @@
 
 #include <string>
 
-// Prints "se_bf: <text>" as one line; control characters (in file names) are shown as '?'.
+// The text with '?' for control characters, which file names may bring to a terminal.
+std::string report_visible(std::string text);
+
+// Prints "se_bf: <text>" as one line, made visible as above.
 void report_line(const std::string &text);
 
 // Draws the progress bar from now on, if standard error is a terminal.
 void report_progress_on();
 
+// Names the work beside the bar, as "enhancing", until it is removed. Without a name there is none.
+void report_progress_task(const std::string &task);
+
 // Shows how far processing has come: `seconds` of audio done, of `total` (not above 0: unknown).
-// Redraws a few times a second at most.
+// Redraws a few times a second at most. The bar is as short as the terminal asks for; a very narrow
+// one shows the percentage alone.
 void report_progress(double seconds, double total);
 
 // Removes the bar.
