@@ -5,6 +5,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "plain_text.h"
+
 static constexpr double REDRAW_S = 0.1;  // between two drawings of the bar
 static constexpr int BAR_CELLS = 40;
 static constexpr double NANOSECOND_S = 1e-9;
@@ -34,12 +36,7 @@ static void erase_bar() {
 }
 
 void report_line(const std::string &text) {
-  std::string line = "se_bf: " + text;
-  for (char &c : line) {
-    const bool control = static_cast<unsigned char>(c) < ' ';
-    c = control ? '?' : c;
-  }
-  line += '\n';
+  const std::string line = "se_bf: " + text_harmless(text) + "\n";
   erase_bar();
   fputs(line.c_str(), stderr);
 }

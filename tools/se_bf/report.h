@@ -4,7 +4,7 @@
 
 #include <string>
 
-// Prints "se_bf: <text>" as one line; control characters (in file names) are shown as '?'.
+// Prints "se_bf: <text>" as one line; what may steer a terminal (in file names) is shown as '?'.
 void report_line(const std::string &text);
 
 // Draws the progress bar from now on, if standard error is a terminal.
