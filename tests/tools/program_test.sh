@@ -78,17 +78,13 @@ END
 ls -A | cmp - ../before
 [[ $(se_bf enhance --quiet dies.wav ../x.wav 2>&1) == *"e 0 is silent or 40 dB weaker from 3.00 s"*"resumed at "* ]]
 
-# Many files: each is enhanced once, failures do not stop the others, directories are left out.
-mkdir -p ../many/nested
+# Many files: failures do not stop the others.
+mkdir ../many
 cp in.wav cut.wav text.wav ../many
 cd ..
 se_bf enhance --out-dir new/out many --jobs 2 >table 2>said && exit 1
-[[ $(grep -c 'not searched\|cut off\|text.wav' said) == 3 && $(wc -l <said) == 3 ]]
+[[ $(grep -c 'cut off\|text.wav' said) == 2 && $(wc -l <said) == 2 ]]
 [[ $(grep -cE '^many/cut.wav .* cut off |^2 enhanced, 0 skipped, 1 failed$' table) == 2 ]]
-[[ $(ls -A new/out) == cut.wav$'\n'in.wav ]]
-touch -d 'next week' many/in.wav
-[[ $(se_bf enhance --out-dir new/out many/*t.wav many/in.wav 2>&1) == *" skipped"*" enhanced "*"1 failed" ]]
-se_bf enhance --out-dir new/out many/in.wav --overwrite | grep -q '^1 enhanced'
 
 # Interrupted in hours of silence, it leaves neither worker nor pieces of a file, and dies of it.
 printf '.snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x3e\x80\0\0\0\1' >long.au

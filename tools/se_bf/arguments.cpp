@@ -28,9 +28,11 @@ static const char *const ENHANCE_HELP =
     "converted). - is raw signed 16-bit little-endian PCM at 16 kHz on standard input or output:\n"
     "  arecord -t raw -f S16_LE -r 16000 | se_bf enhance - - | aplay -t raw -f S16_LE -r 16000\n"
     "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
-    "With --out-dir DIR every IN is a sound file or a directory of them; results take the same\n"
-    "names in DIR, and files are skipped whose result is there and not older. Directories within\n"
-    "directories are not searched.";
+    "With --out-dir DIR every IN is a sound file or a directory, which is searched with all that\n"
+    "is in it; results keep its tree and the names in DIR (n.mp3 and others that cannot be "
+    "written\n"
+    "become n.wav). DIR/se_bf-results.txt records what each result was made from: what is done is\n"
+    "skipped, what has changed is made anew, and a file made from anything else stays.";
 
 static const char *const PLOT_HELP =
     "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
@@ -103,7 +105,8 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
       ->check(CLI::Range(1, MAX_JOBS))
       ->needs(dir)
       ->type_name("N");
-  command->add_flag("--overwrite", batch->overwrite, "enhance files anew that are done")
+  command
+      ->add_flag("--overwrite", batch->overwrite, "make all results anew, whatever has their names")
       ->needs(dir);
   command->add_option("--raw-channels", options->raw_channels, "channels of raw PCM input")
       ->check(CLI::IsMember({1, 2}))

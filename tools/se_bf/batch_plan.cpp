@@ -2,75 +2,123 @@
 #include "batch_plan.h"
 
 #include <sndfile.h>
+#include <sys/stat.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <system_error>
+#include <unordered_map>
+#include <utility>
 
+#include "output_file.h"
 #include "report.h"
 #include "sound_format.h"
 
 namespace fs = std::filesystem;
+
+using file_id = std::pair<dev_t, ino_t>;
 
 static bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static bool list_directory(const std::string &directory, const std::string &out_dir,
-                           std::vector<std::string> *paths) {
-  std::error_code error;
-  std::vector<std::string> found;
-  size_t left_out = 0;
-  fs::directory_iterator entry(directory, error);
-  while (!error && entry != fs::directory_iterator()) {
-    std::error_code unknown;  // such a file cannot be enhanced either
-    const bool nested = entry->is_directory(unknown) && !fs::equivalent(*entry, out_dir, unknown);
-    left_out += nested ? 1 : 0;
-    if (sound_format_of(entry->path().string()) != nullptr && entry->is_regular_file(unknown)) {
-      found.push_back(entry->path().string());
+static void refuse(batch_file *file, const std::string &text) {
+  report_line(text);
+  file->state = BATCH_FAILED;
+}
+
+// The same name; a format that cannot be written becomes WAV.
+static std::string result_name(const std::string &name) {
+  return sound_format_of(name) != nullptr ? name
+                                          : fs::path(name).replace_extension(".wav").string();
+}
+
+// Every worker is a copy of this process: what is not needed any more is not kept.
+static bool place_results(batch_plan *plan, const std::string &out_dir) {
+  std::unordered_map<std::string, size_t> makers;
+  for (walk_file &file : plan->walk.files) {
+    const std::string name = result_name(file.name);
+    const std::string out = (fs::path(out_dir) / name).string();
+    const auto [maker, fresh] = makers.emplace(name, plan->files.size());
+    if (!fresh) {
+      return fail(plan->files[maker->second].place.in + " and " + file.path +
+                  " would both become " + out + "; enhance them into different directories");
     }
-    entry.increment(error);
+    plan->files.push_back({{std::move(file.path), name, out, ""}, 0.0, BATCH_WAITING, false});
   }
-  if (error) {
-    return fail("cannot list " + directory + ": " + error.message());
-  }
-  if (left_out > 0) {
-    report_line("directories in " + directory + " are not searched (there are " +
-                std::to_string(left_out) + "); name them as IN, too");
-  }
-  if (found.empty()) {
-    return fail("there are no sound files in " + directory + "; their names end with one of" +
-                sound_format_list());
-  }
-  std::sort(found.begin(), found.end());
-  paths->insert(paths->end(), found.begin(), found.end());
+  plan->walk.files = {};
   return true;
 }
 
-static bool list_places(const batch_options *options, std::vector<std::string> *paths) {
-  for (const std::string &place : options->places) {
-    std::error_code error;
-    if (place == "-") {
-      return fail("standard input has no name for a result; leave out --out-dir");
-    }
-    if (!fs::is_directory(place, error)) {
-      paths->push_back(place);
-    } else if (!list_directory(place, options->out_dir, paths)) {
-      return false;
+// No result may take the place of a recording. What is a link is judged as such.
+static void refuse_inputs(batch_plan *plan) {
+  std::map<file_id, std::string> inputs;
+  struct stat status = {};
+  for (const batch_file &file : plan->files) {
+    if (stat(file.place.in.c_str(), &status) == 0) {
+      inputs.emplace(file_id(status.st_dev, status.st_ino), file.place.in);
     }
   }
-  return true;
+  for (batch_file &file : plan->files) {
+    const bool there = lstat(file.place.out.c_str(), &status) == 0;
+    const auto input = there ? inputs.find(file_id(status.st_dev, status.st_ino)) : inputs.end();
+    if (input != inputs.end()) {
+      const bool itself = input->second == file.place.in;
+      refuse(&file, "the result of " + file.place.in + ", " + file.place.out + ", would replace " +
+                        (itself ? "it" : input->second) + "; give --out-dir another directory");
+    }
+  }
 }
 
-// The same name in the other directory; a format that cannot be written becomes WAV.
-static std::string result_of(const std::string &in, const std::string &directory) {
-  fs::path name = fs::path(in).filename();
-  if (sound_format_of(name.string()) == nullptr) {
-    name.replace_extension(".wav");
+// The first directory on the way from the folder of the results to one of them that is a link;
+// empty: none.
+static std::string link_above(const fs::path &out_dir, const fs::path &name) {
+  fs::path directory = out_dir;
+  for (const fs::path &step : name.parent_path()) {
+    std::error_code unknown;
+    directory /= step;
+    if (fs::is_symlink(directory, unknown)) {
+      return directory.string();
+    }
   }
-  return (fs::path(directory) / name).string();
+  return "";
+}
+
+static void refuse_linked_folders(batch_plan *plan, const std::string &out_dir) {
+  std::unordered_map<std::string, std::string> known;
+  for (batch_file &file : plan->files) {
+    const std::string folder = fs::path(file.place.name).parent_path().string();
+    const auto [found, fresh] = known.emplace(folder, "");
+    if (fresh) {
+      found->second = link_above(out_dir, file.place.name);
+    }
+    if (!found->second.empty() && file.state == BATCH_WAITING) {
+      refuse(&file, found->second + ", where the result of " + file.place.in +
+                        " would go, is a link; remove it, or give another --out-dir");
+    }
+  }
+}
+
+static void judge(batch_plan *plan, batch_file *file, const std::string &sound, bool overwrite) {
+  record_entry wanted;
+  record_entry made;
+  file->place.seen = result_seen(file->place.out);
+  if (!result_expect(&wanted, &file->place, sound)) {
+    return;  // its worker tells what is wrong
+  }
+  switch (result_judge(&plan->record, &file->place, &wanted, overwrite, &made)) {
+    case RESULT_REFUSED:
+      file->state = BATCH_FAILED;
+      break;
+    case RESULT_DONE:
+      file->state = BATCH_SKIPPED;
+      file->cut_off = made.cut_off;
+      break;
+    default:
+      break;
+  }
 }
 
 static double announced_duration(const std::string &path) {
@@ -85,34 +133,6 @@ static double announced_duration(const std::string &path) {
   }
   sf_close(file);
   return static_cast<double>(info.frames) / info.samplerate;
-}
-
-// Results appear under their names only when whole.
-static bool is_done(const std::string &in, const std::string &out) {
-  std::error_code error;
-  const fs::file_time_type made = fs::last_write_time(out, error);
-  if (error) {
-    return false;
-  }
-  const fs::file_time_type recorded = fs::last_write_time(in, error);
-  return !error && made >= recorded;
-}
-
-static bool check_results(const std::vector<batch_file> &files) {
-  std::map<std::string, std::string> makers;
-  for (const batch_file &file : files) {
-    std::error_code error;
-    if (fs::equivalent(file.in, file.out, error)) {
-      return fail("the result of " + file.in +
-                  " would replace it; give --out-dir another directory");
-    }
-    const auto [maker, fresh] = makers.emplace(file.out, file.in);
-    if (!fresh) {
-      return fail(maker->second + " and " + file.in + " would both become " + file.out +
-                  "; enhance them into different directories");
-    }
-  }
-  return true;
 }
 
 // One by one, so that the reason belongs to the directory that could not be made.
@@ -130,19 +150,40 @@ static bool make_directories(const fs::path &directory) {
   return true;
 }
 
-bool batch_list(const batch_options *options, std::vector<batch_file> *files) {
-  std::vector<std::string> paths;
-  if (!list_places(options, &paths)) {
+static bool prepare_folders(const batch_plan *plan, const std::string &out_dir) {
+  bool waiting = false;
+  std::set<std::string> folders = {out_dir};
+  for (const batch_file &file : plan->files) {
+    if (file.state == BATCH_WAITING) {
+      folders.insert(fs::path(file.place.out).parent_path().string());
+      waiting = true;
+    }
+  }
+  for (const std::string &folder : folders) {
+    if (!make_directories(folder)) {
+      return false;
+    }
+    output_file_remove_stale(folder);
+  }
+  return !waiting || record_is_usable(&plan->record);
+}
+
+bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options) {
+  if (!walk_places(&plan->walk, options->places, options->out_dir) ||
+      !place_results(plan, options->out_dir) || !record_load(&plan->record, options->out_dir)) {
     return false;
   }
-  if (!make_directories(options->out_dir)) {
-    return false;
+  record_shorten(&plan->record);
+  refuse_inputs(plan);
+  refuse_linked_folders(plan, options->out_dir);
+  const std::string sound = options_of_sound(scene);
+  for (batch_file &file : plan->files) {
+    if (file.state == BATCH_WAITING) {
+      judge(plan, &file, sound, options->overwrite);
+    }
+    file.duration_s = file.state == BATCH_WAITING ? announced_duration(file.place.in) : 0.0;
   }
-  for (const std::string &path : paths) {
-    const std::string out = result_of(path, options->out_dir);
-    const bool skipped = !options->overwrite && is_done(path, out);
-    files->push_back(
-        {path, out, announced_duration(path), skipped ? BATCH_SKIPPED : BATCH_WAITING, -1, -1, ""});
-  }
-  return check_results(*files);
+  plan->record.text = {};
+  plan->record.lines = {};
+  return prepare_folders(plan, options->out_dir);
 }

@@ -2,27 +2,38 @@
 #ifndef SE_BF_BATCH_PLAN_H
 #define SE_BF_BATCH_PLAN_H
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
+#include "batch_result.h"
+#include "batch_walk.h"
 #include "options.h"
 
-enum batch_state { BATCH_WAITING, BATCH_RUNNING, BATCH_DONE, BATCH_SKIPPED, BATCH_FAILED };
-
-struct batch_file {
-  std::string in;
-  std::string out;
-  double duration_s;  // as the file announces; 0 when it cannot be read
-  batch_state state;
-  pid_t worker;      // process that enhances it, while it runs
-  int text_fd;       // where the worker's messages come from, while it runs
-  std::string text;  // of them, what does not end a line yet
+enum batch_state {
+  BATCH_WAITING,
+  BATCH_RUNNING,
+  BATCH_DONE,
+  BATCH_SKIPPED,
+  BATCH_FAILED,
+  BATCH_INTERRUPTED
 };
 
-// Lists the files in the order given, those of a directory by name, and makes the directory of the
-// results. Returns false after one line on standard error.
-bool batch_list(const batch_options *options, std::vector<batch_file> *files);
+struct batch_file {
+  result_place place;
+  double duration_s;  // as the file announces; 0 when it cannot be read, or need not be
+  batch_state state;
+  bool cut_off;  // skipped, and the result is of a file that was cut off
+};
+
+struct batch_plan {
+  std::vector<batch_file> files;
+  batch_walk walk;
+  batch_record record;
+};
+
+// Lists the files in the order given, those of folders by name; finds out which are done (SKIPPED)
+// and which must not be (FAILED, after a line); makes the folders of the results and removes from
+// them what dead processes left behind. Returns false after one line when nothing can be done.
+bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options);
 
 #endif  // SE_BF_BATCH_PLAN_H

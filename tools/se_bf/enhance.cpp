@@ -10,6 +10,7 @@
 
 #include "audio_sink.h"
 #include "audio_source.h"
+#include "link_path.h"
 #include "process.h"
 #include "report.h"
 #include "se_bf_host.h"
@@ -37,6 +38,7 @@ struct enhance_job {
   audio_sink sink;
   host *engine;  // null: mode mono of one channel, which is copied
   enhance_figures *figures;
+  const output_naming *naming;
   int64_t samples_in;  // per channel, at 16 kHz
   int events;          // reported so far
   double started_at;   // report_processor_time()
@@ -197,7 +199,6 @@ static void keep_figures(enhance_job *job) {
   enhance_figures *figures = job->figures;
   figures->duration_s = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
   figures->computing_s = report_processor_time() - job->started_at;
-  figures->cut_off = is_cut_off(&job->source);
   job->mode.copy(figures->mode, MODE_TEXT_LEN - 1);
 }
 
@@ -238,11 +239,17 @@ static bool run(enhance_job *job, int raw_out) {
       !open_host(job)) {
     return false;
   }
+  job->sink.place.naming = job->naming;
+  if (job->naming == nullptr && !job->sink.place.in_place) {
+    output_file_remove_stale(link_folder(job->sink.place.path));
+  }
   if (!options->quiet) {
     report_progress_on();
   }
   job->started_at = report_processor_time();
-  const bool good = stream(job) && sink_finish(&job->sink, job->source.frames_read);
+  bool good = stream(job);
+  job->figures->cut_off = is_cut_off(&job->source);
+  good = good && sink_finish(&job->sink, job->source.frames_read);
   report_progress_off();
   keep_figures(job);
   if (good) {
@@ -254,7 +261,8 @@ static bool run(enhance_job *job, int raw_out) {
   return good;
 }
 
-int enhance_run(const enhance_options *options, enhance_figures *figures) {
+int enhance_run(const enhance_options *options, enhance_figures *figures,
+                const output_naming *naming) {
   // Descriptor 1 belongs to the audio; the library prints progress notes on it.
   const int raw_out = process_claim_stdout(options->verbose);
   if (raw_out == -1) {
@@ -265,6 +273,7 @@ int enhance_run(const enhance_options *options, enhance_figures *figures) {
   enhance_job job = {};
   job.options = options;
   job.figures = figures;
+  job.naming = naming;
   const bool good = run(&job, raw_out);
   host_destroy(job.engine);
   source_close(&job.source);

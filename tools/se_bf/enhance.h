@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "options.h"
+#include "output_file.h"
 
 constexpr size_t MODE_TEXT_LEN = 8;  // characters of a mode's name, at most
 
@@ -22,7 +23,10 @@ struct enhance_figures {
 };
 
 // Runs the subcommand on one file or stream and returns the exit status: 0, or 1 after one line on
-// standard error. When a signal ends the work the process dies of it, after cleaning up.
-int enhance_run(const enhance_options *options, enhance_figures *figures);
+// standard error. `naming` gives the output its name; null: it is renamed, and its directory
+// cleaned of what dead processes left there. When a signal ends the work the process dies of it,
+// after cleaning up.
+int enhance_run(const enhance_options *options, enhance_figures *figures,
+                const output_naming *naming = nullptr);
 
 #endif  // SE_BF_ENHANCE_H

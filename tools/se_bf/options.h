@@ -20,6 +20,9 @@ struct enhance_options {
   bool verbose = false;          // shows the library's notes
 };
 
+// The options that the sound of a result depends on, as one line: equal lines, equal sound.
+std::string options_of_sound(const enhance_options *options);
+
 struct batch_options {
   std::vector<std::string> places;  // IN and OUT, or sound files and directories of them
   std::string out_dir;              // where results go; empty: IN and OUT were given

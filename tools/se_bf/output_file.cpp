@@ -149,7 +149,6 @@ bool output_file_open(output_file *file, const std::string &extension) {
     file->fd = open(file->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
     return file->fd != -1 || fail("cannot write to " + file->name + ": " + strerror(errno));
   }
-  output_file_remove_stale(link_folder(file->path));
   return make_temp(file, extension) ||
          fail("cannot write to " + file->name + ": " + advice(file, errno));
 }
@@ -170,11 +169,16 @@ static bool sync_folder(const std::string &folder) {
   return synced;
 }
 
-// Puts the whole file under its name; its lock lasts until then. Returns false with errno set.
+// False with errno set, to 0 when the reason has been told.
+static bool give_name(const output_file *file) {
+  return file->naming != nullptr ? file->naming->rename(file->naming->user, file->temp, file->path)
+                                 : rename(file->temp.c_str(), file->path.c_str()) == 0;
+}
+
+// Puts the whole file under its name; its lock lasts until then. As give_name fails.
 static bool take_name(output_file *file) {
   file_rights_take_over(file->fd, file->path);
-  if (fsync(file->fd) != 0 || !close_at(&file->fd) ||
-      rename(file->temp.c_str(), file->path.c_str()) != 0) {
+  if (fsync(file->fd) != 0 || !close_at(&file->fd) || !give_name(file)) {
     return false;
   }
   file->temp.clear();
@@ -184,7 +188,7 @@ static bool take_name(output_file *file) {
 
 bool output_file_commit(output_file *file) {
   const bool good = file->temp.empty() ? close_at(&file->fd) : take_name(file);
-  return good || fail("writing " + file->name + " failed: " + strerror(errno));
+  return good || (errno != 0 && fail("writing " + file->name + " failed: " + strerror(errno)));
 }
 
 void output_file_abort(output_file *file) {

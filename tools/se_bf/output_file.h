@@ -7,6 +7,13 @@
 
 #include <string>
 
+// How a whole file gets its name when renaming alone will not do. `rename` returns false with errno
+// set, to 0 after a line of its own.
+struct output_naming {
+  bool (*rename)(void *user, const std::string &temp, const std::string &path);
+  void *user;
+};
+
 struct output_file {
   std::string name;       // as the user gave it, for messages
   std::string path;       // what takes the place of the name, behind all links
@@ -14,6 +21,7 @@ struct output_file {
   bool in_place = false;  // a device or a pipe
   int fd = -1;            // -1: none
   int lock = -1;          // another descriptor of `temp`, which keeps its lock; -1: none
+  const output_naming *naming = nullptr;  // null: it is renamed
 };
 
 // Finds out where `name` leads and whether it may be written. `in` is the path that is being read,
@@ -26,8 +34,7 @@ bool output_file_find(output_file *file, const std::string &name, const std::str
 bool output_file_adopt(output_file *file, int fd, const std::string &in);
 
 // Opens what was found: a new file beside the final path whose name ends with `extension`, or a
-// device. Removes what dead processes left behind there. On failure prints one line and returns
-// false.
+// device. On failure prints one line and returns false.
 bool output_file_open(output_file *file, const std::string &extension);
 
 // Stores what was written safely, closes it and gives it its name. A file that had the name hands

@@ -16,6 +16,7 @@
 #include "audio_source.h"
 #include "drawing.h"
 #include "enhance.h"
+#include "plain_text.h"
 #include "process.h"
 #include "report.h"
 #include "se_bf_host.h"
@@ -146,7 +147,7 @@ static bool check_places(const plot_job *job) {
 
 static bool print_name(const plot_job *job) {
   const bool seen = isatty(job->own_stdout) == 1;
-  const std::string line = (seen ? report_visible(job->picture) : job->picture) + "\n";
+  const std::string line = (seen ? text_harmless(job->picture) : job->picture) + "\n";
   return process_write(job->own_stdout, line.data(), line.size()) ||
          fail(std::string("writing the picture's name failed: ") + strerror(errno));
 }

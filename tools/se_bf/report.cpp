@@ -6,6 +6,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "plain_text.h"
+
 static constexpr double REDRAW_S = 0.1;  // between two drawings of the bar
 static constexpr size_t BAR_CELLS = 40;
 static constexpr size_t LEAST_CELLS = 4;  // a shorter bar tells less than the percentage alone
@@ -13,7 +15,6 @@ static constexpr size_t SHARE_LEN = 5;    // characters of "100 %"
 static constexpr double NANOSECOND_S = 1e-9;
 static constexpr double PER_CENT = 100.0;
 static constexpr size_t NUMBER_TEXT_LEN = 64;  // characters of a formatted number, at most
-static constexpr unsigned char DELETE_CODE = 0x7f;
 static const char *const ERASE_LINE = "\r\033[K";
 
 struct progress_bar {
@@ -38,17 +39,8 @@ static void erase_bar() {
   }
 }
 
-std::string report_visible(std::string text) {
-  for (char &c : text) {
-    const unsigned char code = static_cast<unsigned char>(c);
-    const bool control = code < ' ' || code == DELETE_CODE;
-    c = control ? '?' : c;
-  }
-  return text;
-}
-
 void report_line(const std::string &text) {
-  const std::string line = report_visible("se_bf: " + text) + '\n';
+  const std::string line = "se_bf: " + text_harmless(text) + "\n";
   erase_bar();
   fputs(line.c_str(), stderr);
 }

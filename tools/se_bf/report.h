@@ -4,10 +4,7 @@
 
 #include <string>
 
-// The text with '?' for control characters, which file names may bring to a terminal.
-std::string report_visible(std::string text);
-
-// Prints "se_bf: <text>" as one line, made visible as above.
+// Prints "se_bf: <text>" as one line; what may steer a terminal (in file names) is shown as '?'.
 void report_line(const std::string &text);
 
 // Draws the progress bar from now on, if standard error is a terminal.

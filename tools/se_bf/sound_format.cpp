@@ -14,9 +14,14 @@ static const sound_format FORMATS[] = {
     {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
 };
 
+// Formats that are read only. Extensions that other files have as well, as .mat, are not among
+// them.
+static const char *const READ_ONLY[] = {".mp3", ".mp2",  ".m1a", ".sph", ".nist", ".voc",
+                                        ".snd", ".aifc", ".avr", ".paf", ".sds",  ".svx"};
+
 static const char *const REASON_PREFIX = "Error : ";
 
-static std::string extension_of(const std::string &path) {
+std::string sound_extension(const std::string &path) {
   const size_t slash = path.rfind('/');
   const size_t dot = path.rfind('.');
   const bool none = dot == std::string::npos || (slash != std::string::npos && dot < slash);
@@ -24,13 +29,23 @@ static std::string extension_of(const std::string &path) {
 }
 
 const sound_format *sound_format_of(const std::string &path) {
-  const std::string extension = extension_of(path);
+  const std::string extension = sound_extension(path);
   for (const sound_format &known : FORMATS) {
     if (strcasecmp(known.extension, extension.c_str()) == 0) {
       return &known;
     }
   }
   return nullptr;
+}
+
+bool sound_format_is_known(const std::string &path) {
+  const std::string extension = sound_extension(path);
+  for (const char *known : READ_ONLY) {
+    if (strcasecmp(known, extension.c_str()) == 0) {
+      return true;
+    }
+  }
+  return sound_format_of(path) != nullptr;
 }
 
 std::string sound_format_list() {

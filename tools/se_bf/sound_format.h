@@ -12,7 +12,13 @@ struct sound_format {
 // The format that the extension of a path names, upper or lower case; null when it is not known.
 const sound_format *sound_format_of(const std::string &path);
 
-// All extensions, each behind a blank.
+// True when the extension is that of a sound file that can be read.
+bool sound_format_is_known(const std::string &path);
+
+// The extension of a path with its dot; empty when there is none.
+std::string sound_extension(const std::string &path);
+
+// All extensions that can be written, each behind a blank.
 std::string sound_format_list();
 
 // What libsndfile gives as the reason of a failure, without its "Error : " and final full stop.

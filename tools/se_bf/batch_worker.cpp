@@ -1,0 +1,94 @@
+// A worker process, which enhances one file of many.
+#include "batch_worker.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "process.h"
+#include "report.h"
+
+static constexpr size_t READ_BYTES = 4096;
+static constexpr char LINE_PREFIX[] = "se_bf: ";
+
+// In the worker: messages go to the pipe, and nothing is drawn.
+[[noreturn]] static void work(const worker_task *task, int text_fd) {
+  if (dup2(text_fd, STDERR_FILENO) == -1) {
+    _exit(1);
+  }
+  close(text_fd);
+  enhance_options options = *task->scene;
+  options.in = task->place->in;
+  options.out = task->place->out;
+  options.quiet = true;
+  result_claim claim = {task->place, task->record, &task->figures->cut_off, {}};
+  result_expect(&claim.entry, task->place, options_of_sound(task->scene));
+  const output_naming naming = {result_take_name, &claim};
+  _exit(enhance_run(&options, task->figures, &naming));
+}
+
+bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
+  int ends[2];
+  if (pipe(ends) != 0) {
+    return false;
+  }
+  const pid_t process = fork();
+  if (process == 0) {
+    // Descriptors are scarce where many workers run: the ends of the others' pipes are not kept.
+    for (const batch_worker &other : *workers) {
+      close(other.text_fd);
+    }
+    close(ends[0]);
+    work(task, ends[1]);
+  }
+  const int error = errno;
+  close(ends[1]);
+  if (process == -1) {
+    close(ends[0]);
+    errno = error;
+    return false;
+  }
+  workers->push_back({task->index, task->place->in, process, ends[0], ""});
+  return true;
+}
+
+static void show_lines(batch_worker *worker) {
+  size_t end = worker->text.find('\n');
+  while (end != std::string::npos) {
+    std::string line = worker->text.substr(0, end);
+    if (line.rfind(LINE_PREFIX, 0) == 0) {
+      line.erase(0, strlen(LINE_PREFIX));
+    }
+    report_line(worker->in + ": " + line);
+    worker->text.erase(0, end + 1);
+    end = worker->text.find('\n');
+  }
+}
+
+bool worker_listen(batch_worker *worker) {
+  char piece[READ_BYTES];
+  const ssize_t count = read(worker->text_fd, piece, sizeof piece);
+  if (count > 0) {
+    worker->text.append(piece, static_cast<size_t>(count));
+    show_lines(worker);
+  }
+  return count > 0 || (count < 0 && errno == EINTR);
+}
+
+batch_state worker_end(const batch_worker *worker) {
+  int status = 0;
+  while (waitpid(worker->process, &status, 0) == -1 && errno == EINTR) {
+  }
+  close(worker->text_fd);
+  if (WIFEXITED(status)) {
+    return WEXITSTATUS(status) == 0 ? BATCH_DONE : BATCH_FAILED;
+  }
+  const int number = WTERMSIG(status);
+  if (process_stopped() && (number == SIGINT || number == SIGTERM || number == SIGHUP)) {
+    return BATCH_INTERRUPTED;
+  }
+  report_line(worker->in + ": the worker process was killed by signal " + std::to_string(number));
+  return BATCH_FAILED;
+}

@@ -1,0 +1,24 @@
+// What the user asked for on the command line, as text.
+#include "options.h"
+
+#include <stdio.h>
+
+static constexpr size_t NUMBER_LEN = 32;  // characters of a number, at most
+
+// As short as it can be and still the same number.
+static std::string number(float value) {
+  char text[NUMBER_LEN];
+  snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
+  return text;
+}
+
+std::string options_of_sound(const enhance_options *options) {
+  std::string channels;
+  for (const size_t channel : options->channels) {
+    channels += (channels.empty() ? "" : ",") + std::to_string(channel);
+  }
+  return "mode " + (options->mode.empty() ? std::string("by channels") : options->mode) + ", hop " +
+         std::to_string(options->hop) + ", distance " + number(options->mic_distance_m) + ", doa " +
+         number(options->doa_deg) + ", gain " + number(options->gain_db) + ", channels " +
+         (channels.empty() ? "all" : channels) + (options->plain ? ", plain" : "");
+}

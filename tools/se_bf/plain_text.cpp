@@ -1,0 +1,98 @@
+// Names of files as text: harmless for a terminal, and on one line of a text file.
+#include "plain_text.h"
+
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+static constexpr size_t MAX_SEQUENCE = 4;  // bytes of a character in UTF-8
+static constexpr unsigned BITS_FOLLOWING = 6;
+static constexpr uint32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};  // of each length
+static constexpr uint32_t LAST_C1 = 0x9f;
+static constexpr uint32_t FIRST_SURROGATE = 0xd800;
+static constexpr uint32_t LAST_SURROGATE = 0xdfff;
+static constexpr uint32_t LAST_CHARACTER = 0x10ffff;
+static constexpr size_t ESCAPE_LEN = 4;  // characters of \xHH
+static constexpr int HEXADECIMAL = 16;
+
+static uint32_t byte_at(const std::string &text, size_t at) {
+  return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+}
+
+static bool is_following(uint32_t byte) {
+  return (byte & 0xc0) == 0x80;
+}
+
+// Bytes of the printable character at `at`, 0 when there is none.
+static size_t printable_length(const std::string &text, size_t at) {
+  const uint32_t first = byte_at(text, at);
+  if (first < 0x80) {
+    return first >= ' ' && first != 0x7f ? 1 : 0;
+  }
+  const size_t length = first < 0xc0   ? 0
+                        : first < 0xe0 ? 2
+                        : first < 0xf0 ? 3
+                        : first < 0xf8 ? MAX_SEQUENCE
+                                       : 0;
+  uint32_t code = first & (0xffu >> (length + 1));
+  for (size_t n = 1; n < length; ++n) {
+    const uint32_t byte = byte_at(text, at + n);
+    if (!is_following(byte)) {
+      return 0;
+    }
+    code = code << BITS_FOLLOWING | (byte & 0x3f);
+  }
+  const bool surrogate = code >= FIRST_SURROGATE && code <= LAST_SURROGATE;
+  const bool good = code >= SMALLEST[length] && code > LAST_C1 && code <= LAST_CHARACTER;
+  return good && !surrogate ? length : 0;
+}
+
+std::string text_harmless(const std::string &text) {
+  std::string harmless;
+  for (size_t at = 0; at < text.size();) {
+    const size_t length = printable_length(text, at);
+    harmless += length > 0 ? text.substr(at, length) : "?";
+    at += length > 0 ? length : 1;
+  }
+  return harmless;
+}
+
+size_t text_width(const std::string &text) {
+  size_t width = 0;
+  for (size_t at = 0; at < text.size(); ++at) {
+    width += is_following(byte_at(text, at)) ? 0 : 1;
+  }
+  return width;
+}
+
+std::string text_escape(const std::string &text) {
+  std::string escaped;
+  for (size_t at = 0; at < text.size();) {
+    const size_t length = printable_length(text, at);
+    if (length == 0 || text[at] == '\\' || (at == 0 && text[at] == '#')) {
+      char code[ESCAPE_LEN + 1];
+      snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(byte_at(text, at)));
+      escaped += code;
+      ++at;
+    } else {
+      escaped += text.substr(at, length);
+      at += length;
+    }
+  }
+  return escaped;
+}
+
+std::string text_unescape(const std::string &text) {
+  std::string plain;
+  for (size_t at = 0; at < text.size();) {
+    if (text[at] == '\\' && at + ESCAPE_LEN <= text.size()) {
+      const std::string code = text.substr(at + 2, 2);
+      plain += static_cast<char>(strtol(code.c_str(), nullptr, HEXADECIMAL));
+      at += ESCAPE_LEN;
+    } else {
+      plain += text[at];
+      ++at;
+    }
+  }
+  return plain;
+}
