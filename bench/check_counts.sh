@@ -1,33 +1,21 @@
 #!/usr/bin/env bash
-# Compares the instructions per frame of the three modes with bench/instruction_counts.txt and fails
-# when one has grown by more than 2 %.
-# Usage: bench/check_counts.sh [--write] [BUILD_DIR]
-#   --write   makes the current counts the committed ones
+# Compares the instructions per frame of the three modes with bench/figures.txt and fails when one has
+# grown by more than 2 %.
+# Usage: bench/check_counts.sh [BUILD_DIR]
 #   BUILD_DIR where the two libraries are built (build/counts)
 # The figures belong to one compiler: with another, or without valgrind, nothing is judged.
 set -euo pipefail
 # shellcheck source=bench/measure.sh
 source "$(dirname "${BASH_SOURCE[0]}")/measure.sh"
 
-readonly FIGURES=$root/bench/instruction_counts.txt
-readonly SECONDS_OF_AUDIO=6
 readonly TOLERATED_GROWTH_PERCENT=2
 
-write=false
-if [[ "${1:-}" == --write ]]; then
-  write=true
-  shift
-fi
 dir=${1:-$root/build/counts}
 
 if ! command -v valgrind >/dev/null; then
   echo "instruction counts: skipped, valgrind is missing"
   exit 0
 fi
-
-compiler=$(c++ -dumpfullversion 2>/dev/null || true)
-compiler="$(c++ --version | head -n 1 | cut -d' ' -f1) $compiler"
-[[ "$(uname -m)" == x86_64 ]] || compiler="$compiler on $(uname -m)"
 
 mkdir -p "$dir"
 build_library "$root" "$dir/baseline" -DTM_SE_BF_AVX2=OFF
@@ -36,38 +24,23 @@ variants=(baseline)
 if has_avx2; then
   build_library "$root" "$dir/avx2" -DTM_SE_BF_AVX2=ON
   variants+=(avx2)
-elif $write; then
-  fail "--write needs a processor with AVX2, for all rows"
 else
   echo "instruction counts: AVX2 rows skipped, this processor has no AVX2"
 fi
 
-committed() {
-  awk -v variant="$1" -v mode="$2" '$1 == variant && $2 == mode { print $3 }' "$FIGURES"
-}
-
 judged=true
-if ! $write && [[ "$(sed -n 's/^# compiler: //p' "$FIGURES")" != "$compiler" ]]; then
+if [[ "$(sed -n 's/^# compiler: //p' "$FIGURES")" != "$COMPILER" ]]; then
   judged=false
-  echo "instruction counts: not judged, the committed ones are of another compiler than $compiler"
+  echo "instruction counts: not judged, the committed ones are of another compiler than $COMPILER"
 fi
 
 status=0
 printf '%-9s %6s %10s %10s %8s\n' variant mode committed now growth
-if $write; then
-  {
-    echo "# Instructions per frame inside se_bf_do, hop 192, two channels; bench/check_counts.sh"
-    echo "# compiler: $compiler"
-  } >"$FIGURES"
-fi
 for variant in "${variants[@]}"; do
   for mode in 6000 6001 6002; do
-    now=$(per_frame "$dir/$variant" "$dir/run_stream" "$mode" "$SECONDS_OF_AUDIO" 192 2)
-    if $write; then
-      echo "$variant $mode $now" >>"$FIGURES"
-    fi
-    before=$(committed "$variant" "$mode")
-    [[ -n "$before" ]] || fail "$FIGURES has no line '$variant $mode'; run with --write"
+    now=$(per_frame "$dir/$variant" "$dir/run_stream" "$mode" 192 2)
+    before=$(awk -v name="instructions.$variant.$mode" '$1 == name { print $2 }' "$FIGURES")
+    [[ -n "$before" ]] || fail "$FIGURES has no line instructions.$variant.$mode"
     verdict=""
     if ((100 * now > (100 + TOLERATED_GROWTH_PERCENT) * before)); then
       verdict="  GROWN"
@@ -80,7 +53,7 @@ done
 
 if ((status != 0)); then
   echo "instruction counts: more than $TOLERATED_GROWTH_PERCENT % above the committed figures;" \
-    "speed it up, or commit new figures with bench/check_counts.sh --write and say why"
+    "speed it up, or commit new figures with bench/report.sh --write and say why"
 fi
 $judged || exit 0
 exit "$status"

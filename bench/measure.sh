@@ -1,10 +1,20 @@
 # shellcheck shell=bash
 # Functions that bench/report.sh and bench/check_counts.sh share: building the library of a tree and
 # counting instructions inside se_bf_do. Sourced; expects set -euo pipefail.
-# Sets: root, RECORDING (exported).
+# Sets: root, RECORDING (exported), FIGURES, COUNT_SECONDS, COMPILER.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export RECORDING=$root/src/conformance/pcm_in_multi.s16
+
+# The figures that pages quote, one a line: name, value, unit, command.
+# shellcheck disable=SC2034  # used by those who source this file
+readonly FIGURES=$root/bench/figures.txt
+
+# Seconds of audio of every instruction count: whole frames at all hops, and whole weight updates.
+readonly COUNT_SECONDS=12
+
+COMPILER="$(c++ --version | head -n 1 | cut -d' ' -f1) $(c++ -dumpfullversion 2>/dev/null || true)"
+[[ "$(uname -m)" == x86_64 ]] || COMPILER="$COMPILER on $(uname -m)"
 
 fail() {
   echo "$(basename "$0"): $*" >&2
@@ -41,13 +51,13 @@ in_library() {
     --toggle-collect=se_bf_do "$@" 2>&1 >/dev/null | awk '/Collected/ { print $4 }'
 }
 
-# per_frame LIBRARY_DIR DRIVER MODE SECONDS HOP CHANNELS: the difference of a run of twice SECONDS
-# and one of SECONDS, divided by the frames of SECONDS.
+# per_frame LIBRARY_DIR DRIVER MODE HOP CHANNELS: the difference of a run of twice COUNT_SECONDS and
+# one of COUNT_SECONDS, divided by the frames of COUNT_SECONDS.
 per_frame() {
-  local dir=$1 driver=$2 mode=$3 seconds=$4 hop=$5 channels=$6
+  local dir=$1 driver=$2 mode=$3 hop=$4 channels=$5
   local long short
-  short=$(in_library "$dir" "$driver" "$mode" "$seconds" "$hop" "$channels")
-  long=$(in_library "$dir" "$driver" "$mode" $((2 * seconds)) "$hop" "$channels")
+  short=$(in_library "$dir" "$driver" "$mode" "$COUNT_SECONDS" "$hop" "$channels")
+  long=$(in_library "$dir" "$driver" "$mode" $((2 * COUNT_SECONDS)) "$hop" "$channels")
   [[ -n "$short" && -n "$long" ]] || fail "callgrind gave no count for mode $mode"
-  echo $(((long - short) / (seconds * 16000 / hop)))
+  echo $(((long - short) / (COUNT_SECONDS * 16000 / hop)))
 }

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Prints what the library costs, as a table in Markdown, beside the goals: instructions, time ratios,
 # calls to the system, sizes, and other packaged libraries on the same recording.
-# Usage: bench/report.sh [--keep DIR] [OLD_COMMIT]
+# Usage: bench/report.sh [--write] [--keep DIR] [OLD_COMMIT]
 #   OLD_COMMIT  a second column for the library of that commit, measured by the same programs
+#   --write     makes the figures of this tree those that the pages have to quote, bench/figures.txt
 #   --keep DIR  build there and keep it (with callgrind's files) instead of in a temporary directory
 # Needs valgrind and a C++ compiler. Used where installed, named where missing: libbenchmark-dev,
 # libfftw3-dev, libkissfft-dev, libwebrtc-audio-processing-dev; for aarch64 the cross compiler and
@@ -11,13 +12,17 @@ set -euo pipefail
 # shellcheck source=bench/measure.sh
 source "$(dirname "${BASH_SOURCE[0]}")/measure.sh"
 
-readonly AUDIO_SECONDS=60 # counts: a run of twice as much less a run of this much
 readonly HOP=192
 readonly ARM_PREFIX=aarch64-linux-gnu
 readonly MODES="6000 6001 6002"
 
-declare -A value # "COLUMN KEY" -> figure
+declare -A value # "COLUMN NAME" -> figure
 
+write=false
+if [[ "${1:-}" == --write ]]; then
+  write=true
+  shift
+fi
 dir=""
 if [[ "${1:-}" == --keep ]]; then
   dir=${2:?--keep needs a directory}
@@ -49,13 +54,15 @@ short_ratio() {
 count_variant() {
   local column=$1 variant=$2 library=$dir/$1/$2 mode transforms total profile
   for mode in $MODES; do
-    value["$column $variant $mode"]=$(per_frame "$library" "$dir/run_stream" "$mode" \
-      "$AUDIO_SECONDS" "$HOP" 2)
+    value["$column instructions.$variant.$mode"]=$(per_frame "$library" "$dir/run_stream" "$mode" \
+      "$HOP" 2)
     profile=$dir/$column/$variant.$mode.callgrind
-    total=$(callgrind_file=$profile in_library "$library" "$dir/run_stream" "$mode" 12 "$HOP" 2)
+    total=$(callgrind_file=$profile in_library "$library" "$dir/run_stream" "$mode" \
+      "$COUNT_SECONDS" "$HOP" 2)
     transforms=$(callgrind_annotate --inclusive=yes --threshold=100 "$profile" |
       awk '/:spx_i?fft(_windowed)?\(/ { gsub(",", "", $1); sum += $1 } END { print sum }')
-    value["$column $variant share $mode"]=$(ratio "$total" "$transforms")
+    value["$column transforms.$variant.$mode"]=$((transforms / (COUNT_SECONDS * 16000 / HOP)))
+    value["$column share.$variant.$mode"]=$(ratio "$total" "$transforms")
   done
 }
 
@@ -68,7 +75,7 @@ worst_call() {
     --dump-after=se_bf_do --callgrind-out-file="$calls/call" "$dir/run_stream" "$mode" 24 "$HOP" 2 \
     >/dev/null 2>&1
   # The last file holds what follows the last call: nothing.
-  value["$column $variant worst $mode"]=$(grep -h '^totals: [1-9]' "$calls"/call.* |
+  value["$column worst.$variant.$mode"]=$(grep -h '^totals: [1-9]' "$calls"/call.* |
     awk '{ print $2 }' | sort -n | awk '{ count[NR] = $1 }
       END { low = count[int((NR + 1) / 2)]; high = count[int(NR / 2) + 1]
             printf "%.3f", count[NR] / ((low + high) / 2) }')
@@ -84,7 +91,7 @@ arm_run() {
 
 # count_arm COLUMN: as per_frame, less the share of the caller, which qemu cannot leave out.
 count_arm() {
-  local library=$dir/$1/arm seconds=12 mode caller=0 count short long
+  local library=$dir/$1/arm seconds=$COUNT_SECONDS mode caller=0 count short long
   for mode in 0 $MODES; do
     short=$(arm_run "$library" "$mode" "$seconds")
     long=$(arm_run "$library" "$mode" $((2 * seconds)))
@@ -96,7 +103,7 @@ count_arm() {
     if [[ $mode == 0 ]]; then
       caller=$count
     else
-      value["$1 aarch64 $mode"]=$((count - caller))
+      value["$1 instructions.aarch64.$mode"]=$((count - caller))
     fi
   done
 }
@@ -105,11 +112,11 @@ count_arm() {
 measure_silence() {
   local mode cost
   while read -r _ mode cost; do
-    value["$1 silence ${mode%:}"]=${cost##*worst }
+    value["$1 silence.${mode%:}"]=${cost##*worst }
   done < <(LD_LIBRARY_PATH=$dir/$1/avx2 "$dir/silence_cost" 2>&1 >/dev/null)
   [[ -x $dir/denormal_count ]] || return 0
   for mode in 6001 6002; do
-    value["$1 denormal $mode"]=$(LD_LIBRARY_PATH=$dir/$1/avx2 "$dir/denormal_count" "$mode" \
+    value["$1 denormals.$mode"]=$(LD_LIBRARY_PATH=$dir/$1/avx2 "$dir/denormal_count" "$mode" \
       2>&1 >/dev/null | sed 's/.*worst //')
   done
 }
@@ -118,26 +125,55 @@ measure_silence() {
 measure_system() {
   local mode
   for mode in $MODES; do
-    value["$1 system $mode"]=$(LD_LIBRARY_PATH=$dir/$1/avx2 "$dir/quiet_calls" "$mode" \
+    value["$1 system.$mode"]=$(LD_LIBRARY_PATH=$dir/$1/avx2 "$dir/quiet_calls" "$mode" \
       2>&1 >/dev/null | awk '{ print $4 + $6 + $8 }')
   done
 }
 
-# measure_sizes COLUMN TREE: .text of both builds, and the pool by configuration.
+# measure_sizes COLUMN TREE: sections of the file, the pool by configuration, and the stack.
 measure_sizes() {
   local objects=$dir/$1/avx2/CMakeFiles/tm_se_bf_objects.dir
-  value["$1 text baseline"]=$(text_size "$dir/$1/baseline/libtm_se_bf.so")
-  value["$1 text avx2"]=$(text_size "$dir/$1/avx2/libtm_se_bf.so")
+  local library=$dir/$1/avx2/libtm_se_bf.so baseline=$dir/$1/baseline
+  value["$1 text.baseline"]=$(section_size "$baseline/libtm_se_bf.so" .text)
+  value["$1 text.default"]=$(section_size "$library" .text)
+  value["$1 text.vector"]=$(code_of "$baseline" q31_vector)
+  value["$1 text.scalar"]=$(code_of "$baseline" 'q31_cfft|q31_rfft')
+  value["$1 constants"]=$(section_size "$library" .rodata)
+  value["$1 static"]=$(section_size "$library" .bss)
+  value["$1 static.pool"]=$(variable_size "$library" kStaticMemory)
+  value["$1 static.self_test"]=$(variable_size "$library" 'buff_(out|in_last)')
+  value["$1 constants.self_test"]=$(cat "$2"/src/conformance/*.s16 | wc -c)
   find "$objects" -name '*.o' -print0 | xargs -0 c++ -std=c++17 -O2 -I"$2/include" -I"$2/src" \
-    -I"$root/bench" "$root/bench/memory_use.cpp" -lm -o "$dir/$1/memory_use" || return 0
-  local hop channels bytes
-  while read -r _ hop _ channels bytes _; do
-    value["$1 pool $hop ${channels%:}"]=$bytes
-  done < <("$dir/$1/memory_use" 2>&1 >/dev/null)
+    -I"$root/bench" "$root/bench/memory_use.cpp" -Wl,-z,now -lm -o "$dir/$1/memory_use" || return 0
+  local what figure
+  while read -r what figure; do
+    value["$1 $what"]=$figure
+  done < <("$dir/$1/memory_use" 2>&1 >/dev/null | grep -E "^(pool|stack)\.")
 }
 
-text_size() {
-  size -A "$1" | awk '$1 == ".text" { print $2 }'
+# section_size LIBRARY SECTION
+section_size() {
+  size -A "$1" | awk -v name="$2" '$1 == name { print $2 }'
+}
+
+# variable_size LIBRARY PATTERN: bytes of the variables, added up.
+variable_size() {
+  nm -S "$1" | awk -v name="[0-9]($2)E?\$" '$4 ~ name { print $2 }' | sum_hex
+}
+
+# code_of BUILD_DIR MODULES: bytes of code in the modules of src/spectral whose names begin so.
+code_of() {
+  find "$1/CMakeFiles/tm_se_bf_objects.dir/src/spectral" -regextype egrep -regex ".*/($2)[^/]*\.o" \
+    -exec readelf -SW {} + |
+    sed -nE 's/.* \.text\S* +PROGBITS +\S+ \S+ (\S+) .*/\1/p' | sum_hex
+}
+
+sum_hex() {
+  local sum=0 size
+  while read -r size; do
+    sum=$((sum + 16#$size))
+  done
+  echo "$sum"
 }
 
 # measure_transforms COLUMN TREE: time of the pair at N = 256 over that of other libraries, all in
@@ -166,7 +202,7 @@ measure_transforms() {
   local n other
   for n in 256 512; do
     for other in fftw kiss; do
-      value["$1 pair $other $n"]=$(short_ratio "$(pair_time "$1" library $n)" \
+      value["$1 pair.$other.$n"]=$(short_ratio "$(pair_time "$1" library $n)" \
         "$(pair_time "$1" $other $n)")
     done
   done
@@ -237,14 +273,14 @@ build_drivers() {
   cc -O2 -shared -fPIC "$root/bench/qemu_count.c" -o "$dir/qemu_count.so"
 }
 
-# row LABEL KEY FIRST_GOAL STRETCH_GOAL
+# row LABEL NAME FIRST_GOAL STRETCH_GOAL
 row() {
-  local label=$1 key=$2 goal=$3 stretch=$4 column line verdict="" figure
+  local label=$1 name=$2 goal=$3 stretch=$4 column line verdict="" figure
   line="| $label |"
   for column in "${columns[@]}"; do
-    line+=" ${value["$column $key"]:--} |"
+    line+=" ${value["$column $name"]:--} |"
   done
-  figure=${value["current $key"]:--}
+  figure=${value["current $name"]:--}
   if [[ "$goal" != - && "$figure" != - ]]; then
     verdict=$(awk -v f="$figure" -v g="$goal" -v s="$stretch" 'BEGIN {
       if (s != "-" && f + 0 <= s + 0) print "stretch"
@@ -254,14 +290,14 @@ row() {
   echo "$line $goal | $stretch | $verdict |"
 }
 
-# rows LABEL KEY_PREFIX "GOALS" "STRETCH GOALS": one row for each of the three modes.
+# rows LABEL NAME_PREFIX "GOALS" "STRETCH GOALS": one row for each of the three modes.
 rows() {
   local goals stretches modes index
   read -ra modes <<<"$MODES"
   read -ra goals <<<"$3"
   read -ra stretches <<<"$4"
   for index in 0 1 2; do
-    row "$1, mode ${modes[index]}" "$2 ${modes[index]}" "${goals[index]}" "${stretches[index]}"
+    row "$1, mode ${modes[index]}" "$2.${modes[index]}" "${goals[index]}" "${stretches[index]}"
   done
 }
 
@@ -273,27 +309,51 @@ print_table() {
   done
   echo "$header goal | stretch | |"
   echo "$line---|---|---|"
-  rows "instructions per frame, x86-64 baseline" baseline "36000 42000 66000" "30000 34000 52000"
-  rows "instructions per frame, AVX2" avx2 "13000 15000 24000" "9500 10500 17000"
-  rows "instructions per frame, aarch64" aarch64 "32000 36000 56000" "26000 29000 45000"
-  row "transform pair N = 256 over FFTW, time" "pair fftw 256" 2.0 1.5
-  row "transform pair N = 512 over FFTW, time" "pair fftw 512" - -
-  row "transform pair N = 256 over KissFFT, time" "pair kiss 256" - -
-  rows "mode over its own transforms, baseline" "baseline share" "1.15 1.3 1.4" "- - -"
-  rows "mode over its own transforms, AVX2" "avx2 share" "1.15 1.3 1.4" "- - -"
-  row "worst call over median, baseline, mode 6001" "baseline worst 6001" 1.10 1.05
-  row "worst call over median, baseline, mode 6002" "baseline worst 6002" 1.10 1.05
-  row "worst call over median, AVX2, mode 6002" "avx2 worst 6002" 1.10 1.05
+  rows "instructions per frame, x86-64 baseline" instructions.baseline "36000 42000 66000" "30000 34000 52000"
+  rows "instructions per frame, AVX2" instructions.avx2 "13000 15000 24000" "9500 10500 17000"
+  rows "instructions per frame, aarch64" instructions.aarch64 "32000 36000 56000" "26000 29000 45000"
+  row "transform pair N = 256 over FFTW, time" pair.fftw.256 2.0 1.5
+  row "transform pair N = 512 over FFTW, time" pair.fftw.512 - -
+  row "transform pair N = 256 over KissFFT, time" pair.kiss.256 - -
+  rows "mode over its own transforms, baseline" share.baseline "1.15 1.3 1.4" "- - -"
+  rows "mode over its own transforms, AVX2" share.avx2 "1.15 1.3 1.4" "- - -"
+  row "worst call over median, baseline, mode 6001" worst.baseline.6001 1.10 1.05
+  row "worst call over median, baseline, mode 6002" worst.baseline.6002 1.10 1.05
+  row "worst call over median, AVX2, mode 6002" worst.avx2.6002 1.10 1.05
   rows "digital silence after speech over speech, time" silence "1.5 1.5 1.5" "1.0 1.0 1.0"
-  row "operations on denormals per frame of it, mode 6001" "denormal 6001" - -
-  row "operations on denormals per frame of it, mode 6002" "denormal 6002" - -
+  row "operations on denormals per frame of it, mode 6001" denormals.6001 - -
+  row "operations on denormals per frame of it, mode 6002" denormals.6002 - -
   rows "heap calls, system calls and page faults after the first call" system "0 0 0" "0 0 0"
-  row ".text, baseline build, bytes" "text baseline" 33000 24000
-  row ".text, default build, bytes" "text avx2" - -
+  row ".text, baseline build, bytes" text.baseline 33000 24000
+  row ".text, default build, bytes" text.default - -
   local hop channels
   for hop in 160 192 320; do
     for channels in 1 2; do
-      row "pool bytes, hop $hop, $channels channel(s)" "pool $hop $channels" - -
+      row "pool bytes, hop $hop, $channels channel(s)" "pool.hop$hop.channels$channels" - -
+    done
+  done
+}
+
+# growth_name MODE HOP CHANNELS: of a baseline count, which may be one of those above.
+growth_name() {
+  if [[ $2 == "$HOP" && $3 == 2 ]]; then
+    echo "instructions.baseline.$1"
+  else
+    echo "growth.$1.hop$2.channels$3"
+  fi
+}
+
+# count_growth: baseline counts by hop and channels; with one channel only mode 6001 runs.
+count_growth() {
+  local hop channels mode name
+  for hop in 160 192 320; do
+    for channels in 1 2; do
+      for mode in $MODES; do
+        name="current $(growth_name "$mode" "$hop" "$channels")"
+        [[ ($channels == 1 && $mode != 6001) || -n ${value[$name]:-} ]] && continue
+        value[$name]=$(per_frame "$dir/current/baseline" "$dir/run_stream" "$mode" "$hop" \
+          "$channels")
+      done
     done
   done
 }
@@ -306,33 +366,58 @@ print_growth() {
     for channels in 1 2; do
       local line="| $hop | $channels |"
       for mode in $MODES; do
-        if [[ $channels == 1 && $mode != 6001 ]]; then
-          line+=" - |"
-          continue
-        fi
-        line+=" $(per_frame "$dir/current/baseline" "$dir/run_stream" "$mode" 12 "$hop" \
-          "$channels") |"
+        line+=" ${value["current $(growth_name "$mode" "$hop" "$channels")"]:--} |"
       done
       echo "$line"
     done
   done
 }
 
-print_others() {
+count_others() {
   if ! pkg-config --exists webrtc-audio-processing; then
-    echo "WebRTC: skipped, libwebrtc-audio-processing-dev is missing"
+    note "WebRTC: skipped, libwebrtc-audio-processing-dev is missing"
     return 0
   fi
-  local flags
+  local flags caller
   read -ra flags < <(pkg-config --cflags --libs webrtc-audio-processing)
   c++ -std=c++17 -O2 "$root/bench/webrtc_stream.cpp" "${flags[@]}" -o "$dir/webrtc_stream"
-  local caller
   caller=$(count_webrtc caller)
-  echo "WebRTC noise suppression alone, one channel: $(($(count_webrtc ns) - caller))"
-  echo "WebRTC two-microphone beamformer and noise suppression: $(($(count_webrtc beamformer) - caller))"
+  value["current webrtc.suppression"]=$(($(count_webrtc ns) - caller))
+  value["current webrtc.beamformer"]=$(($(count_webrtc beamformer) - caller))
+}
+
+# unit NAME: unit and command, as they stand in the file of figures.
+unit() {
+  case $1 in
+    instructions.aarch64.*) echo "instructions per frame: bench/report.sh, qemu" ;;
+    instructions.*) echo "instructions per frame: bench/check_counts.sh, callgrind" ;;
+    growth.* | transforms.* | webrtc.*) echo "instructions per frame: bench/report.sh, callgrind" ;;
+    share.* | worst.*) echo "ratio of instructions: bench/report.sh, callgrind" ;;
+    pair.* | silence.*) echo "ratio of times: bench/report.sh" ;;
+    denormals.*) echo "operations per frame: bench/report.sh, denormal_count" ;;
+    system.*) echo "calls and faults: bench/report.sh, quiet_calls" ;;
+    pool.* | stack.*) echo "bytes: bench/report.sh, memory_use" ;;
+    static.* | constants.*) echo "bytes: nm -S libtm_se_bf.so, and the files" ;;
+    *) echo "bytes: size -A libtm_se_bf.so" ;;
+  esac
+}
+
+write_figures() {
+  local key name
+  {
+    echo "# Figures that the pages quote: name, value, unit, command. Written by bench/report.sh --write."
+    echo "# x86-64 unless said, hop $HOP, two channels, 960 samples a call, $COUNT_SECONDS s of audio"
+    echo "# compiler: $COMPILER"
+    for key in "${!value[@]}"; do
+      name=${key#current }
+      [[ $name == "$key" ]] || echo "$name ${value[$key]} $(unit "$name")"
+    done | LC_ALL=C sort -V
+  } >"$FIGURES"
 }
 
 measure_column current "$root"
+count_growth
+count_others
 if [[ -n "$old_commit" ]]; then
   columns+=("$old_commit")
   mkdir -p "$dir/old"
@@ -352,4 +437,7 @@ print_growth
 echo
 echo "Other libraries, instructions for the audio of one frame ($HOP samples), baseline x86-64"
 echo
-print_others
+echo "WebRTC noise suppression alone, one channel: ${value["current webrtc.suppression"]:--}"
+echo "WebRTC two-microphone beamformer and noise suppression: ${value["current webrtc.beamformer"]:--}"
+$write || exit 0
+write_figures

@@ -5,37 +5,54 @@
  * samples at a fixed latency. All of its memory comes from one static pool inside the library.
  *
  * @par Calling order
- *   se_bf_create -> se_bf_init (once) -> se_bf_do (any number of times) -> se_bf_destroy;
- *   se_bf_change_mode may be called between two calls of se_bf_do.
+ * se_bf_create -> se_bf_init (once) -> se_bf_do (any number of times) -> se_bf_destroy;
+ * se_bf_change_mode may be called between two calls of se_bf_do.
  *
  * @par Block size
- *   se_bf_do consumes and produces `samples_per_call` samples per channel: a positive multiple of
- *   320 (20 ms). Call with 320: the dead-microphone levels move once a call, so a failing
- * microphone is noticed after about 44 calls, which are 0.9 s with blocks of 320 but 7 s with
- * blocks of 2560.
+ * se_bf_do consumes and produces `samples_per_call` samples per channel: a positive multiple of
+ * 320 (20 ms). Call with 320: the dead-microphone levels move once a call, so a failing microphone
+ * is noticed after about 44 calls, which are 0.9 s with blocks of 320 but 7 s with blocks of 2560.
  *
  * @par Latency
- *   se_bf_init returns N/2 + (320 - L) for hop L and FFT length N (256 for L = 192). The signal
+ * se_bf_init returns N/2 + (320 - L) for hop L and FFT length N (256 for L = 192). The signal
  * itself is delayed by (N - L) + (320 - L): 192 samples for L = 192, 256 for 160, 192 for 320.
  * Align by the latter. Mode SE_BF_MODE_MONO has no delay.
  *
  * @par Memory and instances
- *   The pool holds 102400 bytes and one instance: se_bf_destroy, and a se_bf_create that fails,
- *   empty the whole pool and so invalidate every instance in the process. Nothing is allocated
- * while processing. One process runs one instance at a time; create, init, destroy, in this order.
+ * The pool holds 102400 bytes. Nothing is allocated while processing. se_bf_destroy of any handle
+ * but null, and a se_bf_create with a channel count other than 1 or 2, empty the whole pool: every
+ * instance of the process is dead from then on. One process runs one instance at a time; create,
+ * init, destroy, in this order.
+ *
+ * @par Null and dead handles
+ * A dead handle is one whose instance was destroyed or lost with the pool. Every function tells it,
+ * and null, from a live one without reading through it, until a new instance takes its place: that
+ * may get the same address. Such calls do nothing but what is said at each function. Their messages
+ * are one line on standard error; se_bf_do and se_bf_change_mode say each of theirs once until an
+ * instance is next made.
  *
  * @par Threads
- *   Nothing is locked. All calls of a process come from one thread at a time.
+ * Nothing is locked. All calls of a process come from one thread at a time.
+ *
+ * @par Floating point
+ * The calling thread rounds to nearest and has no floating-point traps enabled: other roundings
+ * change the output, and traps end the process. Flushing denormals to zero changes no bit as long
+ * as the mode stays; after a change from SE_BF_MODE_OMLSA to SE_BF_MODE_MVDR it may.
+ *
+ * @par Standard output
+ * The library writes notes and the self-test's report to standard output. Do not let another file
+ * take descriptor 1 after closing it: the notes would land in that file.
  *
  * @par Microphone faults
- *   A dead microphone is repaired in the call's input, and the instance analyses channel 0 only
- * from then on. Silence in both channels at the start counts as a fault, and so do exactly equal
- * levels: always for identical channels, and by chance, once in hours, for well-matched
- * microphones. Destroy and create the instance anew to beamform again.
+ * A dead microphone is repaired in the call's input, and the instance analyses channel 0 only from
+ * then on. Silence in both channels at the start counts as a fault, and so do exactly equal levels:
+ * always for identical channels, and by chance, once in hours, for well-matched microphones.
+ * Destroy and create the instance anew to beamform again; the levels belong to the process and
+ * stay.
  *
  * @par Refused configurations
- *   Supported hops are 160, 192 and 320. What cannot be streamed is named on standard error, and
- *   se_bf_do then writes silence. Progress notes of the library appear on standard output.
+ * Supported hops are 160, 192 and 320. What cannot be streamed is named on standard error, and
+ * se_bf_do then writes silence.
  *
  * @par Example
  * @code{.c}
@@ -72,7 +89,7 @@ extern "C" {
 #endif
 
 /** Processing modes. Any other value passes channel 0 through the block buffer, delayed by 320 - L.
- */
+ * Of a mode only the low 16 bits count: 65536 more is the same mode. */
 enum {
   SE_BF_MODE_MEAN = 6000,  /**< mean of the channels, through analysis and synthesis unchanged */
   SE_BF_MODE_OMLSA = 6001, /**< mean of the channels, noise suppressed */
@@ -89,7 +106,8 @@ typedef struct se_bf_create_param {
   int16_t num_ch_in;
   /** Samples per channel of one se_bf_do call: a positive multiple of 320. */
   int32_t samples_per_call;
-  /** Analysis hop in samples: 160, 192 or 320; below 1 selects 192. */
+  /** Analysis hop in samples: 160, 192 or 320; below 1 selects 192. From 1 up only the low 16 bits
+   * count: 65536 + 160 is 160, but 65536 is a refused hop of 0. */
   int32_t hop_len;
 } se_bf_create_param;
 
@@ -105,26 +123,36 @@ typedef struct se_bf_init_param {
   float doa;
 } se_bf_init_param;
 
-/** Makes an instance. Returns null, after a message on standard output, when the channel count is
- * not 1 or 2 (this empties the pool); returns null when the pool cannot hold the instance record.
- */
+/** Makes an instance. Returns null and a message in three cases:
+ * - the channel count is not 1 or 2: on standard output; this empties the pool;
+ * - the pool cannot hold the instance record: on standard error; the pool stays as it is;
+ * - `param` is null: on standard error; the pool stays as it is.
+ *
+ * An instance whose record fits but not the rest is returned; se_bf_init then refuses it. */
 SE_BF_API se_bf_inst *se_bf_create(const se_bf_create_param *param);
 
-/** Sets mode and geometry and returns the nominal latency in samples (see Latency above), or 0 when
- * `param` is null. Says on standard error what cannot be streamed and what to do about it. */
+/** Sets mode and geometry and returns the nominal latency in samples (see Latency above). Says on
+ * standard error what cannot be streamed and what to do about it. Null `param`, or a null or dead
+ * `inst`: returns 0, changes nothing, and says so on standard error each time. */
 SE_BF_API int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param);
 
-/** Processes one block and returns `samples_per_call`.
+/** Processes one block and returns `samples_per_call`, also where it writes silence.
  * out: samples_per_call mono samples. in: samples_per_call * num_ch_in interleaved samples, channel
- * 0 first; one channel of it is overwritten with the other when a microphone is found dead. */
+ * 0 first; one channel of it is overwritten with the other when a microphone is found dead.
+ *
+ * Null `out` or `in`: does nothing, returns `samples_per_call` and says so (once). Null or dead
+ * `inst`: does nothing, returns 0 and says so (once); a loop that counts the returned samples up
+ * must stop at 0. */
 SE_BF_API int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in);
 
 /** Changes the mode of a two-channel instance from the next se_bf_do on; a one-channel instance
- * stays in SE_BF_MODE_OMLSA. An instance that was initialised in a mono mode (MEAN, OMLSA) goes on
- * to analyse channel 0 only: initialise in SE_BF_MODE_MVDR to be able to beamform later. */
+ * stays in SE_BF_MODE_OMLSA without a message. An instance that was initialised in a mono mode
+ * (MEAN, OMLSA) goes on to analyse channel 0 only: initialise in SE_BF_MODE_MVDR to be able to
+ * beamform later. Null or dead `inst`: does nothing and says so (once). */
 SE_BF_API void se_bf_change_mode(se_bf_inst *inst, int32_t mode);
 
-/** Releases the instance and with it the whole pool. Null is accepted. */
+/** Releases the instance and with it the whole pool. Null does nothing. A dead handle empties the
+ * pool without a message, and a live instance in it is lost. */
 SE_BF_API void se_bf_destroy(se_bf_inst *inst);
 
 /** Version of the library as text: "1.3.5". */
@@ -132,8 +160,13 @@ SE_BF_API const char *se_bf_get_version(void);
 
 /** Runs the stored two-channel recording through a fresh instance and prints timing and similarity
  * to the stored reference on standard output; destroys every other instance of the process.
- * se_type: "bf_mean", "bf_omlsa", "bf_mvdr" or "bf_mono"; hop_len as in se_bf_create_param.
- * Returns the number of characters of the last printed line; it gives no verdict. */
+ * se_type: "bf_mean", "bf_omlsa", "bf_mvdr" or "bf_mono"; any other text, or null, runs mode 0.
+ * hop_len: as in se_bf_create_param. Returns the number of characters of the last printed line; it
+ * gives no verdict.
+ *
+ * The test starts from the microphone levels that the process has reached. After loud calls with a
+ * dead microphone its first call can count as a fault, and the similarity of "bf_mvdr" then falls
+ * below 0.8 on a sound library: run it before other calls, or in a process of its own. */
 SE_BF_API int32_t se_bf_conformance_test(const char *se_type, int32_t hop_len);
 
 #ifdef __cplusplus

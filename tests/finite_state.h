@@ -25,7 +25,6 @@ inline bool state_is_finite(const se_bf_inst *inst) {
   }
   return finite && is_finite(mcra->min_buf->base, kCircularRows * bins) &&
          is_finite(blocks, kBlockFloats * mvdr_block_count(bins)) &&
-         is_finite(inst->frame, inst->num_ch_in * inst->hop_len) &&
          is_finite(inst->spectrum, inst->num_ch_in * stft->fft_len) &&
          is_finite(stft->history, inst->num_ch_in * stft->fft_len) &&
          is_finite(stft->ola_tail, stft->overlap) &&

@@ -16,7 +16,8 @@
 int32_t bf_conformance_test(const char *se_type, int32_t hop_len);
 
 // Similarity of two signals of n samples: the normalised cross-correlation at lag zero, 1 for
-// identical and negative for inverted signals. Writes the mean squares to pwr_x and pwr_y.
+// identical and negative for inverted signals, not a number beside silence. A null y is silence.
+// Writes the mean squares to pwr_x and pwr_y.
 float conform_analysis_on_bf_output(const int16_t *x, const int16_t *y, int32_t n, float *pwr_x,
                                     float *pwr_y);
 

@@ -112,13 +112,13 @@ void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode, float *out) {
 
 int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
   if (!se_bf_instance_alive(inst)) {
-    tamrin_warning("se_bf_do: no such instance; call se_bf_create and se_bf_init first");
+    stream_check_mistake(DO_WITHOUT_INSTANCE);
     return 0;
   }
   int32_t mode = inst->mode;
   const int32_t total = inst->samples_per_call;
   if (out == nullptr || in == nullptr) {
-    tamrin_warning("se_bf_do: pass both an output and an input buffer; nothing was done");
+    stream_check_mistake(DO_WITHOUT_BUFFER);
     return total;
   }
   if (mode == SE_BF_MODE_MONO) {

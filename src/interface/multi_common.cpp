@@ -53,7 +53,8 @@ SE_BF_VECTOR_CLONES void filter_and_sum(float *__restrict x0, const float *__res
       const float b = first[2 * i + 1];
       const float c = second[2 * i];
       const float d = second[2 * i + 1];
-      // The sums start from zero in the literature; that could only turn -0 into 0.
+      // w^H x is a sum over the microphones. It starts with its first term, not with 0: the two
+      // differ only in the sign of a zero, which the inverse transform drops.
       first[2 * i] = (w[0].re[i] * a + w[0].im[i] * b) + (w[1].re[i] * c + w[1].im[i] * d);
       first[2 * i + 1] = (w[0].re[i] * b - a * w[0].im[i]) + (w[1].re[i] * d - c * w[1].im[i]);
     }
@@ -84,10 +85,10 @@ void power_above_noise(float *power, const float *noise, int32_t bins) {
   subtract_noise(power, noise, bins);
 }
 
-void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n) {
+void mul_amp_real_gain(float *spectrum, const float *gain, int32_t count, int32_t n) {
   const int16_t bins = static_cast<int16_t>(n / 2 + 1);
   for (int32_t s = 0; s < count; ++s) {
-    float *one = spec + s * n;
+    float *one = spectrum + s * n;
     const float nyquist = one[1] * gain[bins - 1];
     scale_entries(one, gain, bins - 1);
     one[1] = nyquist;

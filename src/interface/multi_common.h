@@ -17,7 +17,7 @@ void power_above_noise(float *power, const float *noise, int32_t bins);
 
 // Multiplies `count` packed spectra, back to back with a stride of n floats, in place by a real
 // gain of n/2 + 1 floats; phases are kept. Does nothing for count < 1.
-void mul_amp_real_gain(float *spec, const float *gain, int32_t count, int32_t n);
+void mul_amp_real_gain(float *spectrum, const float *gain, int32_t count, int32_t n);
 
 // Filter-and-sum beamformer y = w^H x per bin (Van Veen and Buckley, "Beamforming: a versatile
 // approach to spatial filtering", 1988). spectrum: [C][N] packed spectra, N a multiple of

@@ -115,6 +115,7 @@ bool se_bf_instance_alive(const se_bf_inst *inst) {
 
 se_bf_inst *se_bf_create(const se_bf_create_param *param) {
   if (param == nullptr) {
+    tamrin_warning("se_bf_create: param is null, no instance was made; pass the sizes");
     return nullptr;
   }
   se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc(sizeof(se_bf_inst)));
@@ -140,11 +141,13 @@ se_bf_inst *se_bf_create(const se_bf_create_param *param) {
   inst->num_ch_in = param->num_ch_in;
   inst->update_interval = kUpdateInterval;
   create_members(inst, fft_len);
+  stream_check_new_instance();
   return inst;
 }
 
 int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
   if (param == nullptr) {
+    tamrin_warning("se_bf_init: param is null, nothing was changed; pass mode and geometry");
     return 0;
   }
   if (!se_bf_instance_alive(inst)) {
@@ -168,8 +171,12 @@ int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
 }
 
 void se_bf_change_mode(se_bf_inst *inst, int32_t mode) {
+  if (!se_bf_instance_alive(inst)) {
+    stream_check_mistake(CHANGE_MODE_WITHOUT_INSTANCE);
+    return;
+  }
   // The STFT's channel count stays as it is, deliberately: see init_mode.
-  if (se_bf_instance_alive(inst) && inst->num_ch_in != 1) {
+  if (inst->num_ch_in != 1) {
     inst->mode = static_cast<int16_t>(mode);
   }
 }

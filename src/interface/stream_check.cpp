@@ -10,6 +10,21 @@ constexpr int32_t kSupportedHops[] = {160, 192, 320};
 // Repeats a sample every 79 blocks and fills the output store after some 50 s.
 constexpr int32_t kLossyHop = 159;
 
+// The mistakes that were told since an instance was made; of the process, for a call without an
+// instance has none to keep it.
+uint32_t told_mistakes = 0;
+
+const char *mistake_text(call_mistake mistake) {
+  switch (mistake) {
+    case DO_WITHOUT_INSTANCE:
+      return "se_bf_do: no such instance; call se_bf_create and se_bf_init first";
+    case DO_WITHOUT_BUFFER:
+      return "se_bf_do: pass both an output and an input buffer; nothing was done";
+    default:
+      return "se_bf_change_mode: no such instance; call se_bf_create and se_bf_init first";
+  }
+}
+
 bool supported_hop(int32_t hop_len) {
   for (const int32_t supported : kSupportedHops) {
     if (hop_len == supported) {
@@ -32,6 +47,17 @@ bool complete(const se_bf_inst *inst) {
 }
 
 }  // namespace
+
+void stream_check_mistake(call_mistake mistake) {
+  if ((told_mistakes & mistake) == 0) {
+    told_mistakes |= mistake;
+    tamrin_warning(mistake_text(mistake));
+  }
+}
+
+void stream_check_new_instance() {
+  told_mistakes = 0;
+}
 
 int32_t stream_check_config(const se_bf_inst *inst) {
   if (inst->hop_len == kLossyHop) {

@@ -1,4 +1,4 @@
-// Which configurations se_bf_do can stream, and the message and silence for the others.
+// Which configurations and calls se_bf_do can stream, and the message and silence for the others.
 //
 // Hops of 106 and less would never finish a block, others overrun or underfill the output store, a
 // call length that is no multiple of the block would run past the caller's buffers, and an instance
@@ -9,6 +9,19 @@
 #include <cstdint>
 
 #include "interface/se_bf_instance.h"
+
+// Mistakes of calls that a host makes many times a second.
+enum call_mistake : uint32_t {
+  DO_WITHOUT_INSTANCE = 1,
+  DO_WITHOUT_BUFFER = 2,
+  CHANGE_MODE_WITHOUT_INSTANCE = 4,
+};
+
+// Says on standard error what is wrong with a call, once until stream_check_new_instance.
+void stream_check_mistake(call_mistake mistake);
+
+// An instance was made: its host is told of mistakes afresh.
+void stream_check_new_instance();
 
 // Judges a freshly initialised instance: SE_BF_STREAM_READY, or SE_BF_STREAM_REFUSED after saying
 // on standard error what is wrong and what to do. A hop of 159 samples is let through with a

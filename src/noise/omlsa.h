@@ -1,11 +1,11 @@
 // Single-channel gain rules and the state that they carry from frame to frame.
 //
 // do_ss, the square-root Wiener gain, is what the processing paths use. do_omlsa and do_mmse_map
-// are alternatives of the same interface for hosts that build on the modules. Vectors have K
-// floats, one per bin: pwr the noisy power, noise the noise power estimate, prob the
-// speech-presence probability; all three are read only. Each rule returns the state's `gain`, valid
-// until the next call, and returns it unchanged when K < 1. Noise estimates that are not
-// above 1.19e-6 count as 1.19e-6.
+// are alternatives of the same interface that no mode uses: the linker leaves them out of the
+// shared library, and the tests alone call them. Vectors have K floats, one per bin: pwr the noisy
+// power, noise the noise power estimate, prob the speech-presence probability; all three are read
+// only. Each rule returns the state's `gain`, valid until the next call, and returns it unchanged
+// when K < 1. Noise estimates that are not above 1.19e-6 count as 1.19e-6.
 #ifndef TM_SE_BF_NOISE_OMLSA_H
 #define TM_SE_BF_NOISE_OMLSA_H
 

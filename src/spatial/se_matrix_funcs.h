@@ -19,7 +19,7 @@ struct cmat {
 };
 #pragma pack(pop)
 
-// Upper limit of normalised dot products that count as orthogonal; carried for users of the module.
+// Upper limit of normalised dot products that count as orthogonal; read by nothing.
 extern const float kMaxDotProduct;
 
 // sum of conj(a_i) b_i over n entries; the first one is always taken.
@@ -28,7 +28,7 @@ se_complex ConjugateDotProduct(const se_complex *a, const se_complex *b, int32_t
 // sum of |x_i|^2 over n entries; the first one is always taken.
 float SumSquares(const se_complex *x, int32_t n);
 
-// Euclidean norm: the sum in single, the root in double precision. x is not modified.
+// Euclidean norm, the square root of SumSquares. x is not modified.
 float Norm_Vector(const se_complex *x, int32_t n);
 
 // out[i n + j] = x_i conj(x_j) for all i, j < n: the outer product x x^H.

@@ -45,6 +45,15 @@ SONAME libtm_se_bf.so.1' \
     s/^ *(GNU_STACK) .* ([RWE]+) +0x.*/\1 \2/p
     s/^ *LOAD .* RWE .*/writable code/p')"
 
+# Runs of 16 bytes; the longest run that a table needs is 128 bytes.
+readonly longest_run=16
+read -r offset size < <("$readelf" -SW "$library" |
+  sed -nE 's/.* \.rodata +PROGBITS +[0-9a-f]+ ([0-9a-f]+) ([0-9a-f]+) .*/\1 \2/p')
+expect 'constants hold no array of zeros' '' \
+  "$(od -An -v -tx1 -w16 -j $((16#$offset)) -N $((16#$size)) "$library" |
+    awk -v longest="$longest_run" '{ zeros = /[1-9a-f]/ ? 0 : zeros + 1 }
+      zeros == longest + 1 { print "zeros near byte " 16 * NR }')"
+
 # It rounds once instead of twice. Names of x86, aarch64, arm and s390x; fnmul and vmla are not fused.
 fused='vfn?m(add|sub)[a-z0-9]*|fn?m(add|sub|la|ls|lal|lsl|ad|sb)|fcmla'
 fused+='|vfn?m[as](\.[a-z0-9]+)+|m[as][ed]br?|[vw]fn?m[as][sd]b'

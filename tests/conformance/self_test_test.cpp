@@ -4,7 +4,7 @@
 #include <regex>
 #include <utility>
 
-#include "tm_se_bf.h"
+#include "stream_run.h"
 
 namespace {
 
@@ -31,6 +31,16 @@ TEST(SelfTest, PrintsItsReportLineForLine) {
               found.str(2) == "bf_mvdr" && (hop == 192 || hop == 0));
   }
   EXPECT_STREQ(se_bf_get_version(), "1.3.5");
+}
+
+TEST(SelfTest, StartsFromTheMicrophoneLevelsOfTheProcess) {
+  const pcm loud = to_words({white_noise(7, 4 * kSecond, 20000.0), wave(4 * kSecond)});
+  run_stream({2, 2560, 192, SE_BF_MODE_MVDR}, loud);
+  testing::internal::CaptureStdout();
+  se_bf_conformance_test("bf_mvdr", 192);
+  const std::string text = testing::internal::GetCapturedStdout();
+  const double similarity = std::stod(text.substr(text.rfind("similarity=") + 11));
+  EXPECT_TRUE(similarity > 0.5 && similarity < 0.8) << text;
 }
 
 }  // namespace
