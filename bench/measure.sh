@@ -29,8 +29,8 @@ has_avx2() {
 build_library() {
   local tree=$1 dir=$2
   shift 2
-  if ! cmake -S "$tree" -B "$dir" -DCMAKE_BUILD_TYPE=Release -DTM_SE_BF_BUILD_TESTS=OFF \
-    -DTM_SE_BF_BUILD_TOOLS=OFF "$@" >"$dir.log" 2>&1 ||
+  if ! cmake -S "$tree" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DTM_SE_BF_BUILD_TESTS=OFF -DTM_SE_BF_BUILD_TOOLS=OFF "$@" >"$dir.log" 2>&1 ||
     ! cmake --build "$dir" -j "$(nproc)" --target tm_se_bf >>"$dir.log" 2>&1; then
     tail -n 20 "$dir.log" >&2
     fail "the library of $tree does not build; see above"

@@ -5,7 +5,8 @@ set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tm_se_bf)
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(generated ${CMAKE_CURRENT_BINARY_DIR}/install)
 
-install(TARGETS tm_se_bf EXPORT tm_se_bf-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tm_se_bf EXPORT tm_se_bf-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES include/tm_se_bf.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(EXPORT tm_se_bf-targets NAMESPACE tm_se_bf:: DESTINATION ${config_dir})

@@ -2,9 +2,11 @@
 # Builds the Debian packages from a copy of the sources and has lintian look at them.
 #
 # packaging/build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]
-# The packages appear in DIRECTORY. For another architecture (arm64, armhf) all of them are
-# cross-built in a temporary Debian root of that suite, which gets the sound libraries of the
-# architecture, and the self-test runs there in emulation: this machine stays as it is.
+# The packages appear in DIRECTORY, those of another architecture in DIRECTORY/ARCHITECTURE, and
+# debugging symbols in a folder debug beside them: DIRECTORY/*.deb is what this machine can install.
+# For another architecture (arm64, armhf) all of them are cross-built in a temporary Debian root of
+# that suite, which gets the sound libraries of the architecture, and the self-test runs there in
+# emulation: this machine stays as it is.
 # Needs tools/packages.sh build tool plugin package; for another architecture only package, the
 # network, and root or user namespaces.
 set -euo pipefail
@@ -13,6 +15,7 @@ native=$(dpkg --print-architecture)
 architecture=${2:-$native}
 suite=${3:-bookworm}
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+[[ $architecture == "$native" ]] || directory+=/$architecture
 work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_packages.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 source=tm-se-bf-1.3.5
@@ -36,7 +39,7 @@ build_in_root() {
     --customize-hook="copy-out /build $work/made" "$suite" /dev/null
 }
 
-mkdir -p "$work/build/$source" "$work/made" "$directory"
+mkdir -p "$work/build/$source" "$work/made" "$directory/debug"
 tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins src tools |
   tar -x -C "$work/build/$source"
 mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
@@ -47,6 +50,10 @@ else
   build_in_root >"$log" 2>&1
 fi || { tail -n 40 "$log" >&2; exit 1; }
 made=$(find "$work" -name '*.changes')
-lintian --fail-on error,warning "$made"
-cp "$(dirname "$made")"/*.deb "$directory"
+as_root=()
+[[ $EUID -ne 0 ]] || as_root=(--allow-root)
+lintian "${as_root[@]}" --display-info --pedantic --fail-on error,warning,info,pedantic "$made"
+rm -f "$directory"{,/debug}/{libtm-se-bf,tm-se-bf}*_"$architecture".deb  # of an earlier version
+find "$(dirname "$made")" -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$directory" {} +
+find "$(dirname "$made")" -name '*-dbgsym_*.deb' -exec cp -t "$directory/debug" {} +
 ls "$directory"

@@ -14,7 +14,7 @@ declare -rA GROUPS_OF_PACKAGES=(
 gstreamer1.0-plugins-good gstreamer1.0-tools ladspa-sdk libspa-0.2-modules parallel pipewire \
 pipewire-bin sox wireplumber"
   [package]="debhelper dpkg-dev fakeroot lintian mandoc mmdebstrap"
-  [ci]="clang clang-format clang-tidy binutils libclang-rt-14-dev"
+  [ci]="clang clang-format clang-tidy binutils g++-11 libclang-rt-14-dev"
   [cross]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest"
   [cross-s390x]="g++-s390x-linux-gnu qemu-user googletest"
   [abi]="abigail-tools"
@@ -39,14 +39,22 @@ is_installed() {
   [[ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" == installed ]]
 }
 
+# as_root COMMAND...: apt-get fails with 100, so status 1 is sudo's own.
 as_root() {
-  if [[ $EUID -eq 0 ]]; then
-    "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
-  else
-    fail "not root and no sudo; as root run: apt-get install ${missing[*]}"
+  local status=0
+  "${sudo[@]}" "$@" || status=$?
+  if [[ $status -eq 1 && ${#sudo[@]} -gt 0 ]]; then
+    fail "sudo refused, see above; whoever administers this machine runs, as root: $BY_HAND"
   fi
+  return $status
+}
+
+# Names those of the missing packages that apt has never heard of.
+unknown_packages() {
+  local package
+  for package in "${missing[@]}"; do
+    apt-cache show "$package" >/dev/null 2>&1 || echo -n " $package"
+  done
 }
 
 if [[ $# -eq 0 ]]; then
@@ -76,7 +84,24 @@ if [[ ${#missing[@]} -eq 0 ]]; then
   exit 0
 fi
 
+readonly INSTALL="apt-get install --no-install-recommends"
+readonly BY_HAND="apt-get update && $INSTALL ${missing[*]}" AGAIN="then run again: tools/packages.sh $*"
+sudo=()
+if [[ $(id -u) -ne 0 ]]; then
+  command -v sudo >/dev/null || fail "Debian packages are missing, and only root may install them" \
+    "(there is no sudo here); run as root: $BY_HAND"
+  sudo=(sudo)
+fi
+
 echo "packages.sh: installing ${missing[*]}" >&2
-as_root apt-get -qq update || fail "apt-get update failed; is the network reachable?"
-as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y install --no-install-recommends \
-  "${missing[@]}" >/dev/null || fail "apt-get install ${missing[*]} failed; see above"
+# What apt knew before an update that fails may do.
+updated=yes
+as_root apt-get -qq -o APT::Update::Error-Mode=any update || updated=no
+if ! as_root env DEBIAN_FRONTEND=noninteractive $INSTALL -qq -y "${missing[@]}" >/dev/null; then
+  [[ $updated == yes ]] || fail "apt-get update failed, see above; mend the network or the lines in" \
+    "/etc/apt/sources.list that it names, $AGAIN"
+  unknown=$(unknown_packages)
+  [[ -z "$unknown" ]] || fail "apt does not know$unknown; add Debian's \"main\" or Ubuntu's \"universe\"" \
+    "to /etc/apt/sources.list, $AGAIN"
+  fail "apt-get install failed; mend what it says above, $AGAIN"
+fi

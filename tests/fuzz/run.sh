@@ -7,7 +7,7 @@ seconds=${1:-60}
 build=${2:-build/fuzz}
 targets=(fuzz_api fuzz_transform fuzz_tool)
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_C_COMPILER=clang -DTM_SE_BF_BUILD_FUZZERS=ON -DTM_SE_BF_BUILD_TESTS=OFF \
   -DTM_SE_BF_SANITIZE=fuzzer-no-link,address,undefined,float-cast-overflow >/dev/null
 cmake --build "$build" --parallel "$(nproc)" --target "${targets[@]}" >/dev/null

@@ -1,17 +1,21 @@
 #!/usr/bin/env bash
 # Builds the examples outside the tree against the installed library and runs them on the recording.
-# examples_test.sh [BUILD]: BUILD is installed below an empty prefix first.
+# examples_test.sh [BUILD GENERATOR]: BUILD is installed below an empty prefix first. Without them, Ninja
+# builds, which tools/packages.sh installs.
 source "$(dirname "$0")/../scratch.sh"
-if [[ $# == 1 ]]; then
+static=
+if [[ $# == 2 ]]; then
   cmake --install "$1" --prefix "$work/prefix" >log
-  libdir=$(dirname "$(find "$work/prefix" -name libtm_se_bf.so)")
+  library=$(find "$work/prefix" -name 'libtm_se_bf.so' -o -name 'libtm_se_bf.a')
+  libdir=${library%/*}
+  [[ $library != *.a ]] || static=--static
   export CMAKE_PREFIX_PATH=$work/prefix LD_LIBRARY_PATH=$libdir PKG_CONFIG_PATH=$libdir/pkgconfig
 fi
 
 cp -r "$top/examples" examples
-cmake -S examples -B found -DCMAKE_C_FLAGS=-Werror >>log
+cmake -S examples -B found -G "${2:-Ninja}" -DCMAKE_C_FLAGS=-Werror >>log
 cmake --build found >>log
-read -ra flags <<<"$(pkg-config --cflags --libs 'tm_se_bf = 1.3.5')"
+read -ra flags <<<"$(pkg-config $static --cflags --libs 'tm_se_bf = 1.3.5')"
 "${CC:-cc}" -std=c99 -Wall -Wextra -pedantic -Werror examples/minimal.c "${flags[@]}" -o configured
 
 for minimal in ./configured found/minimal; do

@@ -5,8 +5,7 @@
 packages=$(realpath "$1")
 source "$(dirname "$0")/../scratch.sh"
 cp -r "$top"/{README.md,docs,examples,src,tests,tools} .
-mkdir packages
-cp "$packages"/*_"$(dpkg --print-architecture)".deb packages
+cp -r "$packages" packages
 mmdebstrap --quiet --variant=apt --format=null --customize-hook="copy-in $work /" \
   --customize-hook="chroot \"\$1\" env -C /${work##*/} bash tests/packaging/clean_root.sh" \
   "${2:-bookworm}" /dev/null

@@ -36,21 +36,18 @@ test_ladspa-sdk() {
   same_bits $((FRAMES - LATENCY))
 }
 
-# The lines of the plug-ins' page. SoX makes up for the latency and loses some samples at the end.
+# The lines of the plug-ins' page lose no sample and add none.
 test_documented() {
   need ffmpeg sox gst-launch-1.0
   reference --mic-distance 0.06 --doa 30
-  local start delay length line
-  while read -r start delay length; do
+  local start line
+  for start in ffmpeg gst-launch-1.0 LADSPA_PATH=; do
     line=$(grep "^$start" "$top/docs/plugins.md")
     rm -f out.wav
     eval "${line/LADSPA_PATH=\/usr\/lib\/ladspa/}" </dev/null
-    $compare out.wav 0.9999 0.1 "$delay" "$length"
-  done <<END
-ffmpeg $LATENCY $FRAMES
-gst-launch-1.0 $LATENCY $FRAMES
-LADSPA_PATH= 0 any
-END
+    sox -D out.wav -t raw got.raw
+    cmp got.raw reference.raw
+  done
 }
 
 # use_alsa CONFIGURATION: besides it, there is a PCM `recording` that plays in.raw, then silence.
