@@ -1,7 +1,7 @@
 // How much sound the header of a file promises, where the file may hold less.
 #include "promised_length.h"
 
-#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <string>
@@ -11,6 +11,7 @@ static constexpr int64_t UNKNOWN_SIZES[][2] = {{INT64_C(0x7ff00000), INT64_C(0x8
                                                {INT64_C(0xfff00000), INT64_C(0x100100000)}};
 static constexpr int64_t LARGEST_SIZE = INT64_C(1) << 60;  // any above is no size
 static constexpr size_t TEXT_HEADER_BYTES = 1024;
+static const char *const TEXT_COUNT = "\nsample_count -i ";
 static constexpr size_t MPEG_TAG_BYTES = 10;      // head of the tag in front of an MPEG stream
 static constexpr size_t MPEG_FRAME_BYTES = 192;   // of the first frame, where its count may stand
 static constexpr uint8_t MPEG_SIZE_DIGIT = 0x7f;  // seven bits of a byte count
@@ -99,10 +100,9 @@ static int64_t promised_in(const sound_bytes *bytes, const SF_INFO *info, const 
 static int64_t promised_in_text(const sound_bytes *bytes) {
   char text[TEXT_HEADER_BYTES + 1] = {};
   sound_bytes_peek(bytes, 0, text, TEXT_HEADER_BYTES);
-  long long count = PROMISED_NOTHING;
-  const char *found = strstr(text, "\nsample_count ");
-  const bool told = found != nullptr && sscanf(found, " sample_count -i %18lld", &count) == 1;
-  return told ? count : PROMISED_NOTHING;
+  const char *found = strstr(text, TEXT_COUNT);
+  const int64_t count = found == nullptr ? 0 : strtoll(found + strlen(TEXT_COUNT), nullptr, 10);
+  return count > 0 && count < LARGEST_SIZE ? count : PROMISED_NOTHING;
 }
 
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
