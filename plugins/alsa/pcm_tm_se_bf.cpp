@@ -138,6 +138,13 @@ static int read_number(const snd_config_t *entry, float low, float high, const c
   return 0;
 }
 
+static int read_direction(const snd_config_t *entry, float *doa) {
+  const char *const wanted = "from -180 to 180 degrees, or -200: unknown";
+  const int error = read_number(entry, PLUGIN_NO_ANGLE, PLUGIN_MAX_ANGLE, wanted, doa);
+  const bool between = *doa > PLUGIN_NO_ANGLE && *doa < -PLUGIN_MAX_ANGLE;
+  return error == 0 && between ? wrong("doa", wanted) : error;
+}
+
 static int read_shield(const snd_config_t *entry, bool *plain) {
   const int shield = snd_config_get_bool(entry);
   if (shield < 0) {
@@ -161,8 +168,7 @@ static int read_entry(snd_config_t *entry, const char *id, plugin_scene *scene,
                        &scene->mic_distance);
   }
   if (strcmp(id, "doa") == 0) {
-    return read_number(entry, -PLUGIN_MAX_ANGLE, PLUGIN_MAX_ANGLE, "from -180 to 180 degrees",
-                       &scene->doa);
+    return read_direction(entry, &scene->doa);
   }
   if (strcmp(id, "shield") == 0) {
     return read_shield(entry, &scene->plain);
@@ -174,7 +180,7 @@ static int read_entry(snd_config_t *entry, const char *id, plugin_scene *scene,
 static int read_config(snd_config_t *conf, plugin_scene *scene, snd_config_t **slave) {
   snd_config_iterator_t at = nullptr;
   snd_config_iterator_t next = nullptr;
-  *scene = {SE_BF_MODE_MVDR, 0.0f, 0.0f, true};
+  *scene = {SE_BF_MODE_MVDR, 0.0f, PLUGIN_NO_ANGLE, true};
   *slave = nullptr;
   snd_config_for_each(at, next, conf) {
     snd_config_t *entry = snd_config_iterator_entry(at);
@@ -185,6 +191,11 @@ static int read_config(snd_config_t *conf, plugin_scene *scene, snd_config_t **s
     if (error < 0) {
       return error;
     }
+  }
+  if (scene->mic_distance > 0.0f && scene->doa < -PLUGIN_MAX_ANGLE) {
+    return wrong("doa (DOA)",
+                 "given with mic_distance (DISTANCE): the direction of the talker in degrees, 90 "
+                 "for in front");
   }
   return *slave != nullptr ? 0 : wrong("slave", "given: the two microphones");
 }

@@ -6,14 +6,12 @@
 
 #include <atomic>
 
-static std::atomic<bool> g_told(false);
+static std::atomic<bool> g_stand_in_told(false);
+static std::atomic<bool> g_direction_told(false);
 
-static void tell_stand_in() {
-  if (!g_told.exchange(true)) {
-    fputs(
-        "tm_se_bf: another stream of this process is being enhanced, or memory is short; this "
-        "one is the mean of its channels\n",
-        stderr);
+static void tell_once(std::atomic<bool> *told, const char *line) {
+  if (!told->exchange(true)) {
+    fputs(line, stderr);
   }
 }
 
@@ -24,15 +22,24 @@ void plugin_stream_open(plugin_stream *stream, const plugin_scene *scene) {
   config.channels = PLUGIN_CHANNELS;
   config.mode = scene->mode;
   config.hop = PLUGIN_HOP;
-  config.mic_distance = scene->mic_distance;
-  config.doa = scene->doa;
+  const bool directed = scene->doa >= -PLUGIN_MAX_ANGLE;
+  config.mic_distance = directed ? scene->mic_distance : 0.0f;
+  config.doa = directed ? scene->doa : 0.0f;
   config.plain = scene->plain;
+  if (!directed && scene->mic_distance > 0.0f) {
+    tell_once(&g_direction_told,
+              "tm_se_bf: the spacing of the microphones has no effect without the direction of the "
+              "talker, -180 to 180 degrees; no direction is preferred\n");
+  }
   stream->enhancer = host_create(&config);
   stream->late = PLUGIN_LATENCY;
   if (stream->enhancer != nullptr) {
     stream->late -= host_stream_latency(stream->enhancer);
   } else {
-    tell_stand_in();
+    tell_once(
+        &g_stand_in_told,
+        "tm_se_bf: another stream of this process is being enhanced, or memory is short; this "
+        "one is the mean of its channels\n");
   }
 }
 

@@ -17,11 +17,13 @@ constexpr int32_t PLUGIN_LATENCY = 512;   // samples by which the output is late
 constexpr int32_t PLUGIN_CHANNELS = 2;    // interleaved
 constexpr float PLUGIN_MAX_SPACING = 10;  // metres
 constexpr float PLUGIN_MAX_ANGLE = 180;   // degrees
+constexpr float PLUGIN_NO_ANGLE = -200;   // stands for an unknown direction
 
 struct plugin_scene {
   int32_t mode;        // SE_BF_MODE_*
   float mic_distance;  // metres; 0: uniform steering
-  float doa;           // degrees; 0: in line on the side of microphone 0, 90: broadside
+  float doa;           // degrees; 0: in line on the side of microphone 0, 90: broadside; below
+                       // -PLUGIN_MAX_ANGLE: unknown, and the spacing means nothing either
   bool plain;          // true: the bare library, without the shielding of the host layer
 };
 
@@ -34,6 +36,7 @@ struct plugin_stream {
 };
 
 // Starts the stream: processing begins anew, and the enhancer is taken if it is free. Allocates.
+// A spacing without a direction is told on standard error, once a process.
 void plugin_stream_open(plugin_stream *stream, const plugin_scene *scene);
 
 // Takes `frames` interleaved samples of both channels and writes `frames` samples, PLUGIN_LATENCY

@@ -26,7 +26,7 @@ enum {
   PORT_OUTPUT,
   PORT_MODE,       // 0 mean, 1 omlsa, 2 mvdr, 3 mono
   PORT_SPACING,    // metres
-  PORT_DIRECTION,  // degrees
+  PORT_DIRECTION,  // degrees; below -PLUGIN_MAX_ANGLE: unknown
   PORT_LATENCY,    // samples
   PORT_COUNT
 };
@@ -50,7 +50,7 @@ static plugin_scene read_controls(const ladspa_instance *instance) {
   plugin_scene scene = {};
   scene.mode = SE_BF_MODE_MEAN + static_cast<int32_t>(lrintf(mode));
   scene.mic_distance = control(instance, PORT_SPACING, 0.0f, PLUGIN_MAX_SPACING, 0.0f);
-  scene.doa = control(instance, PORT_DIRECTION, -PLUGIN_MAX_ANGLE, PLUGIN_MAX_ANGLE, 0.0f);
+  scene.doa = control(instance, PORT_DIRECTION, PLUGIN_NO_ANGLE, PLUGIN_MAX_ANGLE, PLUGIN_NO_ANGLE);
   return scene;
 }
 
@@ -148,7 +148,7 @@ static const LADSPA_PortRangeHint HINTS[PORT_COUNT] = {
     {0, 0.0f, 0.0f},
     {BOUNDED | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_HIGH, 0.0f, static_cast<float>(LAST_MODE)},
     {BOUNDED | LADSPA_HINT_DEFAULT_0, 0.0f, MAX_SPACING_M},
-    {BOUNDED | LADSPA_HINT_DEFAULT_0, -PLUGIN_MAX_ANGLE, PLUGIN_MAX_ANGLE},
+    {BOUNDED | LADSPA_HINT_DEFAULT_MINIMUM, PLUGIN_NO_ANGLE, PLUGIN_MAX_ANGLE},
     {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f,
      0.0f}};  // SoX asks for a default of outputs, too
 

@@ -27,8 +27,9 @@ same_bits() {
 
 test_ladspa-sdk() {
   need applyplugin analyseplugin
-  analyseplugin tm_se_bf.so tm_se_bf |
-    grep '"Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono)" input, control, 0 to 3, default 2'
+  analyseplugin tm_se_bf.so tm_se_bf >ports
+  grep '"Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono)" input, control, 0 to 3, default 2' ports
+  grep '"Direction (degrees)" input, control, -200 to 180, default -200' ports
   reference --mic-distance $DISTANCE --doa $DOA
   applyplugin in.wav got.wav tm_se_bf.so tm_se_bf 2 $DISTANCE $DOA
   tail -c +45 got.wav >got.raw
@@ -117,6 +118,8 @@ END
   done <<'END'
 mode must be mean, omlsa, mvdr or mono|arecord|slave.pcm recording mode loud
 slave must be given|arecord|mode mvdr
+doa (DOA) must be given with mic_distance|arecord|slave.pcm recording mic_distance 0.1
+doa must be from -180 to 180|arecord|slave.pcm recording mic_distance 0.1 doa -190
 enhances recordings only|aplay|slave.pcm recording
 runs at 16000 Hz|arecord -r 48000 -f S16_LE|slave.pcm null
 END

@@ -87,6 +87,35 @@ TEST(Ladspa, SecondActiveInstanceGivesTheMeanAndSaysSoOnce) {
   }
 }
 
+TEST(Ladspa, SpacingWithoutDirectionPrefersNone) {
+  float mode = 2.0f;
+  float spacing = 0.0f;
+  float direction = 90.0f;
+  LADSPA_Handle handle = start(&mode);
+  plugin->connect_port(handle, SPACING, &spacing);
+  plugin->connect_port(handle, DIRECTION, &direction);
+  testing::internal::CaptureStderr();
+  const samples undirected = run(handle, 480);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  spacing = 0.1f;
+  testing::internal::CaptureStderr();
+  for (const float unknown : {NAN, -180.5f, -200.0f, -INFINITY}) {
+    direction = unknown;
+    plugin->activate(handle);
+    EXPECT_EQ(run(handle, 480), undirected) << unknown;
+  }
+  plugin->connect_port(handle, DIRECTION, nullptr);
+  plugin->activate(handle);
+  EXPECT_EQ(run(handle, 480), undirected) << "not connected";
+  plugin->connect_port(handle, DIRECTION, &direction);
+  direction = -180.0f;
+  EXPECT_NE(run(handle, 480), undirected);
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+  EXPECT_PRED_FORMAT2(testing::IsSubstring, "no effect without the direction", said);
+  plugin->cleanup(handle);
+}
+
 TEST(Ladspa, ControlsAndSamplesMayBeWrong) {
   samples loud(left.size(), 5.0f);
   loud[100] = NAN;

@@ -140,7 +140,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
   };
   command
       ->add_option("--mic-distance", options->mic_distance_m,
-                   "spacing of the microphones; 0: unknown, no direction is preferred")
+                   "spacing of the microphones; 0: unknown, no direction is preferred; needs --doa")
       ->check(distance)
       ->capture_default_str()
       ->type_name("METRES");
@@ -153,7 +153,6 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
                    "microphone 0, 90 is broadside, 180 is on the side of microphone 1; needs "
                    "--mic-distance")
       ->check(angle)
-      ->capture_default_str()
       ->type_name("DEGREES");
   command->add_option("--hop", options->hop, "samples per analysis step")
       ->check(CLI::IsMember({160, 192, 320}))
@@ -252,6 +251,10 @@ static std::string place_files(arguments *args) {
 static std::string check_pairs(const CLI::App *command, const enhance_options *options) {
   if (command->count("--doa") > 0 && options->mic_distance_m == 0.0f) {
     return "--doa needs --mic-distance: the spacing of the microphones, in metres";
+  }
+  if (command->count("--doa") == 0 && options->mic_distance_m > 0.0f) {
+    return "--mic-distance needs --doa: the direction of the talker, in degrees, 90 for in front; "
+           "leave out both where it is not known";
   }
   const CLI::Option *raw = command->get_option_no_throw("--raw-channels");
   if (raw != nullptr && raw->count() > 0 && options->in != "-") {

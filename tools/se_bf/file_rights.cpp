@@ -12,8 +12,10 @@
 static constexpr mode_t ALL_READ_WRITE = 0666;
 static constexpr mode_t RIGHTS = 0777;
 static constexpr mode_t RIGHTS_AND_IDENTITY = 07777;  // and whose rights a program runs with
-static constexpr int GROUP_SHIFT = 3;                 // from the rights of others to the group's
-static constexpr size_t ATTRIBUTE_BYTES = 65536;      // Linux allows no longer value or list
+static constexpr mode_t GROUP_RIGHTS = S_IRWXG;
+static constexpr mode_t OTHERS_RIGHTS = S_IRWXO;
+static constexpr int GROUP_SHIFT = 3;             // from the rights of others to the group's
+static constexpr size_t ATTRIBUTE_BYTES = 65536;  // Linux allows no longer value or list
 static constexpr char USER_ATTRIBUTE[] = "user.";
 static constexpr char ACCESS_LIST[] = "system.posix_acl_access";
 
@@ -27,9 +29,10 @@ static bool copy_attribute(int fd, const char *path, const char *name) {
 static void copy_user_attributes(int fd, const char *path) {
   std::vector<char> names(ATTRIBUTE_BYTES);
   const ssize_t length = listxattr(path, names.data(), names.size());
-  for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(strlen(&names[at])) + 1) {
-    if (strncmp(&names[at], USER_ATTRIBUTE, strlen(USER_ATTRIBUTE)) == 0) {
-      copy_attribute(fd, path, &names[at]);
+  const char *const end = names.data() + (length > 0 ? length : 0);
+  for (const char *name = names.data(); name < end; name += strlen(name) + 1) {
+    if (strncmp(name, USER_ATTRIBUTE, strlen(USER_ATTRIBUTE)) == 0) {
+      copy_attribute(fd, path, name);
     }
   }
 }
@@ -51,7 +54,7 @@ void file_rights_take_over(int fd, const std::string &path) {
   mode_t mode = old.st_mode & (owner ? RIGHTS_AND_IDENTITY : RIGHTS);
   if (!group || !list) {
     // Another group may do no more than anybody.
-    mode = (mode & ~S_IRWXG) | ((mode & S_IRWXO) << GROUP_SHIFT);
+    mode = (mode & ~GROUP_RIGHTS) | ((mode & OTHERS_RIGHTS) << GROUP_SHIFT);
   }
   fchmod(fd, mode);
 }
