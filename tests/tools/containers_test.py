@@ -88,6 +88,9 @@ class Containers(ProgramCase):
             pathlib.Path("open.wav").write_bytes(
                 data[:4] + struct.pack("<I", around) + data[8:40] + struct.pack("<I", size) + data[44:])
             np.testing.assert_array_equal(whole, self.enhanced(0, "", "open.wav"), f"{around} {size}")
+        wide = struct.pack("<4sI8sI28x", b"RF64", 2**32 - 1, b"WAVEds64", 28)
+        pathlib.Path("open.wav").write_bytes(wide + data[12:40] + b"\xff" * 4 + data[44:])
+        np.testing.assert_array_equal(whole, self.enhanced(0, "", "open.wav"), "RF64")
 
     def test_mpeg_without_a_length_is_read_to_its_end(self):
         frames = [mpeg_frame(14, 320)] * 20 + [mpeg_frame(1, 32)] * 200

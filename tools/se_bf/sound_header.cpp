@@ -5,6 +5,8 @@
 
 static constexpr size_t TAG_BYTES = 4;
 static constexpr size_t CHUNK_HEADER_BYTES = 8;  // tag and size
+static constexpr size_t WIDE_SIZE_AT = 16;       // of the sound, in a chunk with sizes of 64 bits
+static constexpr size_t WIDE_SIZES_BYTES = 24;   // of that chunk, as far as it is looked at
 static constexpr size_t AU_HEADER_BYTES = 24;
 static constexpr size_t MAX_HEADER_BYTES = 1 << 20;
 static constexpr uint64_t UNKNOWN_SIZE = 0x7ff00000;  // and above: of programs that do not know it
@@ -50,10 +52,16 @@ static bool walk_chunks(sound_bytes *bytes, bool big) {
   size_t size = 0;
   while (gather(bytes, at + CHUNK_HEADER_BYTES)) {
     size = read_size(bytes, at + TAG_BYTES, big);
+    if (is_tag(bytes, at, "ds64") && gather(bytes, at + WIDE_SIZES_BYTES) &&
+        read_size(bytes, at + WIDE_SIZE_AT, big) == 0 &&
+        read_size(bytes, at + WIDE_SIZE_AT + TAG_BYTES, big) == 0) {
+      bytes->open_size_at = static_cast<int64_t>(at + WIDE_SIZE_AT);
+    }
     if (is_tag(bytes, at, "data")) {
       // The size of the whole file tells whether there is no sound, or no size yet.
       const bool unknown = around <= at || around >= UNKNOWN_SIZE;
-      bytes->open_size_at = size == 0 && unknown ? static_cast<int64_t>(at + TAG_BYTES) : 0;
+      bytes->open_size_at =
+          size == 0 && unknown ? static_cast<int64_t>(at + TAG_BYTES) : bytes->open_size_at;
       return true;
     }
     at += CHUNK_HEADER_BYTES + size + size % 2;  // chunks start at even places
