@@ -92,6 +92,11 @@ class Containers(ProgramCase):
         pathlib.Path("open.wav").write_bytes(wide + data[12:40] + b"\xff" * 4 + data[44:])
         np.testing.assert_array_equal(whole, self.enhanced(0, "", "open.wav"), "RF64")
 
+    def test_a_header_without_an_end_is_refused_at_once(self):
+        path = "a.svx"
+        pathlib.Path(path).write_bytes(svx(self.sound)[:40] + b"ANNO\0\0ee" + 999 * b"e")
+        self.expect(1, "cannot read a.svx as sound", "enhance", path, "out.wav", timeout=10)
+
     def test_mpeg_without_a_length_is_read_to_its_end(self):
         frames = [mpeg_frame(14, 320)] * 20 + [mpeg_frame(1, 32)] * 200
         for order in frames, frames[::-1]:

@@ -112,7 +112,9 @@ static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
       next[n] = UINT8_MAX;
     }
   }
-  bytes->position += static_cast<int64_t>(got);
+  // A header that cannot be read to its end is at the end of the file, however long that seems.
+  const bool lost = bytes->opening && got < room;
+  bytes->position = lost ? bytes->length : bytes->position + static_cast<int64_t>(got);
   return static_cast<sf_count_t>(got);
 }
 
