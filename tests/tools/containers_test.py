@@ -102,6 +102,8 @@ class Containers(ProgramCase):
         for order in frames, frames[::-1]:
             pathlib.Path("a.mp3").write_bytes(b"".join(order))
             self.assertEqual(220 * 1152, len(self.enhanced(0, "", "a.mp3")))
+            part = self.enhanced(0, "cut off", self.cut("a.mp3", os.stat("a.mp3").st_size - 50))
+            self.assertEqual(219 * 1152, len(part))
 
     def test_sound_before_damage_is_kept_with_a_failure(self):
         self.expect(0, "", "enhance", "--quiet", "in.wav", "a.flac")
