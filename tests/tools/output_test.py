@@ -107,7 +107,7 @@ class Leftovers(ProgramCase):
         keep = {"in.wav", "out.wav", ".se_bf-my.old.wav", ".se_bf-settings"}
         for name in keep - {"in.wav", "out.wav"}:
             pathlib.Path(name).write_text("of the user")
-        running = subprocess.Popen([program.TOOL, "enhance", "-", "killed.wav"],
+        running = subprocess.Popen([program.TOOL, "enhance", "--raw-channels", "1", "-", "killed.wav"],
                                    stdin=subprocess.PIPE, stderr=subprocess.PIPE)
         self.addCleanup(running.communicate)
         while not [name for name in os.listdir() if name not in keep]:

@@ -58,11 +58,10 @@ while IFS='|' read -r status text command; do
 done <<'END'
 1|same file|se_bf enhance in.wav in.wav
 1|no channel 3|se_bf enhance 8000.wav out.wav --channels 3
-1|48000; use another format|se_bf enhance --channels 0 44100.wav out.opus
 1|No space|se_bf enhance in.wav full.wav
 1|closed the pipe|{ se_bf enhance dies.wav - 2>&4 3>&-; echo $? >&3; } 3>../c 4>&2 | true; (exit $(<../c))
-1|header|se_bf enhance - - <in.wav
-0|within a frame|tail -c 321 in.wav | se_bf enhance --quiet - ../x.wav
+1|leave out --raw-channels|se_bf enhance --raw-channels 2 - - <in.wav
+0|within a frame|tail -c 321 in.wav | se_bf enhance --quiet --raw-channels 1 - ../x.wav
 0|15000 of the 32000 frames|se_bf enhance --quiet cut.wav ../x.wav
 0|holds no sound|se_bf enhance --quiet none.wav ../x.flac
 0|identical from 0.00 s|se_bf enhance --quiet equal.wav ../x.wav

@@ -13,6 +13,7 @@
 #include "conform.h"
 #include "process.h"
 #include "report.h"
+#include "sound_format.h"
 #include "tm_se_bf.h"
 
 static constexpr int USAGE_ERROR = 2;
@@ -22,11 +23,15 @@ static constexpr double MAX_GAIN_DB = 60.0;
 static constexpr int MAX_JOBS = 1024;
 static constexpr size_t MAX_CHANNELS = 1024;  // more than a sound file holds
 
+static const char *const FORMAT_NAMES = "wav, flac, ogg, opus, aiff, au, caf, w64, rf64, raw";
+
 static const char *const ENHANCE_HELP =
     "Enhance speech recorded with one or two microphones.\n"
     "IN and OUT are sound files (OUT: the extension names the format; rates other than 16 kHz are\n"
-    "converted). - is raw signed 16-bit little-endian PCM at 16 kHz on standard input or output:\n"
-    "  arecord -t raw -f S16_LE -r 16000 | se_bf enhance - - | aplay -t raw -f S16_LE -r 16000\n"
+    "converted). - is standard input or output: a sound file as IN, WAV as it comes; as OUT raw\n"
+    "signed 16-bit little-endian PCM at 16 kHz, or what --format says:\n"
+    "  arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay\n"
+    "With --raw-channels, IN - is raw PCM, too.\n"
     "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
     "With --out-dir DIR every IN is a sound file or a directory, which is searched with all that\n"
     "is in it; results keep its tree and the names in DIR (n.mp3 and others that cannot be "
@@ -108,9 +113,21 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
   command
       ->add_flag("--overwrite", batch->overwrite, "make all results anew, whatever has their names")
       ->needs(dir);
-  command->add_option("--raw-channels", options->raw_channels, "channels of raw PCM input")
+  command
+      ->add_option("--raw-channels", options->raw_channels,
+                   "IN - is raw PCM with so many channels; default: a sound file")
       ->check(CLI::IsMember({1, 2}))
-      ->capture_default_str()
+      ->type_name("");
+  const auto known = [](const std::string &text) {
+    return sound_format_named(text) != nullptr ? std::string()
+                                               : "'" + text + "' is none of " + FORMAT_NAMES;
+  };
+  command
+      ->add_option("--format", options->format,
+                   std::string("format of OUT where no extension tells it: ") + FORMAT_NAMES +
+                       "; default: raw")
+      ->check(known)
+      ->excludes(dir)
       ->type_name("");
 }
 
@@ -270,6 +287,11 @@ static std::string check_pairs(const CLI::App *command, const enhance_options *o
   const CLI::Option *raw = command->get_option_no_throw("--raw-channels");
   if (raw != nullptr && raw->count() > 0 && options->in != "-") {
     return "--raw-channels is for raw PCM on standard input, IN -; a sound file tells its channels";
+  }
+  const sound_format *told = sound_format_of(options->out);
+  if (told != nullptr && !options->format.empty() && options->format != told->name) {
+    return "--format " + options->format + " is not what the name " + options->out +
+           " says; leave it out, or give OUT another name";
   }
   return "";
 }

@@ -1,98 +1,112 @@
-// Where the audio goes: a sound file that appears under its name only when whole, or raw PCM.
+// Where the audio goes: a sound file that appears under its name only when whole, or a stream.
 #include "audio_sink.h"
 
-#include <errno.h>
+#include <fcntl.h>
+#include <math.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "audio_source.h"
 #include "link_path.h"
-#include "process.h"
 #include "report.h"
 #include "se_bf_host.h"
 #include "sound_format.h"
 
 static constexpr size_t CHUNK = 4096;  // samples converted at a time
 static constexpr float FULL_SCALE = 32768.0f;
+static constexpr double SECONDS_PER_HOUR = 3600.0;
 
 static bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static bool fail_writing(const audio_sink *sink, const std::string &why) {
-  return fail("writing " + sink->place.name + " failed: " + why);
+// What the user asked for, else what the extension tells; null when nothing does.
+static const sound_format *choose_format(const sink_request *request) {
+  return request->format.empty() ? sound_format_of(request->out)
+                                 : sound_format_named(request->format);
 }
 
-// The operating system's reason where there is one: libsndfile passes it on for some formats only.
-static std::string reason(int sndfile_error) {
-  return errno != 0 ? strerror(errno) : sound_reason(sf_error_number(sndfile_error));
+static bool find_place(audio_sink *sink, const sink_request *request) {
+  const std::string &out = request->out;
+  const bool standard = out == "-" || link_descriptor(out) == STDOUT_FILENO;
+  const sound_format *raw = sound_format_named("raw");
+  if (standard) {
+    sink->writer.format = request->format.empty() ? raw : choose_format(request);
+    return output_file_adopt(&sink->place, request->standard_fd, request->in);
+  }
+  sink->writer.format = choose_format(request);
+  if (!output_file_find(&sink->place, out, request->in)) {
+    return false;
+  }
+  if (sink->writer.format == nullptr && !sink->place.in_place) {
+    return fail("the extension of " + out + " tells no sound format; use one of" +
+                sound_format_list() + ", or name the format with --format");
+  }
+  sink->writer.format = sink->writer.format == nullptr ? raw : sink->writer.format;
+  return true;
 }
 
-// libsndfile's encoders do not pass on every write that fails; the error stays behind in errno,
-// which was 0 before.
-static bool write_failed() {
-  return errno == ENOSPC || errno == EDQUOT || errno == EFBIG || errno == EIO;
+static std::string hours(int64_t frames, int rate_hz) {
+  return report_number(static_cast<double>(frames) / rate_hz / SECONDS_PER_HOUR, 1) + " h";
 }
 
-static bool open_raw(audio_sink *sink) {
+static bool check_length(const audio_sink *sink) {
+  const sound_writer *writer = &sink->writer;
+  if (writer->expected <= writer->format->most_frames) {
+    return true;
+  }
+  return fail(sink->place.name + " cannot hold " + hours(writer->expected, writer->rate_hz) +
+              " of sound, only " + hours(writer->format->most_frames, writer->rate_hz) +
+              "; use one of" + sound_format_list_holding(writer->expected));
+}
+
+// True when bytes that were written before can be written anew.
+static bool is_seekable(const output_file *place) {
+  struct stat status = {};
+  return fstat(place->fd, &status) == 0 && S_ISREG(status.st_mode) &&
+         (fcntl(place->fd, F_GETFL) & O_APPEND) == 0;
+}
+
+static bool open_writer(audio_sink *sink) {
+  sound_writer *writer = &sink->writer;
   if (isatty(sink->place.fd) == 1) {
     return fail(sink->place.name +
                 " is a terminal; pipe it into a player, for example "
                 "aplay -t raw -f S16_LE -r 16000, or name a file");
   }
-  sink->rate_hz = ENHANCE_RATE_HZ;
-  return true;
+  writer->name = sink->place.name;
+  writer->fd = sink->place.fd;
+  writer->seekable = is_seekable(&sink->place);
+  return writer_open(writer);
 }
 
-static bool open_file(audio_sink *sink, const sound_format *format) {
-  SF_INFO info = {};
-  info.samplerate = sink->rate_hz;
-  info.channels = 1;
-  info.format = format->format;
-  if (sf_format_check(&info) == 0) {
-    return fail(sink->place.name + " cannot hold sound at " + std::to_string(sink->rate_hz) +
-                " Hz; use another format, for example .wav");
-  }
-  errno = 0;
-  sink->file = sf_open_fd(sink->place.fd, SFM_WRITE, &info, SF_FALSE);
-  if (sink->file == nullptr && errno != 0) {
-    return fail_writing(sink, strerror(errno));
-  }
-  if (sink->file == nullptr) {
-    return fail("cannot write sound at " + std::to_string(sink->rate_hz) + " Hz to " +
-                sink->place.name + ": " + sound_reason(sf_strerror(nullptr)) +
-                "; use another format, for example .flac, or convert IN to such a rate first");
-  }
-  return true;
+// Frames at the output's rate for `frames` at the input's.
+static int64_t frames_out(const audio_sink *sink, int64_t frames) {
+  const double ratio = static_cast<double>(sink->writer.rate_hz) / sink->rate_in_hz;
+  return sink->writer.rate_hz == sink->rate_in_hz ? frames
+                                                  : llround(static_cast<double>(frames) * ratio);
 }
 
-static bool open_named(audio_sink *sink, const std::string &out, const std::string &in) {
-  const sound_format *format = sound_format_of(out);
-  if (!output_file_find(&sink->place, out, in)) {
-    return false;
-  }
-  if (format == nullptr && !sink->place.in_place) {
-    return fail("the extension of " + out + " tells no sound format; use one of" +
-                sound_format_list() + ", or - for raw PCM");
-  }
-  if (!output_file_open(&sink->place, format == nullptr ? "" : format->extension)) {
-    return false;
-  }
-  return format == nullptr ? open_raw(sink) : open_file(sink, format);
-}
-
-bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
-               int raw_fd) {
-  const bool standard = out == "-" || link_descriptor(out) == STDOUT_FILENO;
+bool sink_open(audio_sink *sink, const sink_request *request) {
+  sound_writer *writer = &sink->writer;
   *sink = {};
-  sink->rate_hz = rate_hz;
-  if (!(standard ? output_file_adopt(&sink->place, raw_fd, in) && open_raw(sink)
-                 : open_named(sink, out, in))) {
+  sink->rate_in_hz = request->rate_hz;
+  if (!find_place(sink, request)) {
     return false;
   }
-  if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, sink->rate_hz, 1)) {
-    return fail("cannot convert from 16000 Hz to " + std::to_string(sink->rate_hz) + " Hz");
+  const bool raw = writer->format->format == 0;
+  writer->rate_hz = raw ? ENHANCE_RATE_HZ : sound_format_rate(writer->format, request->rate_hz);
+  writer->expected =
+      request->frames == LENGTH_UNKNOWN ? LENGTH_UNKNOWN : frames_out(sink, request->frames);
+  if (!check_length(sink) ||
+      (sink->place.fd == -1 && !output_file_open(&sink->place, writer->format->extension)) ||
+      !open_writer(sink)) {
+    return false;
+  }
+  if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, writer->rate_hz, 1)) {
+    return fail("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) + " Hz");
   }
   sink->unit.resize(CHUNK);
   sink->converted.resize(CHUNK);
@@ -100,44 +114,12 @@ bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, 
   return true;
 }
 
-bool sink_is_raw(const audio_sink *sink) {
-  return sink->file == nullptr;
-}
-
-// Raw PCM is little-endian on every processor.
-static bool store_raw(audio_sink *sink, const int16_t *pcm, size_t samples) {
-  uint8_t bytes[2 * CHUNK];
-  for (size_t at = 0; at < samples; at += CHUNK) {
-    const size_t piece = samples - at < CHUNK ? samples - at : CHUNK;
-    for (size_t n = 0; n < piece; ++n) {
-      const uint16_t word = static_cast<uint16_t>(pcm[at + n]);
-      bytes[2 * n] = static_cast<uint8_t>(word & 0xff);
-      bytes[2 * n + 1] = static_cast<uint8_t>(word >> 8);
-    }
-    if (!process_write(sink->place.fd, bytes, 2 * piece)) {
-      const bool stopped = errno == EINTR && process_stopped();
-      return stopped ? false
-                     : fail_writing(
-                           sink, errno == EPIPE ? "the reader closed the pipe" : strerror(errno));
-    }
-  }
-  sink->frames_written += static_cast<int64_t>(samples);
-  return true;
-}
-
+// Raw PCM has all that comes; a sound file is as long as the input.
 static bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
-  if (sink->file == nullptr) {
-    return store_raw(sink, pcm, samples);
-  }
-  const int64_t room = frame_limit - sink->frames_written;
-  const sf_count_t wanted = static_cast<int64_t>(samples) < room ? static_cast<sf_count_t>(samples)
-                                                                 : static_cast<sf_count_t>(room);
-  errno = 0;
-  if (wanted > 0 && (sf_writef_short(sink->file, pcm, wanted) != wanted || write_failed())) {
-    return fail_writing(sink, reason(sf_error(sink->file)));
-  }
-  sink->frames_written += wanted > 0 ? wanted : 0;
-  return true;
+  const int64_t room = frame_limit - sink->writer.frames;
+  const bool all = sink->writer.format->format == 0 || static_cast<int64_t>(samples) < room;
+  const size_t count = all ? samples : room > 0 ? static_cast<size_t>(room) : 0;
+  return writer_write(&sink->writer, pcm, count);
 }
 
 // Runs up to CHUNK samples of `unit` through the resampler and stores what comes out.
@@ -163,7 +145,8 @@ static bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limi
   }
 }
 
-bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
+bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frames_in) {
+  const int64_t frame_limit = frames_out(sink, frames_in);
   if (sink->convert.state == nullptr) {
     return store(sink, pcm, samples, frame_limit);
   }
@@ -182,7 +165,7 @@ bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t fr
 // The resampler may end a frame early; the output is as long as the input.
 static bool pad(audio_sink *sink, int64_t frames) {
   memset(sink->pcm.data(), 0, sink->pcm.size() * sizeof(int16_t));
-  while (sink->frames_written < frames) {
+  while (sink->writer.frames < frames && !sink->writer.full) {
     if (!store(sink, sink->pcm.data(), CHUNK, frames)) {
       return false;
     }
@@ -190,38 +173,32 @@ static bool pad(audio_sink *sink, int64_t frames) {
   return true;
 }
 
-// Completes the sound file and leaves it to the operating system, safely.
-static bool settle(audio_sink *sink) {
-  errno = 0;
-  if (sink->frames_written == 0) {
-    // FLAC files get their header with the first samples, or here.
-    sf_command(sink->file, SFC_UPDATE_HEADER_NOW, nullptr, 0);
-  }
-  const int error = sf_close(sink->file);
-  sink->file = nullptr;
-  if (error != SF_ERR_NO_ERROR || write_failed()) {
-    return fail_writing(sink, reason(error));
-  }
-  return output_file_commit(&sink->place);
-}
-
-bool sink_finish(audio_sink *sink, int64_t frames) {
+bool sink_finish(audio_sink *sink, int64_t frames_in) {
+  const int64_t frames = frames_out(sink, frames_in);
+  const bool raw = sink->writer.format->format == 0;
   bool good = true;
   if (sink->convert.state != nullptr) {
     good = store_converted(sink, 0, frames, true);
     resampler_close(&sink->convert);
   }
-  if (sink->file != nullptr) {
-    return good && pad(sink, frames) && settle(sink);
-  }
+  good = good && (raw || pad(sink, frames)) && writer_finish(&sink->writer);
+  writer_abort(&sink->writer);
   return good && output_file_commit(&sink->place);
 }
 
+bool sink_is_full(const audio_sink *sink) {
+  return sink->writer.full;
+}
+
+std::string sink_full_text(const audio_sink *sink) {
+  const sound_writer *writer = &sink->writer;
+  return sink->place.name + " is full: it holds the first " +
+         hours(writer->frames, writer->rate_hz) + " of the sound and the rest is lost; use one of" +
+         sound_format_list_holding(writer->frames + 1);
+}
+
 void sink_abort(audio_sink *sink) {
-  if (sink->file != nullptr) {
-    sf_close(sink->file);
-    sink->file = nullptr;
-  }
+  writer_abort(&sink->writer);
   output_file_abort(&sink->place);
   resampler_close(&sink->convert);
 }

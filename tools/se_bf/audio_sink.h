@@ -1,8 +1,7 @@
-// Where the audio goes: a sound file that appears under its name only when whole, or raw PCM.
+// Where the audio goes: a sound file that appears under its name only when whole, or a stream.
 #ifndef SE_BF_AUDIO_SINK_H
 #define SE_BF_AUDIO_SINK_H
 
-#include <sndfile.h>
 #include <stdint.h>
 
 #include <string>
@@ -10,35 +9,44 @@
 
 #include "output_file.h"
 #include "resampler.h"
+#include "sound_writer.h"
+
+// What is wanted of a sink.
+struct sink_request {
+  std::string out;     // path, or "-" for standard output
+  std::string format;  // name; empty: the extension of `out` tells, else it is raw PCM
+  std::string in;      // path that is being read, which `out` must not lead to
+  int rate_hz;         // of the input
+  int64_t frames;      // no more than these of the input will come; LENGTH_UNKNOWN
+  int standard_fd;     // of standard output
+};
 
 struct audio_sink {
-  output_file place;  // of the file, or of the raw output
-  SNDFILE *file;      // null: raw PCM
-  int rate_hz;        // of a file
-  int64_t frames_written;
+  output_file place;
+  sound_writer writer;
+  int rate_in_hz;  // of the input; the output has the same one, or the next that its format has
   resampler convert;
   std::vector<float> unit;       // samples before conversion, full scale 1
   std::vector<float> converted;  // and after
   std::vector<int16_t> pcm;      // as they are stored
 };
 
-// Opens `out` for mono samples: "-", or what leads to standard output, is raw PCM at 16 kHz to
-// `raw_fd`, as is a device or a pipe without a known extension; anything else a sound file at
-// `rate_hz` in the format of its extension. `in` is the path that is being read, which `out` must
-// not name. On failure prints one line, returns false.
-bool sink_open(audio_sink *sink, const std::string &out, const std::string &in, int rate_hz,
-               int raw_fd);
+// Opens the output for mono samples. Raw PCM has 16 kHz, and so has what names no other format:
+// "-", a device or a pipe. On failure prints one line, returns false.
+bool sink_open(audio_sink *sink, const sink_request *request);
 
-// True when the sink takes raw PCM at 16 kHz whatever the rate of the input.
-bool sink_is_raw(const audio_sink *sink);
+// Writes samples at 16 kHz, in a sound file never more in all than for `frames_in` frames at the
+// input's rate. On failure prints one line and returns false.
+bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frames_in);
 
-// Writes samples at 16 kHz, in a file never more than `frame_limit` frames in all. On failure
-// prints one line and returns false.
-bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit);
+// True when the format holds no more sound; then sink_full_text says so to the user.
+bool sink_is_full(const audio_sink *sink);
+std::string sink_full_text(const audio_sink *sink);
 
-// Completes the output: a file gets exactly `frames` frames, is stored safely and then takes its
-// name. On failure prints one line and returns false; sink_abort must follow.
-bool sink_finish(audio_sink *sink, int64_t frames);
+// Completes the output: a sound file lasts as long as `frames_in` frames of the input, is stored
+// safely and then takes its name. On failure prints one line and returns false; sink_abort must
+// follow.
+bool sink_finish(audio_sink *sink, int64_t frames_in);
 
 // Gives up: removes what was written of a regular file.
 void sink_abort(audio_sink *sink);

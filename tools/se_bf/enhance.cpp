@@ -42,6 +42,7 @@ struct enhance_job {
   int64_t samples_in;  // per channel, at 16 kHz
   int events;          // reported so far
   double started_at;   // report_processor_time()
+  bool kept;           // the output is complete
 };
 
 static std::string seconds(int64_t samples) {
@@ -49,7 +50,7 @@ static std::string seconds(int64_t samples) {
 }
 
 static std::string describe(const enhance_job *job, const host_event *event) {
-  const std::string name = job->source.name;
+  const std::string name = job->source.input.name;
   const std::string since = seconds(event->since);
   const bool beamformer = job->mode == "mvdr";
   const bool plain = job->options->plain;
@@ -104,9 +105,10 @@ static void choose_mode(enhance_job *job) {
     report_line("warning: one channel is enhanced in mode omlsa; mode " + asked +
                 " needs two channels");
   } else if (job->mode != "mvdr" && job->options->mic_distance_m > 0.0f) {
-    report_line("warning: --mic-distance and --doa have no effect " +
-                (single ? "on the one channel of " + job->source.name : "in mode " + job->mode) +
-                "; only mode mvdr has a direction");
+    report_line(
+        "warning: --mic-distance and --doa have no effect " +
+        (single ? "on the one channel of " + job->source.input.name : "in mode " + job->mode) +
+        "; only mode mvdr has a direction");
   }
 }
 
@@ -152,15 +154,15 @@ static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
 
 static bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
   job->figures->clipped_out += count_full_scale(pcm, samples);
-  return sink_write(&job->sink, pcm, samples, job->source.frames_read);
+  return sink_write(&job->sink, pcm, samples, job->source.input.frames_read);
 }
 
 static void show_progress(const enhance_job *job) {
-  const audio_source *src = &job->source;
-  const double rate = static_cast<double>(src->rate_hz);
-  const double done = static_cast<double>(src->frames_read) / rate;
+  const sound_input *in = &job->source.input;
+  const double rate = static_cast<double>(in->rate_hz);
+  const double done = static_cast<double>(in->frames_read) / rate;
   job->figures->progress_s = static_cast<float>(done);
-  report_progress(done, static_cast<double>(src->frames_total) / rate);
+  report_progress(done, static_cast<double>(in->announced) / rate);
 }
 
 // Takes everything from the source through the host to the sink.
@@ -171,7 +173,7 @@ static bool stream(enhance_job *job) {
   std::vector<int16_t> pcm(CHUNK_FRAMES * channels);
   std::vector<int16_t> out(CHUNK_FRAMES + HOST_BLOCK);
   long frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
-  while (frames > 0 && !process_stopped()) {
+  while (frames > 0 && !process_stopped() && !sink_is_full(&job->sink)) {
     const size_t count = static_cast<size_t>(frames);
     for (size_t n = 0; n < count * channels; ++n) {
       pcm[n] = host_sample_from_float(gain * in[n]);
@@ -187,12 +189,14 @@ static bool stream(enhance_job *job) {
   if (frames < 0 || process_stopped()) {
     return false;
   }
+  // Sound that was read before a failure is kept.
+  const sound_input *input = &job->source.input;
+  if (input->frames_read == 0 && !input->failure.empty()) {
+    report_line(input_verdict(input));
+    return false;
+  }
   return job->engine == nullptr ||
          write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
-}
-
-static bool is_cut_off(const audio_source *src) {
-  return src->frames_read < src->frames_total;
 }
 
 static void keep_figures(enhance_job *job) {
@@ -216,27 +220,28 @@ static void summarise(const enhance_job *job) {
 
 // What was wrong with the input, but not enough to stop.
 static void warn_of_input(const audio_source *src) {
+  const std::string verdict = input_verdict(&src->input);
   if (src->not_finite > 0) {
-    report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->name +
+    report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->input.name +
                 " are no finite numbers and count as 0");
   }
-  const double rate = src->rate_hz;
-  if (is_cut_off(src)) {
-    report_line("warning: " + src->name + " is cut off or damaged: it holds " +
-                std::to_string(src->frames_read) + " of the " + std::to_string(src->frames_total) +
-                " frames that it announces (" +
-                report_number(static_cast<double>(src->frames_read) / rate, 2) + " of " +
-                report_number(static_cast<double>(src->frames_total) / rate, 2) + " s)");
-  } else if (src->frames_read == 0) {
-    report_line("warning: " + src->name + " holds no sound that can be read");
+  if (!verdict.empty()) {
+    report_line(verdict);
   }
+}
+
+static bool open_sink(enhance_job *job, int standard_fd) {
+  const enhance_options *options = job->options;
+  const sound_input *in = &job->source.input;
+  const sink_request request = {options->out, options->format, options->in,
+                                in->rate_hz,  in->most,        standard_fd};
+  return sink_open(&job->sink, &request);
 }
 
 static bool run(enhance_job *job, int raw_out) {
   const enhance_options *options = job->options;
-  if (!source_open(&job->source, options) ||
-      !sink_open(&job->sink, options->out, options->in, job->source.rate_hz, raw_out) ||
-      !open_host(job)) {
+  const sound_input *in = &job->source.input;
+  if (!source_open(&job->source, options) || !open_sink(job, raw_out) || !open_host(job)) {
     return false;
   }
   job->sink.place.naming = job->naming;
@@ -248,17 +253,22 @@ static bool run(enhance_job *job, int raw_out) {
   }
   job->started_at = report_processor_time();
   bool good = stream(job);
-  job->figures->cut_off = is_cut_off(&job->source);
-  good = good && sink_finish(&job->sink, job->source.frames_read);
+  job->figures->cut_off = input_is_cut(in) || !in->failure.empty();
+  good = good && sink_finish(&job->sink, in->frames_read);
   report_progress_off();
   keep_figures(job);
-  if (good) {
-    warn_of_input(&job->source);
+  if (!good) {
+    return false;
   }
-  if (good && !options->quiet) {
+  job->kept = true;
+  warn_of_input(&job->source);
+  if (sink_is_full(&job->sink)) {
+    report_line(sink_full_text(&job->sink));
+  }
+  if (!options->quiet) {
     summarise(job);
   }
-  return good;
+  return in->failure.empty() && !sink_is_full(&job->sink);
 }
 
 int enhance_run(const enhance_options *options, enhance_figures *figures,
@@ -277,7 +287,7 @@ int enhance_run(const enhance_options *options, enhance_figures *figures,
   const bool good = run(&job, raw_out);
   host_destroy(job.engine);
   source_close(&job.source);
-  if (!good) {
+  if (!job.kept) {
     sink_abort(&job.sink);
   }
   if (!good && process_stopped()) {

@@ -6,15 +6,16 @@
 #include <vector>
 
 struct enhance_options {
-  std::string in;               // path, or "-" for raw PCM on standard input
-  std::string out;              // path, or "-" for raw PCM on standard output
+  std::string in;               // path, or "-" for standard input
+  std::string out;              // path, or "-" for standard output
+  std::string format;           // name, of output that has no extension; empty: raw PCM
   std::string mode;             // "mean", "omlsa", "mvdr", "mono"; empty: by channel count
   float mic_distance_m = 0.0f;  // 0: uniform steering
   float doa_deg = 0.0f;
   int hop = 320;                 // samples
   float gain_db = 0.0f;          // applied to the input
   std::vector<size_t> channels;  // zero-based picks; empty: all
-  size_t raw_channels = 1;       // of raw PCM on standard input
+  size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file
   bool plain = false;            // no shielding
   bool quiet = false;            // neither progress bar nor summary
   bool verbose = false;          // shows the library's notes

@@ -70,7 +70,8 @@ static bool fail_for_space(const plot_job *job, int error) {
 // Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
 static bool write_before(plot_job *job, audio_source *source) {
   const size_t channels = source->picks.size();
-  const double rate = source->rate_hz;
+  const sound_input *input = &source->input;
+  const double rate = input->rate_hz;
   std::vector<float> frames(CHUNK_FRAMES * channels);
   uint8_t bytes[CHUNK_FRAMES * SAMPLE_BYTES];
   long count = source_read(source, frames.data(), CHUNK_FRAMES);
@@ -85,8 +86,8 @@ static bool write_before(plot_job *job, audio_source *source) {
       return !process_stopped() && fail_for_space(job, errno);
     }
     job->samples += count;
-    report_progress(static_cast<double>(source->frames_read) / rate,
-                    static_cast<double>(source->frames_total) / rate);
+    report_progress(static_cast<double>(input->frames_read) / rate,
+                    static_cast<double>(input->announced) / rate);
     count = source_read(source, frames.data(), CHUNK_FRAMES);
   }
   return count >= 0 && !process_stopped();

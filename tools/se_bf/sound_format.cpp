@@ -1,17 +1,28 @@
-// Sound files: the formats that can be written, by file name extension, and reasons of failures.
+// Sound files: the formats that can be written, by name or extension, and reasons of failures.
 #include "sound_format.h"
 
 #include <sndfile.h>
 #include <string.h>
 #include <strings.h>
 
+static constexpr int64_t NO_LIMIT = INT64_MAX;
+static constexpr int64_t MOST_FRAMES_FLAC = (INT64_C(1) << 36) - 1;
+static constexpr int OPUS_RATES_HZ[] = {8000, 12000, 16000, 24000, 48000};
+static constexpr int PCM = SF_FORMAT_PCM_16;
+
 static const sound_format FORMATS[] = {
-    {".wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16},   {".flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
-    {".ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},   {".oga", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
-    {".opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},    {".aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
-    {".aif", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},  {".au", SF_FORMAT_AU | SF_FORMAT_PCM_16},
-    {".caf", SF_FORMAT_CAF | SF_FORMAT_PCM_16},   {".w64", SF_FORMAT_W64 | SF_FORMAT_PCM_16},
-    {".rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
+    {"wav", ".wav", SF_FORMAT_WAV | PCM, LAYOUT_WORDS, NO_LIMIT},
+    {"flac", ".flac", SF_FORMAT_FLAC | PCM, LAYOUT_STREAM, MOST_FRAMES_FLAC},
+    {"ogg", ".ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, LAYOUT_STREAM, NO_LIMIT},
+    {"ogg", ".oga", SF_FORMAT_OGG | SF_FORMAT_VORBIS, LAYOUT_STREAM, NO_LIMIT},
+    {"opus", ".opus", SF_FORMAT_OGG | SF_FORMAT_OPUS, LAYOUT_STREAM, NO_LIMIT},
+    {"aiff", ".aiff", SF_FORMAT_AIFF | PCM, LAYOUT_FILE, MOST_FRAMES_32},
+    {"aiff", ".aif", SF_FORMAT_AIFF | PCM, LAYOUT_FILE, MOST_FRAMES_32},
+    {"au", ".au", SF_FORMAT_AU | PCM, LAYOUT_WORDS, MOST_FRAMES_32},
+    {"caf", ".caf", SF_FORMAT_CAF | PCM, LAYOUT_FILE, NO_LIMIT},
+    {"w64", ".w64", SF_FORMAT_W64 | PCM, LAYOUT_FILE, NO_LIMIT},
+    {"rf64", ".rf64", SF_FORMAT_RF64 | PCM, LAYOUT_FILE, NO_LIMIT},
+    {"raw", "", 0, LAYOUT_WORDS, NO_LIMIT},
 };
 
 // Formats that are read only. Extensions that other files have as well, as .mat, are not among
@@ -31,7 +42,16 @@ std::string sound_extension(const std::string &path) {
 const sound_format *sound_format_of(const std::string &path) {
   const std::string extension = sound_extension(path);
   for (const sound_format &known : FORMATS) {
-    if (strcasecmp(known.extension, extension.c_str()) == 0) {
+    if (!extension.empty() && strcasecmp(known.extension, extension.c_str()) == 0) {
+      return &known;
+    }
+  }
+  return nullptr;
+}
+
+const sound_format *sound_format_named(const std::string &name) {
+  for (const sound_format &known : FORMATS) {
+    if (name == known.name) {
       return &known;
     }
   }
@@ -49,11 +69,29 @@ bool sound_format_is_known(const std::string &path) {
 }
 
 std::string sound_format_list() {
+  return sound_format_list_holding(0);
+}
+
+std::string sound_format_list_holding(int64_t frames) {
   std::string list;
   for (const sound_format &known : FORMATS) {
-    list += std::string(" ") + known.extension;
+    const bool offered = known.extension[0] != '\0' && known.most_frames >= frames;
+    list += offered ? std::string(" ") + known.extension : "";
   }
   return list;
+}
+
+int sound_format_rate(const sound_format *format, int rate_hz) {
+  int chosen = rate_hz;
+  if ((format->format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
+    for (const int rate : OPUS_RATES_HZ) {
+      chosen = rate;
+      if (rate >= rate_hz) {
+        break;
+      }
+    }
+  }
+  return chosen;
 }
 
 std::string sound_reason(const char *text) {

@@ -1,0 +1,174 @@
+"""Sound files of every kind: whole, cut off, damaged, and longer than their format can tell."""
+import os
+import pathlib
+import signal
+import struct
+import subprocess
+import time
+import wave
+
+import numpy as np
+
+import program
+from program import ProgramCase
+
+RATE_HZ = 16000
+WRITTEN = ".wav .flac .ogg .opus .aiff .au .caf .w64 .rf64".split()
+LOSSY = ".ogg", ".opus"
+BORDER = 1024  # samples before the end of the sound that still change when more follows
+
+
+def sphere(pcm):
+    text = f"""NIST_1A\n   1024\nchannel_count -i 1\nsample_rate -i {RATE_HZ}\nsample_n_bytes -i 2
+sample_byte_format -s2 01\nsample_coding -s3 pcm\nsample_count -i {len(pcm)}\nend_head\n"""
+    return text.encode().ljust(1024) + pcm.astype("<i2").tobytes()
+
+
+def svx(pcm):
+    header = b"VHDR" + struct.pack(">IIIIHBBI", 20, len(pcm), 0, 0, RATE_HZ, 1, 0, 65535)
+    body = b"16SV" + header + b"BODY" + struct.pack(">I", 2 * len(pcm)) + pcm.astype(">i2").tobytes()
+    return b"FORM" + struct.pack(">I", len(body)) + body
+
+
+def voc(pcm):
+    block = struct.pack("<IBBHI", RATE_HZ, 16, 1, 4, 0) + pcm.astype("<i2").tobytes()
+    start = b"Creative Voice File\x1a" + struct.pack("<HHH", 26, 0x114, 0x111f)
+    return start + b"\x09" + len(block).to_bytes(3, "little") + block + b"\0"
+
+
+def avr(pcm):
+    header = b"2BIT" + bytes(8) + struct.pack(">5H2I", 0, 16, 0xFFFF, 0, 0xFFFF, RATE_HZ, len(pcm))
+    return header.ljust(128, b"\0") + pcm.astype(">i2").tobytes()
+
+
+MADE = {".sph": sphere, ".svx": svx, ".voc": voc, ".avr": avr}
+
+
+def mpeg_frame(index, kilobits):
+    """1152 samples of silence at 44.1 kHz."""
+    return bytes([0xFF, 0xFB, index << 4, 0xC0]).ljust(144000 * kilobits // 44100, b"\0")
+
+
+class Containers(ProgramCase):
+    def setUp(self):
+        super().setUp()
+        self.sound = np.tile(program.recording(), (3, 1))[:, 0]
+        program.write_wav("in.wav", self.sound)
+
+    def enhanced(self, status, text, path):
+        self.expect(status, text, "enhance", "--quiet", path, "out.wav")
+        return program.read_wav("out.wav").astype(int)
+
+    def cut(self, path, size):
+        """A copy of the file with its first bytes only."""
+        cut = "cut-" + path
+        pathlib.Path(cut).write_bytes(pathlib.Path(path).read_bytes()[:size])
+        return cut
+
+    def test_what_a_cut_file_holds_is_enhanced_with_a_warning(self):
+        for extension in [*WRITTEN, *MADE]:
+            path = "a" + extension
+            if extension in MADE:
+                pathlib.Path(path).write_bytes(MADE[extension](self.sound))
+            else:
+                self.expect(0, "", "enhance", "--quiet", "in.wav", path)
+            whole = self.enhanced(0, "", path)
+            self.assertEqual(len(self.sound), len(whole), f"samples of {path}")
+            part = self.enhanced(0, "cut off", self.cut(path, os.stat(path).st_size // 2))
+            self.assertLess(len(self.sound) * 0.25, len(part), f"samples of half of {path}")
+            self.assertLess(len(part), len(self.sound) * 0.6, f"samples of half of {path}")
+            if extension not in LOSSY:
+                kept = len(part) - BORDER
+                self.assertEqual([], [*np.flatnonzero(part[:kept] != whole[:kept])][:3], path)
+
+    def test_sizes_that_are_left_open_are_no_promise(self):
+        data = pathlib.Path("in.wav").read_bytes()
+        whole = self.enhanced(0, "", "in.wav")
+        for around, size in (0, 0), (36, 0), (2**32 - 1,) * 2, (0x7ffff024, 0x7ffff000):
+            pathlib.Path("open.wav").write_bytes(
+                data[:4] + struct.pack("<I", around) + data[8:40] + struct.pack("<I", size) + data[44:])
+            np.testing.assert_array_equal(whole, self.enhanced(0, "", "open.wav"), f"{around} {size}")
+        wide = struct.pack("<4sI8sI28x", b"RF64", 2**32 - 1, b"WAVEds64", 28)
+        pathlib.Path("open.wav").write_bytes(wide + data[12:40] + b"\xff" * 4 + data[44:])
+        np.testing.assert_array_equal(whole, self.enhanced(0, "", "open.wav"), "RF64")
+
+    def test_a_header_without_an_end_is_refused_at_once(self):
+        path = "a.svx"
+        pathlib.Path(path).write_bytes(svx(self.sound)[:40] + b"ANNO\0\0ee" + 999 * b"e")
+        self.expect(1, "cannot read a.svx as sound", "enhance", path, "out.wav", timeout=10)
+
+    def test_mpeg_without_a_length_is_read_to_its_end(self):
+        frames = [mpeg_frame(14, 320)] * 20 + [mpeg_frame(1, 32)] * 200
+        for order in frames, frames[::-1]:
+            pathlib.Path("a.mp3").write_bytes(b"".join(order))
+            self.assertEqual(220 * 1152, len(self.enhanced(0, "", "a.mp3")))
+            part = self.enhanced(0, "cut off", self.cut("a.mp3", os.stat("a.mp3").st_size - 50))
+            self.assertEqual(219 * 1152, len(part))
+
+    def test_sound_before_damage_is_kept_with_a_failure(self):
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "a.flac")
+        whole = self.enhanced(0, "", "a.flac")
+        data = bytearray(pathlib.Path("a.flac").read_bytes())
+        middle = len(data) // 2
+        data[middle:middle + 3000] = bytes(3000)
+        pathlib.Path("bad.flac").write_bytes(data)
+        part = self.enhanced(1, "only the sound before is enhanced", "bad.flac")
+        kept = len(part) - BORDER
+        self.assertLess(len(whole) * 0.25, kept)
+        np.testing.assert_array_equal(whole[:kept], part[:kept])
+
+    def test_opus_takes_any_rate(self):
+        for rate, stored in (44100, 48000), (11025, 12000), (96000, 48000), (16000, 16000):
+            click = np.zeros(rate + 78, "i2")
+            click[rate // 3:][:rate // 1000] = 20000
+            program.write_wav("click.wav", click, rate)
+            for words in ["--mode", "mono", "click.wav", "a.opus"], ["a.opus", "back.wav"]:
+                self.run_tool("enhance", "--quiet", *words)
+            with wave.open("back.wav") as back:
+                self.assertEqual((stored, round((rate + 78) * stored / rate)),
+                                 (back.getframerate(), back.getnframes()), f"{rate} Hz")
+
+
+class Long(ProgramCase):
+    """More than 4 GiB of sound, announced by a file without contents."""
+
+    def setUp(self):
+        super().setUp()
+        with open("long.au", "wb") as file:
+            file.write(struct.pack(">4sIIIII", b".snd", 24, 2**32 - 1, 3, RATE_HZ, 1))
+            file.truncate(24 + 5 * 2**30)
+
+    def test_formats_that_cannot_hold_it_refuse(self):
+        for out in "x.aiff", "x.au":
+            self.expect(1, "cannot hold 46.6 h of sound, only 37.3 h; use one of .wav .flac",
+                        "enhance", "long.au", out)
+        self.assertEqual(["long.au"], os.listdir())
+
+    def test_wav_takes_sizes_of_64_bits_where_it_must(self):
+        frames = 5 * 2**29
+        with subprocess.Popen([program.TOOL, "enhance", "long.au", "x.wav"],
+                              stderr=subprocess.DEVNULL) as running:
+            found = []
+            while not found or found[0].stat().st_size < 80:
+                self.assertIsNone(running.poll(), "it ended early")
+                time.sleep(0.01)
+                found = [*pathlib.Path().glob(".se_bf-*")]
+            with open(found[0], "rb") as file:
+                header = file.read(80)
+            running.send_signal(signal.SIGTERM)
+        self.assertEqual((b"RF64", b"WAVEds64", 28, 72 + 2 * frames, 2 * frames, frames, b"data"),
+                         struct.unpack("<4s4x8sIQQQ28x4s4x", header))
+
+    def test_wav_of_unknown_length_is_wav_when_it_fits(self):
+        self.expect(0, "", "enhance", "--quiet", "--raw-channels", "1", "-", "x.wav",
+                    input=bytes(2 * 1000))
+        with wave.open("x.wav") as sound:
+            self.assertEqual(1000, sound.getnframes())
+        self.assertEqual(b"RIFF", pathlib.Path("x.wav").read_bytes()[:4])
+        program.write_wav("in.wav", program.recording())
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "y.wav")
+        self.assertEqual(44 + 2 * len(program.recording()), os.stat("y.wav").st_size)
+
+
+if __name__ == "__main__":
+    program.main()

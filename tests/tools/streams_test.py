@@ -1,0 +1,121 @@
+"""Sound in pipes: as it comes, with a header or without."""
+import os
+import pathlib
+import select
+import struct
+import subprocess
+
+import numpy as np
+
+import program
+from program import ProgramCase
+
+FORMATS = "wav flac ogg opus aiff au caf w64 rf64".split()
+OPEN_SIZE = 2**32 - 1
+DELAY = 192  # samples
+
+
+def wav_header(size):
+    return struct.pack("<4sI8sIHHIIHH4sI", b"RIFF", OPEN_SIZE, b"WAVEfmt ", 16, 1, 2, 16000, 64000, 4,
+                       16, b"data", size)
+
+
+def au_header(size):
+    return struct.pack(">4sIIIII", b".snd", 24, size, 3, 16000, 2)
+
+
+class Streams(ProgramCase):
+    def setUp(self):
+        super().setUp()
+        self.sound = np.tile(program.recording(), (2, 1))
+        program.write_wav("in.wav", self.sound)
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "out.wav")
+        self.whole = pathlib.Path("out.wav").read_bytes()
+
+    def piped(self, data, *words, text=""):
+        return self.expect(0, text, "enhance", "--quiet", *words, input=data).stdout
+
+    def test_standard_input_carries_any_sound_file(self):
+        for name in FORMATS:
+            self.expect(0, "", "enhance", "--quiet", "in.wav", f"a.{name}")
+            data = pathlib.Path(f"a.{name}").read_bytes()
+            whole = self.expect(0, "", "enhance", "--quiet", f"a.{name}", "-").stdout
+            self.assertEqual(2 * len(self.sound), len(whole))
+            for place in "-", "/dev/stdin":
+                self.assertEqual(whole, self.piped(data, place, "-"), f"{name} from {place}")
+            with open(f"a.{name}", "rb") as file:
+                self.assertEqual(whole, self.expect(0, "", "enhance", "--quiet", "-", "-",
+                                                    stdin=file).stdout, f"{name} from a file")
+            self.piped(data[:len(data) // 2], "-", "-", text="cut off")
+
+    def test_what_standard_input_carries_must_be_clear(self):
+        raw = self.sound.tobytes()
+        for data in raw, b"":
+            self.expect(1, "--raw-channels 1 or 2", "enhance", "-", "-", input=data)
+        self.expect(1, "leave out --raw-channels", "enhance", "--raw-channels", "2", "-", "-",
+                    input=wav_header(len(raw)) + raw)
+        self.assertEqual(self.whole[44:], self.piped(raw, "--raw-channels", "2", "-", "-"))
+
+    def test_every_format_goes_to_a_pipe(self):
+        for name in FORMATS:
+            words = ["enhance", "--quiet", "in.wav", "-", "--format", name]
+            data = self.expect(0, "", *words).stdout
+            self.expect(0, "", "enhance", "--quiet", "in.wav", f"a.{name}")
+            file = pathlib.Path(f"a.{name}").read_bytes()
+            if name not in ("flac", "ogg", "opus"):
+                self.assertEqual(file, data, f"{name}: a pipe has the bytes of a file")
+            self.assertEqual(self.piped(file, "-", "-"), self.piped(data, "-", "-"), name)
+            with open("redirected", "wb") as out:
+                out.write(b"before")
+                out.flush()
+                self.run_tool(*words, capture_output=False, stdout=out)
+                out.write(b"behind")
+            before, found, behind = (lambda all: (all[:6], all[6:-6], all[-6:]))(
+                pathlib.Path("redirected").read_bytes())
+            self.assertEqual((b"before", b"behind"), (before, behind), name)
+            self.assertEqual(self.piped(data, "-", "-"), self.piped(found, "-", "-"), name)
+        self.assertEqual(self.whole[44:], self.piped(b"", "in.wav", "-", "--format", "raw"))
+
+    def test_names_and_formats_agree(self):
+        self.expect(2, "--format flac is not what", "enhance", "in.wav", "x.wav", "--format", "flac")
+        self.expect(2, "none of wav, flac", "enhance", "in.wav", "-", "--format", "mp4")
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "plain", "--format", "wav")
+        self.assertEqual(self.whole, pathlib.Path("plain").read_bytes())
+        os.mkfifo("pipe.wav")
+        with subprocess.Popen(["cp", "pipe.wav", "copy.wav"]):
+            self.expect(0, "", "enhance", "--quiet", "in.wav", "pipe.wav")
+        self.assertEqual(self.whole, pathlib.Path("copy.wav").read_bytes(), "a named pipe has WAV")
+
+    def test_a_length_that_is_not_known_stays_open(self):
+        raw = self.sound.tobytes()
+        for data, words in (raw, ["--raw-channels", "2"]), (wav_header(OPEN_SIZE) + raw, []), (
+                au_header(OPEN_SIZE) + self.sound.astype(">i2").tobytes(), []):
+            made = self.piped(data, *words, "-", "-", "--format", "wav")
+            self.assertEqual(struct.pack("<I", OPEN_SIZE), made[40:44])
+            self.assertEqual(self.whole[44:], made[44:])
+            self.assertEqual(len(raw) // 2, len(self.piped(made, "-", "-")))
+
+    def test_sound_passes_as_it_comes(self):
+        """Whole blocks go in, nothing more follows, and all but the delay must come out."""
+        for frames in 15 * 2048, 15 * 2048 + 320:  # just fills buffers of the library, and not
+            raw = self.sound[:frames].tobytes()
+            swapped = self.sound[:frames].astype(">i2").tobytes()
+            for start, words in [(raw, ["--raw-channels", "2"]), (wav_header(OPEN_SIZE) + raw, []),
+                                 (wav_header(2 * len(raw)) + raw, ["--format", "wav"]),
+                                 (au_header(OPEN_SIZE) + swapped, ["--format", "au"])]:
+                with subprocess.Popen([program.TOOL, "enhance", "--quiet", "-", "-", *words],
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE) as running:
+                    running.stdin.write(start)
+                    running.stdin.flush()
+                    got = b""
+                    while len(got) < 2 * (frames - DELAY):
+                        ready = select.select([running.stdout], [], [], 10)[0]
+                        if not ready:
+                            running.kill()
+                        self.assertTrue(ready, f"{words}: {len(got)} bytes of {2 * frames} came")
+                        got += os.read(running.stdout.fileno(), 65536)
+                    running.kill()
+
+
+if __name__ == "__main__":
+    program.main()

@@ -1,0 +1,138 @@
+// How much sound the header of a file promises, where the file may hold less.
+#include "promised_length.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+// Programs that cannot know the size of the sound write one just around 2 GiB, or just below 4.
+static constexpr int64_t UNKNOWN_SIZES[][2] = {{INT64_C(0x7ff00000), INT64_C(0x80100000)},
+                                               {INT64_C(0xfff00000), INT64_C(0x100100000)}};
+static constexpr int64_t LARGEST_SIZE = INT64_C(1) << 60;  // any above is no size
+static constexpr size_t TEXT_HEADER_BYTES = 1024;
+static const char *const TEXT_COUNT = "\nsample_count -i ";
+static constexpr size_t MPEG_TAG_BYTES = 10;      // head of the tag in front of an MPEG stream
+static constexpr size_t MPEG_FRAME_BYTES = 192;   // of the first frame, where its count may stand
+static constexpr uint8_t MPEG_SIZE_DIGIT = 0x7f;  // seven bits of a byte count
+
+static constexpr int NO_MARK = -1;
+static constexpr int VOC_SOUND_16 = 9;  // kind of block: sound of any encoding
+
+enum field_place { FROM_START, BEFORE_SOUND };
+enum field_unit { BYTES, FRAMES };
+
+// Where a header keeps the size of the sound that libsndfile does not look at.
+struct size_field {
+  int format;
+  field_place place;
+  int64_t at;    // bytes from the start, or before the sound
+  size_t width;  // bytes
+  bool big;      // the first byte counts most
+  int64_t less;  // bytes in the size that are no sound
+  field_unit unit;
+  int mark;  // byte that must stand in front of it; NO_MARK: any
+};
+
+static constexpr size_field FIELDS[] = {
+    {SF_FORMAT_W64, BEFORE_SOUND, 8, 8, false, 24, BYTES, NO_MARK},
+    {SF_FORMAT_SVX, BEFORE_SOUND, 4, 4, true, 0, BYTES, NO_MARK},
+    {SF_FORMAT_VOC, BEFORE_SOUND, 15, 3, false, 12, BYTES, VOC_SOUND_16},
+    {SF_FORMAT_MAT5, BEFORE_SOUND, 4, 4, false, 0, BYTES, NO_MARK},
+    {SF_FORMAT_AU, FROM_START, 8, 4, true, 0, BYTES, NO_MARK},
+    {SF_FORMAT_WVE, FROM_START, 18, 4, true, 0, BYTES, NO_MARK},
+    {SF_FORMAT_AVR, FROM_START, 26, 4, true, 0, FRAMES, NO_MARK},
+    {SF_FORMAT_MPC2K, FROM_START, 30, 4, false, 0, FRAMES, NO_MARK},
+};
+
+// Formats whose promise libsndfile itself tells when the file seems to be long enough.
+static constexpr int TOLD[] = {SF_FORMAT_WAV, SF_FORMAT_WAVEX, SF_FORMAT_RF64, SF_FORMAT_AIFF,
+                               SF_FORMAT_CAF, SF_FORMAT_AU,    SF_FORMAT_MAT4, SF_FORMAT_W64};
+
+static int64_t promised_if_longer(const sound_bytes *bytes) {
+  const int64_t frames = sound_bytes_frames(bytes, SOUND_BYTES_FAR);
+  if (frames < 0 || frames != sound_bytes_frames(bytes, 2 * SOUND_BYTES_FAR)) {
+    return PROMISED_NOTHING;  // it reaches to the end, wherever that is
+  }
+  for (const int64_t *range : UNKNOWN_SIZES) {
+    const int64_t low = sound_bytes_frames(bytes, range[0]);
+    const int64_t high = sound_bytes_frames(bytes, range[1]);
+    if (low < frames && high == frames) {
+      return PROMISED_NOTHING;
+    }
+  }
+  return frames;
+}
+
+static int64_t read_field(const sound_bytes *bytes, const size_field *field, bool big) {
+  uint8_t digits[sizeof(int64_t)] = {};
+  uint8_t mark = 0;
+  const int64_t at = field->place == FROM_START ? field->at : bytes->sound_at - field->at;
+  sound_bytes_peek(bytes, at - 1, &mark, 1);
+  if ((field->mark != NO_MARK && field->mark != mark) ||
+      sound_bytes_peek(bytes, at, digits, field->width) != field->width) {
+    return PROMISED_NOTHING;
+  }
+  uint64_t value = 0;
+  for (size_t n = 0; n < field->width; ++n) {
+    value = value << 8 | digits[big ? n : field->width - 1 - n];
+  }
+  const int64_t size = value < LARGEST_SIZE ? static_cast<int64_t>(value) : PROMISED_NOTHING;
+  for (const int64_t *range : UNKNOWN_SIZES) {
+    if (size >= range[0] && size <= range[1]) {
+      return PROMISED_NOTHING;
+    }
+  }
+  return size;
+}
+
+static int64_t promised_in(const sound_bytes *bytes, const SF_INFO *info, const size_field *field) {
+  const int endian = info->format & SF_FORMAT_ENDMASK;
+  const bool big = endian == 0 ? field->big : endian == SF_ENDIAN_BIG;
+  const int64_t size = read_field(bytes, field, big);
+  if (size == PROMISED_NOTHING || field->unit == FRAMES) {
+    return size;
+  }
+  return (size - field->less) / static_cast<int64_t>(bytes->unit);
+}
+
+// A header of text: "sample_count -i 96000".
+static int64_t promised_in_text(const sound_bytes *bytes) {
+  char text[TEXT_HEADER_BYTES + 1] = {};
+  sound_bytes_peek(bytes, 0, text, TEXT_HEADER_BYTES);
+  const char *found = strstr(text, TEXT_COUNT);
+  const int64_t count = found == nullptr ? 0 : strtoll(found + strlen(TEXT_COUNT), nullptr, 10);
+  return count > 0 && count < LARGEST_SIZE ? count : PROMISED_NOTHING;
+}
+
+int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
+  const int format = info->format & SF_FORMAT_TYPEMASK;
+  int64_t frames = PROMISED_NOTHING;
+  for (const int told : TOLD) {
+    frames = format == told ? promised_if_longer(bytes) : frames;
+  }
+  if (format == SF_FORMAT_NIST) {
+    frames = promised_in_text(bytes);
+  }
+  for (const size_field &field : FIELDS) {
+    if (frames == PROMISED_NOTHING && format == field.format && bytes->unit > 0) {
+      frames = promised_in(bytes, info, &field);
+    }
+  }
+  return frames;
+}
+
+bool promised_by_mpeg(const sound_bytes *bytes) {
+  uint8_t tag[MPEG_TAG_BYTES] = {};
+  char frame[MPEG_FRAME_BYTES] = {};
+  int64_t at = 0;
+  sound_bytes_peek(bytes, 0, tag, sizeof tag);
+  if (memcmp(tag, "ID3", 3) == 0) {
+    for (size_t n = 6; n < MPEG_TAG_BYTES; ++n) {
+      at = at << 7 | (tag[n] & MPEG_SIZE_DIGIT);
+    }
+    at += static_cast<int64_t>(MPEG_TAG_BYTES);
+  }
+  const std::string first(frame, sound_bytes_peek(bytes, at, frame, sizeof frame));
+  return first.find("Xing") != std::string::npos || first.find("Info") != std::string::npos;
+}

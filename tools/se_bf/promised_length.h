@@ -1,0 +1,19 @@
+// How much sound the header of a file promises, where the file may hold less.
+//
+// libsndfile takes what is there as the length of most files.
+#ifndef SE_BF_PROMISED_LENGTH_H
+#define SE_BF_PROMISED_LENGTH_H
+
+#include "sound_bytes.h"
+
+constexpr int64_t PROMISED_NOTHING = -1;
+
+// Frames that the header of an opened sound promises; PROMISED_NOTHING when it tells none, or only
+// a size as programs write it that cannot know the true one. `info` is as libsndfile filled it.
+int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
+
+// True when the count of an MPEG stream's frames stands in its first frame; otherwise libsndfile
+// guesses it from a few.
+bool promised_by_mpeg(const sound_bytes *bytes);
+
+#endif  // SE_BF_PROMISED_LENGTH_H

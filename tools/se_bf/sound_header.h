@@ -1,0 +1,17 @@
+// Headers in front of plain samples, as programs write them that do not know the length yet.
+#ifndef SE_BF_SOUND_HEADER_H
+#define SE_BF_SOUND_HEADER_H
+
+#include "sound_bytes.h"
+
+constexpr size_t SOUND_MARK_BYTES = 12;  // that tell a sound file
+
+// True when the first bytes are those of a sound file, and surely no raw PCM.
+bool sound_header_begins(const sound_bytes *bytes);
+
+// Walks through the header of a WAV, RF64 or AU file and takes it out of a pipe, up to the first
+// byte of the sound. A size of the sound that its program has left at 0 is noted. Returns false for
+// other files, of which it takes some bytes, and with `error` set when reading fails.
+bool sound_header_take(sound_bytes *bytes);
+
+#endif  // SE_BF_SOUND_HEADER_H

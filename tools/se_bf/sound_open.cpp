@@ -1,0 +1,237 @@
+// Opens a sound: a file, a pipe that carries one, or raw PCM on standard input.
+#include "sound_open.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "ogg_end.h"
+#include "process.h"
+#include "promised_length.h"
+#include "report.h"
+#include "sound_format.h"
+#include "sound_header.h"
+
+static constexpr int RAW_RATE_HZ = 16000;
+static constexpr size_t PREFIX_BYTES = 16384;  // of a pipe, which tell what it carries
+static constexpr size_t SPOOL_BYTES = 65536;   // copied at a time
+
+static bool fail(const std::string &text) {
+  if (!process_stopped()) {
+    report_line(text);
+  }
+  return false;
+}
+
+static bool fail_reading(const sound_input *in, int error) {
+  return fail("reading " + in->name + " failed: " + strerror(error));
+}
+
+static bool fail_format(const sound_input *in) {
+  return fail(
+      "cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
+      "); convert it to WAV or FLAC, or pipe raw PCM into se_bf enhance --raw-channels 1 -");
+}
+
+static bool fail_headerless(const sound_input *in) {
+  const std::string what = in->bytes.head.empty() ? " is empty" : " carries no known sound file";
+  return fail(in->name + what +
+              (in->bytes.fd == STDIN_FILENO
+                   ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
+                   : "; raw PCM is taken from standard input only, as IN -"));
+}
+
+static void close_file(sound_input *in) {
+  if (in->file != nullptr) {
+    sf_close(in->file);
+    in->file = nullptr;
+  }
+}
+
+// Takes over what libsndfile found.
+static void adopt(sound_input *in, const SF_INFO *info) {
+  const sound_bytes *bytes = &in->bytes;
+  in->lap = info->frames;
+  in->rate_hz = info->samplerate;
+  in->channels = static_cast<size_t>(info->channels);
+  in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
+  if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
+    in->most = bytes->live ? in->announced : info->frames;
+  } else if (bytes->unit > 0 && bytes->length > bytes->sound_at) {
+    // A header without a size: the sound reaches to the end of the file.
+    in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
+  } else {
+    in->most = info->frames;
+  }
+  if (in->guessed || in->most >= SOUND_BYTES_FAR) {
+    in->most = UNKNOWN_LENGTH;
+  }
+  in->announced = in->announced > in->most ? in->announced : in->most;
+}
+
+// Opens a file on disk: as it is, else as if it were longer, since some formats are refused when
+// cut off; else by its name.
+static bool open_disk(sound_input *in, const std::string &path) {
+  sound_bytes *bytes = &in->bytes;
+  SF_INFO info = {};
+  int64_t length = bytes->held;
+  bool marked = true;
+  sound_header_take(bytes);
+  ogg_find_end(bytes, &length, &marked);
+  in->cut = !marked;
+  in->file = sound_bytes_open(bytes, length, &info);
+  in->guessed = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !promised_by_mpeg(bytes);
+  if (in->file != nullptr && in->guessed) {
+    close_file(in);  // the guess of the length must not end the sound
+  }
+  if (in->file == nullptr) {
+    info = {};
+    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+  }
+  if (in->file == nullptr && !path.empty()) {
+    info = {};
+    in->file = sf_open(path.c_str(), SFM_READ, &info);
+    bytes->unit = 0;
+  }
+  if (in->file == nullptr) {
+    return in->cut ? fail(in->name + " is cut off before its first page of sound ends")
+                   : fail_format(in);
+  }
+  adopt(in, &info);
+  return true;
+}
+
+static bool open_raw(sound_input *in, size_t channels) {
+  sound_bytes *bytes = &in->bytes;
+  SF_INFO info = {};
+  info.samplerate = RAW_RATE_HZ;
+  info.channels = static_cast<int>(channels);
+  info.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
+  in->raw = true;
+  in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+  if (in->file == nullptr) {
+    return fail_format(in);
+  }
+  adopt(in, &info);
+  return true;
+}
+
+// Stores what a pipe carries, from its first byte to its last, in a file without a name.
+static bool spool(sound_input *in) {
+  sound_bytes *bytes = &in->bytes;
+  std::vector<uint8_t> piece = bytes->head;
+  in->spool = tmpfile();
+  while (in->spool != nullptr && !piece.empty()) {
+    if (!process_write(fileno(in->spool), piece.data(), piece.size())) {
+      return fail("storing what " + in->name + " carries failed: " + strerror(errno));
+    }
+    bytes->held += static_cast<int64_t>(piece.size());
+    bytes->head.clear();
+    if (!sound_bytes_gather(bytes, SPOOL_BYTES)) {
+      return fail_reading(in, bytes->error);
+    }
+    piece.swap(bytes->head);
+  }
+  if (in->spool == nullptr) {
+    return fail(std::string("cannot make a temporary file: ") + strerror(errno));
+  }
+  bytes->fd = fileno(in->spool);
+  bytes->live = false;
+  return true;
+}
+
+// True when libsndfile knows the kind of file that the first bytes of a pipe belong to.
+static bool is_known(const sound_bytes *bytes) {
+  sound_bytes prefix = *bytes;
+  SF_INFO info = {};
+  SNDFILE *file = sound_bytes_open(&prefix, static_cast<int64_t>(bytes->head.size()), &info);
+  if (file != nullptr) {
+    sf_close(file);
+  }
+  return file != nullptr || sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT;
+}
+
+// Opens a pipe: formats whose header stands in front of plain samples are read as they come, others
+// once all is there.
+static bool open_pipe(sound_input *in) {
+  sound_bytes *bytes = &in->bytes;
+  SF_INFO info = {};
+  const bool plain = sound_header_take(bytes);
+  if (bytes->error != 0) {
+    return fail_reading(in, bytes->error);
+  }
+  if (plain) {
+    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+    if (in->file != nullptr && bytes->unit > 0) {
+      adopt(in, &info);
+      return true;
+    }
+    close_file(in);
+  }
+  if (!sound_bytes_gather(bytes, PREFIX_BYTES)) {
+    return fail_reading(in, bytes->error);
+  }
+  if (bytes->head.empty() || !is_known(bytes)) {
+    return fail_headerless(in);
+  }
+  return spool(in) && open_disk(in, "");
+}
+
+static bool open_standard_input(sound_input *in, size_t raw_channels) {
+  struct stat status = {};
+  in->name = "standard input";
+  in->bytes.fd = STDIN_FILENO;
+  if (isatty(STDIN_FILENO) == 1) {
+    return fail(
+        "standard input is a terminal; pipe sound into it, for example from "
+        "arecord -t wav -f S16_LE -r 16000");
+  }
+  const bool on_disk = fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+  in->bytes.live = !on_disk || raw_channels > 0;
+  if (raw_channels > 0) {
+    return open_raw(in, raw_channels);
+  }
+  if (!on_disk) {
+    return open_pipe(in);
+  }
+  in->bytes.start = lseek(STDIN_FILENO, 0, SEEK_CUR);
+  in->bytes.held = status.st_size - in->bytes.start;
+  return open_disk(in, "");
+}
+
+static bool open_named(sound_input *in, const std::string &path) {
+  struct stat status = {};
+  in->name = path;
+  if (stat(path.c_str(), &status) != 0) {
+    return fail("cannot open " + path + ": " + strerror(errno));
+  }
+  if (S_ISDIR(status.st_mode)) {
+    return fail(path + " is a directory; name a sound file in it");
+  }
+  in->bytes.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+  in->bytes.live = !S_ISREG(status.st_mode);
+  in->bytes.held = status.st_size;
+  if (in->bytes.fd == -1) {
+    return fail("cannot read " + path + ": " + strerror(errno));
+  }
+  return in->bytes.live ? open_pipe(in) : open_disk(in, path);
+}
+
+bool sound_open(sound_input *in, const enhance_options *options) {
+  *in = {};
+  return options->in == "-" ? open_standard_input(in, options->raw_channels)
+                            : open_named(in, options->in);
+}
+
+void sound_close(sound_input *in) {
+  close_file(in);
+  if (in->spool != nullptr) {
+    fclose(in->spool);
+    in->spool = nullptr;
+  } else if (in->bytes.fd > STDIN_FILENO) {
+    close(in->bytes.fd);
+  }
+  in->bytes.fd = -1;
+}
