@@ -15,8 +15,9 @@
 #include "sound_header.h"
 
 static constexpr int RAW_RATE_HZ = 16000;
-static constexpr size_t PREFIX_BYTES = 16384;  // of a pipe, which tell what it carries
-static constexpr size_t SPOOL_BYTES = 65536;   // copied at a time
+static constexpr int64_t SIZE_FOR_UNKNOWN = 0x7ff00000;  // bytes, the least in use
+static constexpr size_t PREFIX_BYTES = 16384;            // of a pipe, which tell what it carries
+static constexpr size_t SPOOL_BYTES = 65536;             // copied at a time
 
 static bool fail(const std::string &text) {
   if (!process_stopped()) {
@@ -59,8 +60,8 @@ static void adopt(sound_input *in, const SF_INFO *info) {
   in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
   if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
     in->most = bytes->live ? in->announced : info->frames;
-  } else if (bytes->unit > 0 && bytes->length > bytes->sound_at) {
-    // A header without a size: the sound reaches to the end of the file.
+  } else if (bytes->unit > 0 && bytes->held > SIZE_FOR_UNKNOWN) {
+    // The sound reaches to the end of the file, which is beyond the size that says so.
     in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
   } else {
     in->most = info->frames;
