@@ -125,7 +125,7 @@ class Plot(program.ProgramCase):
         self.fails("name another directory in TMPDIR", "in.wav",
                    env={**self.env, "TMPDIR": str(self.work / "in.wav")})
         # A limit stands for a disk that is full: sixty thousand bytes, and two files of 64000.
-        self.fails("free some space, or name another directory in TMPDIR", "in.wav",
+        self.fails("free some space there, or name another directory in TMPDIR", "in.wav",
                    restore_signals=False,
                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60000, 60000)))
         for missing in "numpy", "matplotlib":

@@ -1,6 +1,7 @@
 """Sound in pipes: as it comes, with a header or without."""
 import os
 import pathlib
+import resource
 import select
 import struct
 import subprocess
@@ -85,6 +86,17 @@ class Streams(ProgramCase):
         with subprocess.Popen(["cp", "pipe.wav", "copy.wav"]):
             self.expect(0, "", "enhance", "--quiet", "in.wav", "pipe.wav")
         self.assertEqual(self.whole, pathlib.Path("copy.wav").read_bytes(), "a named pipe has WAV")
+
+    def test_what_cannot_be_kept_meanwhile_is_told(self):
+        """FLAC is read, and AIFF written, by way of a temporary file."""
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "a.flac")
+        flac = pathlib.Path("a.flac").read_bytes()
+        nowhere = {**os.environ, "TMPDIR": str(self.work / "in.wav")}
+        limit = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))}
+        for words, data in (["-", "-"], flac), (["in.wav", "-", "--format", "aiff"], b""):
+            for settings, told in ({"env": nowhere}, "name another directory in TMPDIR"), (
+                    limit, "free some space there"):
+                self.expect(1, told, "enhance", *words, input=data, **settings)
 
     def test_a_length_that_is_not_known_stays_open(self):
         raw = self.sound.tobytes()

@@ -20,6 +20,7 @@
 #include "process.h"
 #include "report.h"
 #include "se_bf_host.h"
+#include "temporary_file.h"
 
 namespace fs = std::filesystem;
 
@@ -29,9 +30,8 @@ static constexpr size_t SAMPLE_BYTES = 2;
 struct plot_job {
   const enhance_options *options;
   std::string picture;
-  std::string parent;  // directory of the temporary files
-  int own_stdout;      // where the picture's name goes; descriptor 1 is lent to the sound
-  int before;          // file descriptors of the sound
+  int own_stdout;  // where the picture's name goes; descriptor 1 is lent to the sound
+  int before;      // file descriptors of the sound
   int after;
   int64_t samples;  // of each
 };
@@ -39,32 +39,6 @@ struct plot_job {
 static bool fail(const std::string &text) {
   report_line(text);
   return false;
-}
-
-static std::string temporary_parent() {
-  std::error_code error;
-  const fs::path parent = fs::temp_directory_path(error);
-  const char *chosen = getenv("TMPDIR");
-  return !error ? parent.string() : chosen != nullptr ? chosen : "/tmp";
-}
-
-// Opens a file without a name; -1 after one line.
-static int open_temporary(const plot_job *job) {
-  std::string path = job->parent + "/se_bf-XXXXXX";
-  const int fd = mkostemp(&path[0], O_CLOEXEC);
-  if (fd == -1) {
-    report_line("cannot make a temporary file in " + job->parent + ": " + strerror(errno) +
-                "; name another directory in TMPDIR");
-    return -1;
-  }
-  unlink(path.c_str());
-  return fd;
-}
-
-static bool fail_for_space(const plot_job *job, int error) {
-  return fail("writing temporary files in " + job->parent + " failed: " + strerror(error) +
-              "; a picture takes 231 MB there for an hour of sound: free some space, or name "
-              "another directory in TMPDIR");
 }
 
 // Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
@@ -83,7 +57,7 @@ static bool write_before(plot_job *job, audio_source *source) {
       bytes[2 * n + 1] = static_cast<uint8_t>(static_cast<uint16_t>(sample) >> 8);
     }
     if (!process_write(job->before, bytes, samples * SAMPLE_BYTES)) {
-      return !process_stopped() && fail_for_space(job, errno);
+      return !process_stopped() && temporary_file_failed(errno);
     }
     job->samples += count;
     report_progress(static_cast<double>(input->frames_read) / rate,
@@ -110,7 +84,7 @@ static bool enhance_sound(plot_job *job) {
   enhance_options enhancing = *job->options;
   const int error = posix_fallocate(job->after, 0, job->samples * static_cast<off_t>(SAMPLE_BYTES));
   if (error != 0) {
-    return fail_for_space(job, error);
+    return temporary_file_failed(error);
   }
   if (dup2(job->after, STDOUT_FILENO) == -1) {
     return fail(std::string("standard output is not usable: ") + strerror(errno));
@@ -158,8 +132,8 @@ static bool run(plot_job *job) {
   if (!check_places(job) || !drawing_find(&scripts)) {
     return false;
   }
-  job->before = open_temporary(job);
-  job->after = job->before == -1 ? -1 : open_temporary(job);
+  job->before = temporary_file_open();
+  job->after = job->before == -1 ? -1 : temporary_file_open();
   if (job->after == -1 || !read_sound(job) || !enhance_sound(job)) {
     return false;
   }
@@ -172,7 +146,6 @@ int plot_run(const enhance_options *options, const std::string &picture) {
   plot_job job = {};
   job.options = options;
   job.picture = picture.empty() ? fs::path(options->in).stem().string() + ".png" : picture;
-  job.parent = temporary_parent();
   job.own_stdout = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (job.own_stdout == -1) {
     report_line(std::string("standard output is not usable: ") + strerror(errno));

@@ -3,7 +3,6 @@
 #define SE_BF_SOUND_INPUT_H
 
 #include <sndfile.h>
-#include <stdio.h>
 
 #include <string>
 
@@ -15,7 +14,7 @@ struct sound_input {
   std::string name;  // for messages
   sound_bytes bytes;
   SNDFILE *file = nullptr;
-  FILE *spool = nullptr;  // holds what a pipe carried, where it cannot be read as it comes
+  // as it comes
   int rate_hz = 0;
   size_t channels = 0;
   int64_t announced = UNKNOWN_LENGTH;  // frames

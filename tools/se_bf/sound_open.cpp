@@ -13,6 +13,7 @@
 #include "report.h"
 #include "sound_format.h"
 #include "sound_header.h"
+#include "temporary_file.h"
 
 static constexpr int RAW_RATE_HZ = 16000;
 static constexpr int64_t SIZE_FOR_UNKNOWN = 0x7ff00000;  // bytes, the least in use
@@ -119,14 +120,20 @@ static bool open_raw(sound_input *in, size_t channels) {
   return true;
 }
 
-// Stores what a pipe carries, from its first byte to its last, in a file without a name.
-static bool spool(sound_input *in) {
+static void close_bytes(sound_input *in) {
+  if (in->bytes.fd > STDIN_FILENO) {
+    close(in->bytes.fd);
+  }
+  in->bytes.fd = -1;
+}
+
+// Writes what a pipe carries, from its first byte to its last, to `fd`.
+static bool drain(sound_input *in, int fd) {
   sound_bytes *bytes = &in->bytes;
   std::vector<uint8_t> piece = bytes->head;
-  in->spool = tmpfile();
-  while (in->spool != nullptr && !piece.empty()) {
-    if (!process_write(fileno(in->spool), piece.data(), piece.size())) {
-      return fail("storing what " + in->name + " carries failed: " + strerror(errno));
+  while (!piece.empty()) {
+    if (!process_write(fd, piece.data(), piece.size())) {
+      return !process_stopped() && temporary_file_failed(errno);
     }
     bytes->held += static_cast<int64_t>(piece.size());
     bytes->head.clear();
@@ -135,12 +142,17 @@ static bool spool(sound_input *in) {
     }
     piece.swap(bytes->head);
   }
-  if (in->spool == nullptr) {
-    return fail(std::string("cannot make a temporary file: ") + strerror(errno));
-  }
-  bytes->fd = fileno(in->spool);
-  bytes->live = false;
   return true;
+}
+
+// Puts a file without a name, which holds all that a pipe carries, in the place of the pipe.
+static bool spool(sound_input *in) {
+  const int fd = temporary_file_open();
+  const bool good = fd != -1 && drain(in, fd);
+  close_bytes(in);
+  in->bytes.fd = fd;
+  in->bytes.live = false;
+  return good;
 }
 
 // True when libsndfile knows the kind of file that the first bytes of a pipe belong to.
@@ -228,11 +240,5 @@ bool sound_open(sound_input *in, const enhance_options *options) {
 
 void sound_close(sound_input *in) {
   close_file(in);
-  if (in->spool != nullptr) {
-    fclose(in->spool);
-    in->spool = nullptr;
-  } else if (in->bytes.fd > STDIN_FILENO) {
-    close(in->bytes.fd);
-  }
-  in->bytes.fd = -1;
+  close_bytes(in);
 }

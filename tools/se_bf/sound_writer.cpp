@@ -7,6 +7,7 @@
 
 #include "process.h"
 #include "report.h"
+#include "temporary_file.h"
 
 static constexpr size_t CHUNK = 4096;        // samples stored at a time
 static constexpr size_t COPY_BYTES = 65536;  // at a time
@@ -25,7 +26,7 @@ static bool fail_writing(const sound_writer *writer, int error) {
 }
 
 static int target(const sound_writer *writer) {
-  return writer->spool != nullptr ? fileno(writer->spool) : writer->fd;
+  return writer->spool != -1 ? writer->spool : writer->fd;
 }
 
 static bool put_at(int fd, const void *data, size_t bytes, int64_t at) {
@@ -50,7 +51,7 @@ static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   const bool anew = writer->position != writer->end;
   errno = 0;
   bool good = writer->error == 0;
-  if (good && (writer->seekable || writer->spool != nullptr)) {
+  if (good && (writer->seekable || writer->spool != -1)) {
     good = put_at(target(writer), data, bytes, writer->start + writer->position);
   } else if (good && !anew) {
     good = process_write(writer->fd, data, bytes);
@@ -94,9 +95,9 @@ static bool open_sndfile(sound_writer *writer) {
                 " Hz; use another format, for example .wav");
   }
   if (!writer->seekable && writer->format->layout == LAYOUT_FILE) {
-    writer->spool = tmpfile();
-    if (writer->spool == nullptr) {
-      return fail(std::string("cannot make a temporary file: ") + strerror(errno));
+    writer->spool = temporary_file_open();
+    if (writer->spool == -1) {
+      return false;
     }
   }
   writer->file = sf_open_virtual(&io, SFM_WRITE, &info, writer);
@@ -149,9 +150,12 @@ static bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples
 
 // Tells why libsndfile failed: the operating system's reason where there is one.
 static bool fail_encoding(const sound_writer *writer, int sndfile_error) {
-  return writer->error != 0 ? fail_writing(writer, writer->error)
-                            : fail("writing " + writer->name +
-                                   " failed: " + sound_reason(sf_error_number(sndfile_error)));
+  if (writer->error != 0) {
+    return writer->spool != -1 ? temporary_file_failed(writer->error)
+                               : fail_writing(writer, writer->error);
+  }
+  return fail("writing " + writer->name +
+              " failed: " + sound_reason(sf_error_number(sndfile_error)));
 }
 
 bool writer_write(sound_writer *writer, const int16_t *pcm, size_t samples) {
@@ -174,7 +178,7 @@ static bool copy_spool(sound_writer *writer) {
   std::vector<uint8_t> piece(COPY_BYTES);
   int64_t at = 0;
   while (at < writer->end) {
-    const ssize_t count = pread(fileno(writer->spool), piece.data(), piece.size(), at);
+    const ssize_t count = pread(writer->spool, piece.data(), piece.size(), at);
     if (count <= 0 || !process_write(writer->fd, piece.data(), static_cast<size_t>(count))) {
       return fail_writing(writer, errno);
     }
@@ -205,7 +209,7 @@ bool writer_finish(sound_writer *writer) {
   if (error != SF_ERR_NO_ERROR || writer->error != 0) {
     return fail_encoding(writer, error);
   }
-  if (writer->spool != nullptr && !copy_spool(writer)) {
+  if (writer->spool != -1 && !copy_spool(writer)) {
     return false;
   }
   // What is written next to the same file follows.
@@ -218,8 +222,8 @@ void writer_abort(sound_writer *writer) {
     sf_close(writer->file);
     writer->file = nullptr;
   }
-  if (writer->spool != nullptr) {
-    fclose(writer->spool);
-    writer->spool = nullptr;
+  if (writer->spool != -1) {
+    close(writer->spool);
+    writer->spool = -1;
   }
 }

@@ -3,7 +3,6 @@
 #define SE_BF_SOUND_WRITER_H
 
 #include <sndfile.h>
-#include <stdio.h>
 
 #include <string>
 
@@ -23,11 +22,11 @@ struct sound_writer {
   // The rest is the writer's own.
   bool wide = false;  // room for a length of 64 bits
   SNDFILE *file = nullptr;
-  FILE *spool = nullptr;  // what cannot be written to a pipe as it comes
-  int64_t start = 0;      // of the sound file, in a file on disk
-  int64_t position = 0;   // of libsndfile's next byte
-  int64_t end = 0;        // bytes so far
-  int error = 0;          // errno of the first write that failed
+  int spool = -1;        // descriptor of a file for what cannot be written to a pipe as it comes
+  int64_t start = 0;     // of the sound file, in a file on disk
+  int64_t position = 0;  // of libsndfile's next byte
+  int64_t end = 0;       // bytes so far
+  int error = 0;         // errno of the first write that failed
 };
 
 // Starts to write as the first six fields ask for and the rate; `expected` must fit the format. On
