@@ -26,10 +26,10 @@ void plugin_stream_open(plugin_stream *stream, const plugin_scene *scene) {
   config.mic_distance = directed ? scene->mic_distance : 0.0f;
   config.doa = directed ? scene->doa : 0.0f;
   config.plain = scene->plain;
-  if (!directed && scene->mic_distance > 0.0f) {
+  if (directed != (scene->mic_distance > 0.0f)) {
     tell_once(&g_direction_told,
-              "tm_se_bf: the spacing of the microphones has no effect without the direction of the "
-              "talker, -180 to 180 degrees; no direction is preferred\n");
+              "tm_se_bf: no direction is preferred; that takes both the spacing of the microphones "
+              "and the direction of the talker, -180 to 180 degrees\n");
   }
   stream->enhancer = host_create(&config);
   stream->late = PLUGIN_LATENCY;

@@ -122,6 +122,18 @@ class Plot(program.ProgramCase):
         self.fails("a pipe cannot be drawn", "pipe.wav")
         os.symlink("/dev/full", "full.png")
         self.fails("cannot write full.png: No space left", "in.wav", "full.png")
+        os.link("in.wav", "in.png")
+        self.fails("are the same file", "in.wav", "in.png")
+        os.remove("in.png")
+        pathlib.Path("old.png").write_text("as it was")
+        script = [str(program.TOP / "tools/plot/spectrograms.py"), "in.wav", "--output=old.png"]
+        files = sorted(os.listdir())
+        result = subprocess.run([sys.executable, *script], capture_output=True, check=False,
+                                restore_signals=False, preexec_fn=lambda: resource.setrlimit(
+                                    resource.RLIMIT_FSIZE, (4096, 4096)))
+        self.assertIn(b"cannot write old.png: File too large", result.stderr)
+        self.assertEqual(("as it was", files),
+                         (pathlib.Path("old.png").read_text(), sorted(os.listdir())))
         self.fails("name another directory in TMPDIR", "in.wav",
                    env={**self.env, "TMPDIR": str(self.work / "in.wav")})
         # A limit stands for a disk that is full: sixty thousand bytes, and two files of 64000.

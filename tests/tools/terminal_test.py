@@ -39,6 +39,7 @@ class Terminal(program.ProgramCase):
             self.assertTrue(lines, f"a bar is expected in {width} columns")
             for line in lines:
                 self.assertRegex(line, f"^{shape}$", f"drawn in {width} columns")
+        self.assertEqual([], self.drawn(1), "one column has no room")
 
     def test_help_and_version_that_cannot_be_written_fail(self):
         with open("/dev/full", "wb") as full:

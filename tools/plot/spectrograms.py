@@ -10,6 +10,7 @@ import argparse
 import io
 import itertools
 import os
+import shutil
 import signal
 import sys
 
@@ -166,15 +167,21 @@ def draw(sounds, titles, report):
 
 
 def write(path, picture):
-    """Writes the picture; half a picture is removed."""
-    opened = False
+    """Writes the picture. One that has the name already stays until the new one is whole."""
+    place = os.path.realpath(path)
+    replaced = os.path.isfile(place)
+    in_place = os.path.exists(place) and not replaced  # a device
+    new = place if in_place else os.path.join(os.path.dirname(place), f".plot-{os.getpid()}.png")
     try:
-        with open(path, "wb") as file:
-            opened = True
+        with open(new, "wb") as file:
             file.write(picture)
+        if replaced:
+            shutil.copymode(place, new)
+        if not in_place:
+            os.replace(new, place)
     except OSError as error:
-        if opened and os.path.isfile(path):
-            os.remove(path)
+        if not in_place and os.path.exists(new):
+            os.remove(new)
         sys.exit(f"cannot write {path}: {error.strerror}")
 
 

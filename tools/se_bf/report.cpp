@@ -53,11 +53,12 @@ void report_progress_task(const std::string &task) {
   g_bar.task = task + " ";
 }
 
-// Characters that one line of the terminal holds without a break behind the last; 0: unknown.
+// Characters that one line of the terminal holds without a break behind the last; without end where
+// the terminal does not tell.
 static size_t line_room() {
   winsize size = {};
   const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return known ? static_cast<size_t>(size.ws_col) - 1 : 0;
+  return known ? static_cast<size_t>(size.ws_col) - 1 : SIZE_MAX;
 }
 
 // The bar, as long as `room` allows; without room for one the percentage.
@@ -65,7 +66,7 @@ static std::string bar_text(double share, size_t room) {
   const std::string number = report_number(share * PER_CENT, 0) + " %";
   const size_t around = g_bar.task.size() + sizeof "[] " - 1 + SHARE_LEN;
   const size_t left = room > around ? room - around : 0;
-  const size_t cells = room == 0 || left > BAR_CELLS ? BAR_CELLS : left;
+  const size_t cells = left < BAR_CELLS ? left : BAR_CELLS;
   if (cells < LEAST_CELLS) {
     return g_bar.task.size() + SHARE_LEN > room ? number : g_bar.task + number;
   }
@@ -81,7 +82,7 @@ void report_progress(double seconds, double total) {
   const size_t room = line_room();
   std::string text = total > 0.0 ? bar_text(seconds < total ? seconds / total : 1.0, room)
                                  : g_bar.task + report_number(seconds, 1) + " s";
-  if (room > 0 && text.size() > room) {
+  if (text.size() > room) {
     text.resize(room);
   }
   fputs((ERASE_LINE + text).c_str(), stderr);
