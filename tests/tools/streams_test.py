@@ -77,6 +77,19 @@ class Streams(ProgramCase):
             self.assertEqual(self.piped(data, "-", "-"), self.piped(found, "-", "-"), name)
         self.assertEqual(self.whole[44:], self.piped(b"", "in.wav", "-", "--format", "raw"))
 
+    def test_the_first_piece_tells_the_format(self):
+        """Readers that take one look need more than a header, which may come in pieces, too."""
+        for name in "wav", "au", "flac", "ogg", "opus":
+            with subprocess.Popen([program.TOOL, "enhance", "--quiet", "in.wav", "-", "--format", name],
+                                  stdout=subprocess.PIPE) as running:
+                first = os.read(running.stdout.fileno(), 65536)
+                self.assertLessEqual(4096, len(first), f"bytes of {name} in the first piece")
+                running.stdout.read()
+        program.write_wav("short.wav", self.sound[:9])
+        self.assertEqual(44 + 18, len(self.piped(b"", "short.wav", "-", "--format", "wav")))
+        self.assertEqual(18, len(self.piped(self.piped(b"", "short.wav", "-", "--format", "flac"),
+                                            "-", "-")))
+
     def test_names_and_formats_agree(self):
         self.expect(2, "--format flac is not what", "enhance", "in.wav", "x.wav", "--format", "flac")
         self.expect(2, "none of wav, flac", "enhance", "in.wav", "-", "--format", "mp4")

@@ -11,6 +11,7 @@
 
 static constexpr size_t CHUNK = 4096;        // samples stored at a time
 static constexpr size_t COPY_BYTES = 65536;  // at a time
+static constexpr size_t LEAST_FIRST_BYTES = 4096;
 
 static bool fail(const std::string &text) {
   report_line(text);
@@ -44,6 +45,22 @@ static bool put_at(int fd, const void *data, size_t bytes, int64_t at) {
   return true;
 }
 
+static bool put_first(sound_writer *writer) {
+  writer->begun = true;
+  return process_write(writer->fd, writer->first.data(), writer->first.size());
+}
+
+// Writes what follows. The first piece that a pipe takes holds more than the header: readers that
+// tell the format by it may look only once.
+static bool put_next(sound_writer *writer, const void *data, size_t bytes) {
+  if (writer->begun) {
+    return process_write(writer->fd, data, bytes);
+  }
+  const uint8_t *next = static_cast<const uint8_t *>(data);
+  writer->first.insert(writer->first.end(), next, next + bytes);
+  return writer->first.size() < LEAST_FIRST_BYTES || put_first(writer);
+}
+
 // libsndfile's writes. A pipe takes what follows; what libsndfile would write anew is dropped.
 static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   sound_writer *writer = static_cast<sound_writer *>(user);
@@ -54,7 +71,7 @@ static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   if (good && (writer->seekable || writer->spool != -1)) {
     good = put_at(target(writer), data, bytes, writer->start + writer->position);
   } else if (good && !anew) {
-    good = process_write(writer->fd, data, bytes);
+    good = put_next(writer, data, bytes);
   }
   if (!good) {
     writer->error = writer->error != 0 ? writer->error : errno;
@@ -122,7 +139,8 @@ static bool open_words(sound_writer *writer) {
                                                    : writer->most;
   const std::vector<uint8_t> header =
       plain_header(writer->format, writer->rate_hz, writer->expected, writer->wide);
-  return process_write(writer->fd, header.data(), header.size()) || fail_writing(writer, errno);
+  writer->begun = writer->seekable || header.empty();
+  return put_next(writer, header.data(), header.size()) || fail_writing(writer, errno);
 }
 
 bool writer_open(sound_writer *writer) {
@@ -141,7 +159,7 @@ static bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples
       bytes[2 * n + low] = static_cast<uint8_t>(word & 0xff);
       bytes[2 * n + 1 - low] = static_cast<uint8_t>(word >> 8);
     }
-    if (!process_write(writer->fd, bytes, 2 * piece)) {
+    if (!put_next(writer, bytes, 2 * piece)) {
       return fail_writing(writer, errno);
     }
   }
@@ -191,6 +209,9 @@ static bool finish_words(sound_writer *writer) {
   const std::vector<uint8_t> header =
       plain_header(writer->format, writer->rate_hz, writer->frames, writer->wide);
   const bool same = writer->frames == writer->expected && !writer->wide;
+  if (!writer->begun && !put_first(writer)) {
+    return fail_writing(writer, errno);
+  }
   return same || !writer->seekable ||
          put_at(writer->fd, header.data(), header.size(), writer->start) ||
          fail_writing(writer, errno);
@@ -211,6 +232,9 @@ bool writer_finish(sound_writer *writer) {
   }
   if (writer->spool != -1 && !copy_spool(writer)) {
     return false;
+  }
+  if (!writer->seekable && !writer->begun && !put_first(writer)) {
+    return fail_writing(writer, errno);
   }
   // What is written next to the same file follows.
   return !writer->seekable || lseek(writer->fd, writer->start + writer->end, SEEK_SET) != -1 ||

@@ -5,6 +5,7 @@
 #include <sndfile.h>
 
 #include <string>
+#include <vector>
 
 #include "plain_header.h"
 #include "sound_format.h"
@@ -20,7 +21,9 @@ struct sound_writer {
   int64_t most = 0;                   // frames that fit
   bool full = false;                  // more came than fits, and was dropped
   // The rest is the writer's own.
-  bool wide = false;  // room for a length of 64 bits
+  bool wide = false;           // room for a length of 64 bits
+  std::vector<uint8_t> first;  // bytes that wait to go to a pipe together
+  bool begun = false;          // they have gone
   SNDFILE *file = nullptr;
   int spool = -1;        // descriptor of a file for what cannot be written to a pipe as it comes
   int64_t start = 0;     // of the sound file, in a file on disk
