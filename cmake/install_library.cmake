@@ -19,5 +19,10 @@ install(FILES ${generated}/tm_se_bf-config.cmake ${generated}/tm_se_bf-config-ve
 
 file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" pc_prefix "${pc_prefix}")
+# Without a shared library to ask for it, programs need libm whether --static is given or not.
+set(pc_libm "")
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+  set(pc_libm " -lm")
+endif()
 configure_file(cmake/tm_se_bf.pc.in ${generated}/tm_se_bf.pc @ONLY)
 install(FILES ${generated}/tm_se_bf.pc DESTINATION ${pkgconfig_dir})
