@@ -35,7 +35,8 @@ static const char *const ENHANCE_HELP =
     "is in it; results keep its tree and the names in DIR (n.mp3 and others that cannot be "
     "written\n"
     "become n.wav). DIR/se_bf-results.txt records what each result was made from: what is done is\n"
-    "skipped, what has changed is made anew, and a file made from anything else stays.";
+    "skipped, what has changed is made anew, and a file made from anything else, or when IN was\n"
+    "longer, stays.";
 
 static const char *const PLOT_HELP =
     "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
