@@ -19,6 +19,11 @@ TOOL = ""  # path of the program, from the command line
 LIMIT_S = 60  # a command that takes longer hangs
 
 
+def is_instrumented():
+    """Whether the program is built with a sanitizer, which no library may come before."""
+    return b"__asan_init" in pathlib.Path(TOOL).read_bytes()
+
+
 def recording():
     """The stored recording: samples of two microphones at 16 kHz, frames x 2, 16-bit."""
     return np.fromfile(TOP / "src/conformance/pcm_in_multi.s16", "<i2").reshape(-1, 2)

@@ -67,7 +67,6 @@ done <<'END'
 0|identical from 0.00 s|se_bf enhance --quiet equal.wav ../x.wav
 0|no effect in mode mean|se_bf enhance --quiet --mode mean --mic-distance 0.1 --doa 90 in.wav ../x.wav
 1|would replace it|se_bf enhance --out-dir . in.wav
-1|would both become|se_bf enhance --out-dir ../new in.wav ./in.wav
 2|--mic-distance needs --doa|se_bf enhance --mic-distance 0.1 in.wav x.wav
 2|--mic-distance needs --doa|se_bf enhance --mic-distance 0.1 --out-dir ../new in.wav
 2|--mic-distance needs --doa|se_bf plot --mic-distance 0.1 in.wav

@@ -1,15 +1,14 @@
-// The command line: the options of the subcommands, their help and their checks.
+// The command line: the options of the subcommands and their help.
 #include "arguments.h"
 
 #include <errno.h>
-#include <math.h>
-#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <sstream>
 
+#include "arguments_check.h"
 #include "conform.h"
 #include "process.h"
 #include "report.h"
@@ -21,7 +20,6 @@ static constexpr double MAX_DISTANCE_M = 10.0;
 static constexpr double MAX_ANGLE_DEG = 180.0;
 static constexpr double MAX_GAIN_DB = 60.0;
 static constexpr int MAX_JOBS = 1024;
-static constexpr size_t MAX_CHANNELS = 1024;  // more than a sound file holds
 
 static const char *const FORMAT_NAMES = "wav, flac, ogg, opus, aiff, au, caf, w64, rf64, raw";
 
@@ -37,7 +35,8 @@ static const char *const ENHANCE_HELP =
     "is in it; results keep its tree and the names in DIR (n.mp3 and others that cannot be "
     "written\n"
     "become n.wav). DIR/se_bf-results.txt records what each result was made from: what is done is\n"
-    "skipped, what has changed is made anew, and a file made from anything else stays.";
+    "skipped, what has changed is made anew, and a file made from anything else, or when IN was\n"
+    "longer, stays.";
 
 static const char *const PLOT_HELP =
     "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
@@ -55,44 +54,6 @@ static const char *const CONFORM_HELP =
     "conform.\n"
     "The figures of the other types and hops are for comparison; alone they allow no verdict, and\n"
     "the exit status is 1.";
-
-// A check of a number: finite, and from `low` to `high`. Returns what is wrong, or nothing.
-static std::string check_range(const std::string &text, double low, double high) {
-  char *end = nullptr;
-  const double value = strtod(text.c_str(), &end);
-  const bool number = end != text.c_str() && *end == '\0' && isfinite(value);
-  if (number && value >= low && value <= high) {
-    return "";
-  }
-  return "'" + text + "' is not a number from " + report_number(low, 0) + " to " +
-         report_number(high, 0);
-}
-
-// Reads "0" or "0,3" into one or two different channel numbers. Returns what is wrong, or nothing.
-static std::string read_channels(const std::string &text, std::vector<size_t> *channels) {
-  std::string wrong = "'" + text + "' is not one channel number or two different ones, as 0,3";
-  channels->clear();
-  const char *next = text.c_str();
-  for (;;) {
-    char *end = nullptr;
-    if (*next < '0' || *next > '9') {
-      return wrong;
-    }
-    const unsigned long value = strtoul(next, &end, 10);
-    const bool again = !channels->empty() && channels->front() == value;
-    if (value >= MAX_CHANNELS || again || channels->size() == 2) {
-      return wrong;
-    }
-    channels->push_back(value);
-    if (*end == '\0') {
-      return "";
-    }
-    if (*end != ',') {
-      return wrong;
-    }
-    next = end + 1;
-  }
-}
 
 static std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
@@ -133,7 +94,7 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
 
 static void declare_scene(CLI::App *command, enhance_options *options) {
   const auto channels = [options](const std::string &text) {
-    return read_channels(text, &options->channels);
+    return check_channels(text, &options->channels);
   };
   command
       ->add_option_function<std::string>(
@@ -260,42 +221,6 @@ static int parse(CLI::App *app, int argc, char **argv, bool *done) {
   return 0;
 }
 
-// IN and OUT, or with --out-dir any number of IN. Returns what is wrong, or nothing.
-static std::string place_files(arguments *args) {
-  const std::vector<std::string> &places = args->batch.places;
-  if (!args->batch.out_dir.empty()) {
-    return "";
-  }
-  if (places.size() != 2) {
-    return places.size() < 2 ? "OUT is missing: se_bf enhance IN OUT"
-                             : "many files need --out-dir DIR; without it give IN and OUT only";
-  }
-  args->enhance.in = places[0];
-  args->enhance.out = places[1];
-  return "";
-}
-
-// Options that say nothing without another one. Returns what is wrong, or nothing.
-static std::string check_pairs(const CLI::App *command, const enhance_options *options) {
-  if (command->count("--doa") > 0 && options->mic_distance_m == 0.0f) {
-    return "--doa needs --mic-distance: the spacing of the microphones, in metres";
-  }
-  if (command->count("--doa") == 0 && options->mic_distance_m > 0.0f) {
-    return "--mic-distance needs --doa: the direction of the talker, in degrees, 90 for in front; "
-           "leave out both where it is not known";
-  }
-  const CLI::Option *raw = command->get_option_no_throw("--raw-channels");
-  if (raw != nullptr && raw->count() > 0 && options->in != "-") {
-    return "--raw-channels is for raw PCM on standard input, IN -; a sound file tells its channels";
-  }
-  const sound_format *told = sound_format_of(options->out);
-  if (told != nullptr && !options->format.empty() && options->format != told->name) {
-    return "--format " + options->format + " is not what the name " + options->out +
-           " says; leave it out, or give OUT another name";
-  }
-  return "";
-}
-
 int arguments_read(int argc, char **argv, arguments *args) {
   CLI::App app("Speech enhancement with one or two microphones.", "se_bf");
   app.set_version_flag("--version", version_text());
@@ -315,7 +240,7 @@ int arguments_read(int argc, char **argv, arguments *args) {
     args->command = COMMAND_CONFORM;
     return 0;
   }
-  std::string wrong = enhance->parsed() ? place_files(args) : "";
+  std::string wrong = enhance->parsed() ? check_places(&args->batch, &args->enhance) : "";
   wrong = wrong.empty() ? check_pairs(enhance->parsed() ? enhance : plot, &args->enhance) : wrong;
   if (!wrong.empty()) {
     return fail_usage(&app, wrong);

@@ -1,4 +1,4 @@
-// The command line: the options of the subcommands, their help and their checks.
+// The command line: the options of the subcommands and their help.
 #ifndef SE_BF_ARGUMENTS_H
 #define SE_BF_ARGUMENTS_H
 

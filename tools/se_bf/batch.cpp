@@ -19,7 +19,8 @@
 #include "process.h"
 #include "report.h"
 
-static constexpr int POLL_MS = 100;  // between two looks at the progress
+static constexpr int POLL_MS = 100;     // between two looks at the progress
+static constexpr size_t MAX_NAMED = 4;  // results in a line; of more there is a count
 
 struct batch {
   const enhance_options *scene;
@@ -33,6 +34,12 @@ struct batch {
   double ended_s;
   double total_s;
 };
+
+// An older result stands in the place.
+static bool is_older(const batch_file *file) {
+  return file->verdict == RESULT_INPUT_CHANGED || file->verdict == RESULT_OPTIONS_CHANGED ||
+         file->verdict == RESULT_VERSION_CHANGED;
+}
 
 static bool start(batch *b, size_t index) {
   batch_file *file = &b->plan.files[index];
@@ -77,6 +84,7 @@ static void attend(batch *b) {
     if (news && watched[i].revents != 0 && !worker_listen(worker)) {
       batch_file *file = &b->plan.files[worker->index];
       file->state = worker_end(worker);
+      file->state = file->state == BATCH_DONE && is_older(file) ? BATCH_ANEW : file->state;
       b->ended_s += file->duration_s;
       b->shortage = 0;
     } else {
@@ -127,6 +135,23 @@ static void warn_of_skipped(const batch *b) {
   }
 }
 
+// An older result is not replaced without a word.
+static void tell_of_older(const batch *b, result_verdict verdict, const std::string &change) {
+  size_t count = 0;
+  std::string names;
+  for (const batch_file &file : b->plan.files) {
+    if (file.verdict == verdict && count++ < MAX_NAMED) {
+      names += (names.empty() ? "" : ", ") + file.place.out;
+    }
+  }
+  if (count > MAX_NAMED) {
+    names += " and " + std::to_string(count - MAX_NAMED) + " more";
+  }
+  if (count > 0) {
+    report_line("making anew: " + names + " (" + change + ")");
+  }
+}
+
 static size_t default_jobs() {
   const long processors = sysconf(_SC_NPROCESSORS_ONLN);
   return processors > 0 ? static_cast<size_t>(processors) : 1;
@@ -149,7 +174,8 @@ static enhance_figures *share_figures(size_t count) {
 
 static bool all_good(const batch *b) {
   const std::vector<batch_file> &files = b->plan.files;
-  const size_t good = table_count(files, BATCH_DONE) + table_count(files, BATCH_SKIPPED);
+  const size_t good = table_count(files, BATCH_DONE) + table_count(files, BATCH_ANEW) +
+                      table_count(files, BATCH_SKIPPED);
   return good == files.size() && b->plan.walk.complete;
 }
 
@@ -169,6 +195,9 @@ int batch_run(const enhance_options *scene, const batch_options *options) {
     b.total_s += file.duration_s;
   }
   warn_of_skipped(&b);
+  tell_of_older(&b, RESULT_INPUT_CHANGED, "the input has changed");
+  tell_of_older(&b, RESULT_OPTIONS_CHANGED, "made with other options before");
+  tell_of_older(&b, RESULT_VERSION_CHANGED, "made by another version before");
   process_catch_signals();
   if (!scene->quiet) {
     report_progress_on();

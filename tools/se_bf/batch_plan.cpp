@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <map>
-#include <set>
 #include <system_error>
 #include <unordered_map>
 #include <utility>
@@ -35,6 +34,13 @@ static std::string result_name(const std::string &name) {
                                           : fs::path(name).replace_extension(".wav").string();
 }
 
+// Whether two paths lead to one name of a file.
+static bool is_same_path(const std::string &a, const std::string &b) {
+  std::error_code unknown;
+  const fs::path real = fs::canonical(a, unknown);
+  return !unknown && real == fs::canonical(b, unknown);
+}
+
 // Every worker is a copy of this process: what is not needed any more is not kept.
 static bool place_results(batch_plan *plan, const std::string &out_dir) {
   std::unordered_map<std::string, size_t> makers;
@@ -42,14 +48,47 @@ static bool place_results(batch_plan *plan, const std::string &out_dir) {
     const std::string name = result_name(file.name);
     const std::string out = (fs::path(out_dir) / name).string();
     const auto [maker, fresh] = makers.emplace(name, plan->files.size());
-    if (!fresh) {
+    if (fresh) {
+      plan->files.push_back(
+          {{std::move(file.path), name, out, ""}, 0.0, BATCH_WAITING, RESULT_WANTED, false});
+    } else if (!is_same_path(plan->files[maker->second].place.in, file.path)) {
       return fail(plan->files[maker->second].place.in + " and " + file.path +
                   " would both become " + out + "; enhance them into different directories");
     }
-    plan->files.push_back({{std::move(file.path), name, out, ""}, 0.0, BATCH_WAITING, false});
   }
   plan->walk.files = {};
   return true;
+}
+
+// No result may have the name of a folder that others need, as d/n.wav for n.wav and n.wav/1.wav.
+static bool check_folders(const batch_plan *plan) {
+  std::unordered_map<std::string, const batch_file *> folders;
+  for (const batch_file &file : plan->files) {
+    fs::path folder = fs::path(file.place.name).parent_path();
+    while (!folder.empty() && folders.emplace(folder.string(), &file).second) {
+      folder = folder.parent_path();
+    }
+  }
+  for (const batch_file &file : plan->files) {
+    const auto folder = folders.find(file.place.name);
+    if (folder != folders.end()) {
+      return fail(file.place.out + " would be the result of " + file.place.in +
+                  " and the folder of the result of " + folder->second->place.in +
+                  "; enhance them into different directories");
+    }
+  }
+  return true;
+}
+
+// The record cannot be a folder of results.
+static void refuse_name_of_record(batch_plan *plan) {
+  for (batch_file &file : plan->files) {
+    const fs::path name(file.place.name);
+    if (record_is_name(name.begin()->string())) {
+      refuse(&file, "the result of " + file.place.in + " cannot be " + file.place.out +
+                        ", a record of the results has that name; rename its folder");
+    }
+  }
 }
 
 // No result may take the place of a recording. What is a link is judged as such.
@@ -108,7 +147,8 @@ static void judge(batch_plan *plan, batch_file *file, const std::string &sound, 
   if (!result_expect(&wanted, &file->place, sound)) {
     return;  // its worker tells what is wrong
   }
-  switch (result_judge(&plan->record, &file->place, &wanted, overwrite, &made)) {
+  file->verdict = result_judge(&plan->record, &file->place, &wanted, overwrite, &made);
+  switch (file->verdict) {
     case RESULT_REFUSED:
       file->state = BATCH_FAILED;
       break;
@@ -151,16 +191,17 @@ static bool make_directories(const fs::path &directory) {
 }
 
 static bool prepare_folders(const batch_plan *plan, const std::string &out_dir) {
+  std::map<std::string, bool> folders = {{out_dir, false}};  // whether a file waits for it
   bool waiting = false;
-  std::set<std::string> folders = {out_dir};
   for (const batch_file &file : plan->files) {
-    if (file.state == BATCH_WAITING) {
-      folders.insert(fs::path(file.place.out).parent_path().string());
-      waiting = true;
+    const bool waits = file.state == BATCH_WAITING;
+    if (waits || link_above(out_dir, file.place.name).empty()) {
+      folders[fs::path(file.place.out).parent_path().string()] |= waits;
     }
+    waiting = waiting || waits;
   }
-  for (const std::string &folder : folders) {
-    if (!make_directories(folder)) {
+  for (const auto &[folder, waits] : folders) {
+    if (waits && !make_directories(folder)) {
       return false;
     }
     output_file_remove_stale(folder);
@@ -170,9 +211,11 @@ static bool prepare_folders(const batch_plan *plan, const std::string &out_dir) 
 
 bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options) {
   if (!walk_places(&plan->walk, options->places, options->out_dir) ||
-      !place_results(plan, options->out_dir) || !record_load(&plan->record, options->out_dir)) {
+      !place_results(plan, options->out_dir) || !check_folders(plan) ||
+      !record_load(&plan->record, options->out_dir)) {
     return false;
   }
+  refuse_name_of_record(plan);
   record_shorten(&plan->record);
   refuse_inputs(plan);
   refuse_linked_folders(plan, options->out_dir);

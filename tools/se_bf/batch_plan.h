@@ -13,6 +13,7 @@ enum batch_state {
   BATCH_WAITING,
   BATCH_RUNNING,
   BATCH_DONE,
+  BATCH_ANEW,  // done, in place of an older result
   BATCH_SKIPPED,
   BATCH_FAILED,
   BATCH_INTERRUPTED
@@ -22,7 +23,8 @@ struct batch_file {
   result_place place;
   double duration_s;  // as the file announces; 0 when it cannot be read, or need not be
   batch_state state;
-  bool cut_off;  // skipped, and the result is of a file that was cut off
+  result_verdict verdict;  // before it is enhanced
+  bool cut_off;            // skipped, and the result is of a file that was cut off
 };
 
 struct batch_plan {
@@ -32,8 +34,9 @@ struct batch_plan {
 };
 
 // Lists the files in the order given, those of folders by name; finds out which are done (SKIPPED)
-// and which must not be (FAILED, after a line); makes the folders of the results and removes from
-// them what dead processes left behind. Returns false after one line when nothing can be done.
+// and which must not be (FAILED, after a line); makes the folders that are needed and removes from
+// those of all results what dead processes left behind. A file that is named twice counts once.
+// Returns false after one line when nothing can be done.
 bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options);
 
 #endif  // SE_BF_BATCH_PLAN_H

@@ -22,7 +22,6 @@ static const char *const HEADING =
     "# se_bf results: what each file in this folder was made from, for se_bf enhance --out-dir\n"
     "# result\tits size and time\tinput\tits size and time\tinput is\tversion\toptions\n";
 static constexpr mode_t ALL_READ_WRITE = 0666;
-static constexpr size_t TAIL_BYTES = 65536;  // longer than any line
 // So many lines that do not count, and as many as do, are too many.
 static constexpr size_t LINES_TO_DROP = 500;
 
@@ -53,6 +52,15 @@ bool record_is_in(const std::string &directory) {
     close(fd);
   }
   return ours;
+}
+
+// What a record that cannot be used means, and what to do.
+static std::string advice(int error) {
+  const bool denied = error == EACCES || error == EPERM || error == EROFS;
+  return std::string(strerror(error)) +
+         (denied ? "; the results here are recorded by another user: get the right to write the "
+                   "record, or give another --out-dir"
+                 : "");
 }
 
 static void index_lines(batch_record *record) {
@@ -88,7 +96,7 @@ bool record_load(batch_record *record, std::string directory) {
     close(fd);
   }
   if (!good) {
-    return fail("cannot read " + record->path + ": " + strerror(error));
+    return fail("cannot read " + record->path + ": " + advice(error));
   }
   if (!record->text.empty() && record->text.rfind(MARK, 0) != 0) {
     return fail(record->path + " is no record of results; move it elsewhere, its name is needed");
@@ -132,6 +140,11 @@ static bool wait_for_lock(int fd) {
   return true;
 }
 
+// Whether the file system knows no locks.
+static bool is_lockless(int error) {
+  return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
+}
+
 // Whoever shortens a record puts a new file in its place: a lock on the old one is void.
 static bool is_current(int fd, const std::string &path) {
   struct stat held = {};
@@ -140,14 +153,15 @@ static bool is_current(int fd, const std::string &path) {
          held.st_ino == named.st_ino;
 }
 
-int record_lock(const std::string &path) {
+int record_lock(const std::string &path, bool *locked) {
   for (;;) {
     const int fd =
         open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
              ALL_READ_WRITE);
-    if (fd == -1 || !wait_for_lock(fd)) {
+    *locked = fd != -1 && wait_for_lock(fd);
+    if (fd == -1 || (!*locked && !is_lockless(errno))) {
       if (!process_stopped()) {
-        report_line("cannot lock " + path + ": " + strerror(errno));
+        report_line("cannot lock " + path + ": " + advice(errno));
       }
       if (fd != -1) {
         close(fd);
@@ -162,40 +176,40 @@ int record_lock(const std::string &path) {
 }
 
 bool record_is_usable(const batch_record *record) {
-  const int fd = record->stamp.empty() ? -1 : record_lock(record->path);
+  bool locked = false;
+  const int fd = record->stamp.empty() ? -1 : record_lock(record->path, &locked);
   if (fd != -1) {
     close(fd);
   }
   return record->stamp.empty() || fd != -1;
 }
 
-// Removes the end of a line whose writer was killed. Returns the size of what is left, -1 with
-// errno set.
-static off_t trim(int fd) {
+// Finds the size of the record, and what stands before a new line: the heading of a new record, or
+// the end of a line whose writer was killed. False with errno set.
+static bool find_end(int fd, off_t *size, std::string *start) {
   struct stat status = {};
-  std::string tail(TAIL_BYTES, '\0');
-  if (fstat(fd, &status) != 0) {
-    return -1;
+  char last = '\n';
+  if (fstat(fd, &status) != 0 ||
+      (status.st_size > 0 && pread(fd, &last, 1, status.st_size - 1) < 0)) {
+    return false;
   }
-  const off_t start = std::max<off_t>(status.st_size - static_cast<off_t>(TAIL_BYTES), 0);
-  const ssize_t count = pread(fd, &tail[0], TAIL_BYTES, start);
-  if (count < 0) {
-    return -1;
-  }
-  tail.resize(static_cast<size_t>(count));
-  const size_t end = tail.rfind('\n');
-  const off_t size = start + static_cast<off_t>(end == std::string::npos ? 0 : end + 1);
-  return size == status.st_size || ftruncate(fd, size) == 0 ? size : -1;
+  *size = status.st_size;
+  *start = status.st_size == 0 ? HEADING : last == '\n' ? "" : "\n";
+  return true;
 }
 
-bool record_add(int fd, const std::string &path, const record_entry *entry) {
-  const off_t size = trim(fd);
-  const std::string lines = (size == 0 ? HEADING : "") + record_line(entry);
-  if (size >= 0 && process_write(fd, lines.data(), lines.size())) {
-    return true;
+bool record_add(int fd, bool locked, const std::string &path, const record_entry *entry) {
+  off_t size = -1;
+  std::string lines;
+  if (find_end(fd, &size, &lines)) {
+    lines += record_line(entry);
+    if (process_write(fd, lines.data(), lines.size()) && output_file_store(fd) &&
+        (size > 0 || output_file_store_folder(path))) {
+      return true;
+    }
   }
   const int error = errno;
-  const bool restored = size < 0 || ftruncate(fd, size) == 0;
+  const bool restored = !locked || size < 0 || ftruncate(fd, size) == 0;
   return fail("writing " + path + " failed: " + strerror(error) +
               (restored ? "" : "; its last line is incomplete"));
 }
@@ -224,9 +238,10 @@ void record_shorten(batch_record *record) {
   if (record->line_count < 2 * record->lines.size() + LINES_TO_DROP) {
     return;
   }
-  const int fd = record_lock(record->path);
+  bool locked = false;
+  const int fd = record_lock(record->path, &locked);
   output_file file;
-  if (fd != -1 && record_load(record, record->directory) &&
+  if (locked && record_load(record, record->directory) &&
       output_file_find(&file, record->path, "-") && output_file_open(&file, "")) {
     const std::string text = lines_that_count(record);
     if (process_write(file.fd, text.data(), text.size()) && output_file_commit(&file)) {

@@ -51,10 +51,26 @@ static result_verdict refuse_special(const result_place *place, bool link) {
                 "; nothing is written through it: remove it, or give another --out-dir");
 }
 
+// Whether the path stands for one recording. Anything may come through a pipe of the same name.
+static bool is_recording(const std::string &path) {
+  struct stat status = {};
+  char real[PATH_MAX];
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         realpath(path.c_str(), real) != nullptr;
+}
+
 static result_verdict refuse_stranger(const result_place *place, const std::string &maker) {
   return refuse(
-      place->out + " " + maker + "; the result of " + place->in +
+      place->out + " " + maker + "; " +
+      (is_recording(place->in) ? "the result of " : "the result of what comes now through ") +
+      place->in +
       " would have this name, too: --overwrite replaces it, another --out-dir keeps both");
+}
+
+// A result of the same recording, which cannot be had again once it is replaced.
+static result_verdict refuse_anew(const result_place *place, const std::string &change) {
+  return refuse(place->out + " " + change +
+                "; --overwrite makes it anew, another --out-dir keeps both");
 }
 
 // A result that another run makes stands in the record before it has its name.
@@ -64,6 +80,27 @@ static record_answer find_now(batch_record *record, const result_place *place,
   return answer != RECORD_MADE && record_refresh(record)
              ? record_find(record, place->name, stamp, made)
              : answer;
+}
+
+static bool is_same_input(const result_place *place, const record_entry *wanted,
+                          const record_entry *made) {
+  return made->input == wanted->input && is_recording(place->in);
+}
+
+// What has changed since the result was made from the same input.
+static result_verdict judge_change(const result_place *place, const record_entry *wanted,
+                                   const record_entry *made) {
+  if (made->input_stamp != wanted->input_stamp) {
+    const long long before = record_stamp_bytes(made->input_stamp);
+    const long long now = record_stamp_bytes(wanted->input_stamp);
+    return now >= before ? RESULT_INPUT_CHANGED
+                         : refuse_anew(place, "was made from " + made->input +
+                                                  " when it was longer (" + std::to_string(before) +
+                                                  " bytes, now " + std::to_string(now) + ")");
+  }
+  return made->options != wanted->options   ? RESULT_OPTIONS_CHANGED
+         : made->version != wanted->version ? RESULT_VERSION_CHANGED
+                                            : RESULT_DONE;
 }
 
 result_verdict result_judge(batch_record *record, const result_place *place,
@@ -83,17 +120,17 @@ result_verdict result_judge(batch_record *record, const result_place *place,
       return refuse_stranger(
           place, "is there already, and " + record->path + " does not say what it was made from");
     case RECORD_CHANGED:
-      return refuse_stranger(place,
-                             "was made from " + made->input + " and has been changed since then");
+      return is_same_input(place, wanted, made)
+                 ? refuse_anew(place, "has been changed since it was made from " + made->input)
+                 : refuse_stranger(
+                       place, "was made from " + made->input + " and has been changed since then");
     default:
       break;
   }
-  if (made->input != wanted->input) {
+  if (!is_same_input(place, wanted, made)) {
     return refuse_stranger(place, "was made from " + made->input);
   }
-  const bool same = made->input_stamp == wanted->input_stamp && made->version == wanted->version &&
-                    made->options == wanted->options;
-  return same ? RESULT_DONE : RESULT_WANTED;
+  return judge_change(place, wanted, made);
 }
 
 // Whether the name may be taken: what stands there is what was judged, or of the same input.
@@ -109,7 +146,7 @@ static bool is_free(const result_claim *claim) {
     return false;
   }
   const bool known = record_find(&record, place->name, record_stamp(&status), &made) == RECORD_MADE;
-  if (known && made.input == claim->entry.input) {
+  if (known && is_same_input(place, &claim->entry, &made)) {
     return true;
   }
   refuse_stranger(place, known ? "was made from " + made.input + " meanwhile, by another run"
@@ -120,7 +157,8 @@ static bool is_free(const result_claim *claim) {
 bool result_take_name(void *user, const std::string &temp, const std::string &path) {
   result_claim *claim = static_cast<result_claim *>(user);
   struct stat status = {};
-  const int lock = record_lock(claim->record->path);
+  bool locked = false;
+  const int lock = record_lock(claim->record->path, &locked);
   if (lock == -1) {
     errno = 0;
     return false;
@@ -130,7 +168,7 @@ bool result_take_name(void *user, const std::string &temp, const std::string &pa
   if (good) {
     claim->entry.result_stamp = record_stamp(&status);
     claim->entry.cut_off = *claim->cut_off;
-    told = !record_add(lock, claim->record->path, &claim->entry);
+    told = !record_add(lock, locked, claim->record->path, &claim->entry);
     good = !told && rename(temp.c_str(), path.c_str()) == 0;
   }
   const int error = errno;

@@ -13,7 +13,14 @@ struct result_place {
   std::string seen;  // result_seen() when it was judged
 };
 
-enum result_verdict { RESULT_WANTED, RESULT_DONE, RESULT_REFUSED };
+enum result_verdict {
+  RESULT_WANTED,
+  RESULT_INPUT_CHANGED,  // there is an older one, made from an earlier state of the same file
+  RESULT_OPTIONS_CHANGED,
+  RESULT_VERSION_CHANGED,
+  RESULT_DONE,
+  RESULT_REFUSED
+};
 
 // A result that is being made, for result_take_name.
 struct result_claim {
@@ -30,12 +37,14 @@ std::string result_seen(const std::string &path);
 bool result_expect(record_entry *entry, const result_place *place, const std::string &options);
 
 // Judges what stands in the place of the result that `wanted` describes; `overwrite` allows to
-// replace any file. REFUSED comes after a line. `made` is what DONE rests on.
+// replace any file. REFUSED comes after a line: the result is of something else, or of a file that
+// was longer then, so that sound could be lost. `made` is what DONE rests on.
 result_verdict result_judge(batch_record *record, const result_place *place,
                             const record_entry *wanted, bool overwrite, record_entry *made);
 
 // Enters the result `temp` into the record and renames it to `path`; `user` is its claim. Refused
-// when another run has made the result meanwhile from another input. As output_naming says.
+// when another run has made the result meanwhile from another input. The record is stored first, so
+// that a power cut leaves no result without its line. As output_naming says.
 bool result_take_name(void *user, const std::string &temp, const std::string &path);
 
 #endif  // SE_BF_BATCH_RESULT_H

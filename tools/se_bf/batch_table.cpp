@@ -15,7 +15,7 @@ static constexpr size_t RESULT_WIDTH = 17;
 static constexpr size_t FIGURES_LEN = 256;  // characters of the figures of a row, at most
 
 // By state. Running is no state at the end.
-static const char *const STATE_NAMES[] = {"not enhanced", "not enhanced", "enhanced",
+static const char *const STATE_NAMES[] = {"not enhanced", "not enhanced", "enhanced",   "made anew",
                                           "skipped",      "failed",       "interrupted"};
 
 static std::string fill(const std::string &text, size_t width) {
@@ -34,7 +34,7 @@ static std::string figures_text(const enhance_figures *figures) {
 }
 
 static std::string row(const batch_file *file, const enhance_figures *figures) {
-  const bool done = file->state == BATCH_DONE;
+  const bool done = file->state == BATCH_DONE || file->state == BATCH_ANEW;
   const bool cut_off = done ? figures->cut_off : file->cut_off;
   const std::string result = std::string(STATE_NAMES[file->state]) + (cut_off ? ", cut off" : "");
   return fill(text_harmless(file->place.in), NAME_WIDTH) + "  " +
@@ -54,10 +54,11 @@ static std::string count_text(const std::vector<batch_file> &files, batch_state 
 }
 
 static std::string sums(const std::vector<batch_file> &files) {
-  std::string text = count_text(files, BATCH_DONE) + ", " + count_text(files, BATCH_SKIPPED) +
-                     ", " + count_text(files, BATCH_FAILED);
-  for (const batch_state state : {BATCH_INTERRUPTED, BATCH_WAITING}) {
-    text += table_count(files, state) > 0 ? ", " + count_text(files, state) : "";
+  std::string text = count_text(files, BATCH_DONE);
+  for (const batch_state state :
+       {BATCH_ANEW, BATCH_SKIPPED, BATCH_FAILED, BATCH_INTERRUPTED, BATCH_WAITING}) {
+    const bool always = state == BATCH_SKIPPED || state == BATCH_FAILED;
+    text += always || table_count(files, state) > 0 ? ", " + count_text(files, state) : "";
   }
   return text + "\n";
 }

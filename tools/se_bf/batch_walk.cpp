@@ -2,6 +2,7 @@
 #include "batch_walk.h"
 
 #include <ctype.h>
+#include <errno.h>
 #include <sndfile.h>
 #include <stdio.h>
 #include <string.h>
@@ -85,12 +86,16 @@ static std::vector<std::string> names_in(batch_walk *walk, const std::string &di
 static void list_directory(batch_walk *walk, const std::string &directory,
                            const std::string &prefix, const std::string &out_dir);
 
-static void take_entry(batch_walk *walk, const std::string &path, const std::string &name,
+// Returns false with errno set when it cannot be known what the entry is.
+static bool take_entry(batch_walk *walk, const std::string &path, const std::string &name,
                        const std::string &out_dir) {
   struct stat itself = {};
   struct stat target = {};
   const bool link = lstat(path.c_str(), &itself) == 0 && S_ISLNK(itself.st_mode);
   const bool there = stat(path.c_str(), &target) == 0;
+  if (!there && (!link || (errno != ENOENT && errno != ELOOP))) {
+    return false;
+  }
   if (there && S_ISREG(target.st_mode)) {
     take_file(walk, path, name);
   } else if (!there || !S_ISDIR(target.st_mode)) {
@@ -102,18 +107,27 @@ static void take_entry(batch_walk *walk, const std::string &path, const std::str
   } else {
     list_directory(walk, path, name + "/", out_dir);
   }
+  return true;
 }
 
 static void list_directory(batch_walk *walk, const std::string &directory,
                            const std::string &prefix, const std::string &out_dir) {
   const std::string base = directory.back() == '/' ? directory : directory + "/";
   const bool recorded = record_is_in(directory);
+  size_t unknown = 0;
+  std::string first;  // of them, and why
   for (const std::string &name : names_in(walk, directory)) {
     if (name[0] == '.') {
       ++walk->hidden;
-    } else if (!recorded || !record_is_name(name)) {
-      take_entry(walk, base + name, prefix + name, out_dir);
+    } else if ((!recorded || !record_is_name(name)) &&
+               !take_entry(walk, base + name, prefix + name, out_dir) && ++unknown == 1) {
+      first = base + name + ": " + strerror(errno);
     }
+  }
+  if (unknown > 0) {
+    walk->complete =
+        fail("cannot read " + first +
+             (unknown > 1 ? "; nor " + std::to_string(unknown - 1) + " more in this folder" : ""));
   }
 }
 

@@ -20,7 +20,7 @@ struct batch_walk {
   size_t special;                          // pipes, devices, links to nothing
   std::vector<std::string> links;          // to folders
   std::vector<std::string> results;        // folders where results lie
-  bool complete;                           // every folder could be listed
+  bool complete;                           // everything could be looked at
 };
 
 // Lists the places in the order given and folders by name, with what is in them. Passed over are

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,11 +12,29 @@
 #include "report.h"
 
 static constexpr size_t READ_BYTES = 4096;
+static constexpr size_t NEEDED_DESCRIPTORS = 8;  // of a worker, beside the standard ones
 static constexpr char LINE_PREFIX[] = "se_bf: ";
 
-// In the worker: messages go to the pipe, and nothing is drawn.
-[[noreturn]] static void work(const worker_task *task, int text_fd) {
-  if (dup2(text_fd, STDERR_FILENO) == -1) {
+// Whether one file can be enhanced within the limit of descriptors; false with errno set.
+static bool has_descriptors() {
+  int held[NEEDED_DESCRIPTORS];
+  size_t count = 0;
+  while (count < NEEDED_DESCRIPTORS && (held[count] = dup(STDERR_FILENO)) != -1) {
+    ++count;
+  }
+  const int error = errno;
+  const bool enough = count == NEEDED_DESCRIPTORS;
+  while (count > 0) {
+    close(held[--count]);
+  }
+  errno = error;
+  return enough;
+}
+
+// In the worker: messages go to the pipe, and nothing is drawn. It does not outlive the batch.
+[[noreturn]] static void work(const worker_task *task, int text_fd, pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != parent || dup2(text_fd, STDERR_FILENO) == -1) {
     _exit(1);
   }
   close(text_fd);
@@ -31,9 +50,10 @@ static constexpr char LINE_PREFIX[] = "se_bf: ";
 
 bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
   int ends[2];
-  if (pipe(ends) != 0) {
+  if ((workers->empty() && !has_descriptors()) || pipe(ends) != 0) {
     return false;
   }
+  const pid_t parent = getpid();
   const pid_t process = fork();
   if (process == 0) {
     // Descriptors are scarce where many workers run: the ends of the others' pipes are not kept.
@@ -41,7 +61,7 @@ bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
       close(other.text_fd);
     }
     close(ends[0]);
-    work(task, ends[1]);
+    work(task, ends[1], parent);
   }
   const int error = errno;
   close(ends[1]);

@@ -28,7 +28,7 @@ struct batch_worker {
 };
 
 // Starts a process for a file and adds it to `workers`. Returns false with errno set when the
-// system has too few descriptors or processes.
+// system has too few descriptors or processes, also when one worker alone could not do its work.
 bool worker_start(std::vector<batch_worker> *workers, const worker_task *task);
 
 // Shows what the worker has written, with the name of its file. Returns false when it has ended.

@@ -10,6 +10,7 @@
 
 #include "audio_sink.h"
 #include "audio_source.h"
+#include "fault_report.h"
 #include "link_path.h"
 #include "process.h"
 #include "report.h"
@@ -19,7 +20,6 @@
 static constexpr size_t CHUNK_FRAMES = 4096;  // frames at 16 kHz taken through the host at a time
 static constexpr float DECIBEL_BASE = 10.0f;
 static constexpr float DECIBELS_PER_DECADE = 20.0f;  // of an amplitude
-static constexpr int MAX_EVENTS = 20;  // reported per run: a loose contact fills screens
 
 struct mode_name {
   const char *name;
@@ -40,54 +40,10 @@ struct enhance_job {
   enhance_figures *figures;
   const output_naming *naming;
   int64_t samples_in;  // per channel, at 16 kHz
-  int events;          // reported so far
-  double started_at;   // report_processor_time()
-  bool kept;           // the output is complete
+  fault_report faults;
+  double started_at;  // report_processor_time()
+  bool kept;          // the output is complete
 };
-
-static std::string seconds(int64_t samples) {
-  return report_number(static_cast<double>(samples) / ENHANCE_RATE_HZ, 2) + " s";
-}
-
-static std::string describe(const enhance_job *job, const host_event *event) {
-  const std::string name = job->source.input.name;
-  const std::string since = seconds(event->since);
-  const bool beamformer = job->mode == "mvdr";
-  const bool plain = job->options->plain;
-  switch (event->kind) {
-    case HOST_EVENT_DEAD:
-      return "warning: microphone " + std::to_string(event->mic) +
-             " is silent or 40 dB weaker from " + since + " on; the other one is used alone";
-    case HOST_EVENT_IDENTICAL:
-      return "warning: the two channels of " + name + " are identical from " + since +
-             " on; noise is suppressed as with one microphone";
-    case HOST_EVENT_SILENT:
-      return "warning: both microphones are silent from " + since +
-             " on, which counts as a fault with --plain";
-    case HOST_EVENT_EQUAL_LEVELS:
-      return "both microphones had exactly the same level at " + since +
-             ", which counts as a fault";
-    default:
-      break;
-  }
-  std::string healed = "both microphones work again since " + since;
-  if (!beamformer) {
-    return healed;
-  }
-  return healed + (event->beamforming ? "; beamforming resumed at " + seconds(event->time)
-                   : plain            ? "; there is no beamforming any more because of --plain"
-                                      : "; beamforming did not resume");
-}
-
-static void on_event(void *user, const host_event *event) {
-  enhance_job *job = static_cast<enhance_job *>(user);
-  ++job->events;
-  if (job->events < MAX_EVENTS) {
-    report_line(describe(job, event));
-  } else if (job->events == MAX_EVENTS) {
-    report_line("warning: the microphones keep failing; no more of it is reported");
-  }
-}
 
 static int32_t mode_value(const std::string &name) {
   int32_t value = SE_BF_MODE_OMLSA;
@@ -125,8 +81,9 @@ static bool open_host(enhance_job *job) {
   config.mic_distance = options->mic_distance_m;
   config.doa = options->doa_deg;
   config.plain = options->plain;
-  config.on_event = on_event;
-  config.user = job;
+  job->faults = {job->source.input.name, job->mode == "mvdr", options->plain, 0};
+  config.on_event = fault_report_event;
+  config.user = &job->faults;
   job->engine = host_create(&config);
   if (job->engine == nullptr) {
     report_line("the enhancer could not be created; free some memory and try again");

@@ -159,14 +159,19 @@ static bool close_at(int *fd) {
   return closed;
 }
 
-// A new name is safe when its directory is stored. Not every file system can be told to.
-static bool sync_folder(const std::string &folder) {
+// Not every file system can be told to.
+bool output_file_store(int fd) {
+  return fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool output_file_store_folder(const std::string &path) {
+  const std::string folder = link_folder(path);
   int fd = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const bool synced = fd == -1 || fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
+  const bool stored = fd == -1 || output_file_store(fd);
   const int error = errno;
   close_at(&fd);
   errno = error;
-  return synced;
+  return stored;
 }
 
 // False with errno set, to 0 when the reason has been told.
@@ -183,7 +188,7 @@ static bool take_name(output_file *file) {
   }
   file->temp.clear();
   close_at(&file->lock);
-  return sync_folder(link_folder(file->path));
+  return output_file_store_folder(file->path);
 }
 
 bool output_file_commit(output_file *file) {

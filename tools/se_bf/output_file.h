@@ -45,6 +45,13 @@ bool output_file_commit(output_file *file);
 // Gives up: closes the file and removes what was written. Does nothing after a commit.
 void output_file_abort(output_file *file);
 
+// Stores what was written to `fd` safely, where the file system can be told to. Returns false with
+// errno set.
+bool output_file_store(int fd);
+
+// The same for the directory of `path`, without which a new name is not safe.
+bool output_file_store_folder(const std::string &path);
+
 // Removes what dead processes of this user left behind in a directory; an empty path is the current
 // one. Files of running processes stay, and all of them where the file system knows no locks.
 void output_file_remove_stale(const std::string &directory);

@@ -12,11 +12,23 @@ static constexpr uint32_t LAST_C1 = 0x9f;
 static constexpr uint32_t FIRST_SURROGATE = 0xd800;
 static constexpr uint32_t LAST_SURROGATE = 0xdfff;
 static constexpr uint32_t LAST_CHARACTER = 0x10ffff;
+// Marks, embeddings and isolates of writing direction, and separators of lines and paragraphs: they
+// reorder or break the line they stand in.
+static constexpr uint32_t STEERING[][2] = {
+    {0x61c, 0x61c}, {0x200e, 0x200f}, {0x2028, 0x202e}, {0x2066, 0x2069}};
 static constexpr size_t ESCAPE_LEN = 4;  // characters of \xHH
 static constexpr int HEXADECIMAL = 16;
 
 static uint32_t byte_at(const std::string &text, size_t at) {
   return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+}
+
+static bool is_steering(uint32_t code) {
+  bool found = false;
+  for (const uint32_t *range : STEERING) {
+    found = found || (code >= range[0] && code <= range[1]);
+  }
+  return found;
 }
 
 static bool is_following(uint32_t byte) {
@@ -44,7 +56,7 @@ static size_t printable_length(const std::string &text, size_t at) {
   }
   const bool surrogate = code >= FIRST_SURROGATE && code <= LAST_SURROGATE;
   const bool good = code >= SMALLEST[length] && code > LAST_C1 && code <= LAST_CHARACTER;
-  return good && !surrogate ? length : 0;
+  return good && !surrogate && !is_steering(code) ? length : 0;
 }
 
 std::string text_harmless(const std::string &text) {

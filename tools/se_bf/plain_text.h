@@ -6,14 +6,14 @@
 
 #include <string>
 
-// The text with '?' for every byte that may steer a terminal: control characters (C0, DEL, C1) and
-// what is no UTF-8.
+// The text with '?' for every byte that may steer a terminal: control characters (C0, DEL, C1),
+// those of writing direction, separators of lines, and what is no UTF-8.
 std::string text_harmless(const std::string &text);
 
 // The characters of harmless text, for columns.
 size_t text_width(const std::string &text);
 
-// The text with control characters, backslashes, a leading '#' and what is no UTF-8 written as
+// The text with the same characters, backslashes, a leading '#' and what is no UTF-8 written as
 // \xHH.
 std::string text_escape(const std::string &text);
 

@@ -2,6 +2,7 @@
 #include "record_entry.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <time.h>
 
 #include <array>
@@ -10,6 +11,7 @@
 
 static const char *const WHOLE = "whole";
 static const char *const CUT_OFF = "cut off";
+static constexpr int DECIMAL = 10;
 static constexpr size_t FIELDS = 7;
 static constexpr size_t TIME_LEN = 64;  // characters of a time, at most
 
@@ -23,6 +25,10 @@ std::string record_stamp(const struct stat *status) {
   snprintf(text, sizeof text, "%lld %s.%09ld", static_cast<long long>(status->st_size), date,
            static_cast<long>(status->st_mtim.tv_nsec));
   return text;
+}
+
+long long record_stamp_bytes(const std::string &stamp) {
+  return strtoll(stamp.c_str(), nullptr, DECIMAL);
 }
 
 // Parts of a line between tabs, without its end; false when it is no entry.

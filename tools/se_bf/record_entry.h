@@ -9,6 +9,9 @@
 // What tells two states of a file apart: its size and modification time, to the nanosecond.
 std::string record_stamp(const struct stat *status);
 
+// The size of a file in its stamp, in bytes.
+long long record_stamp_bytes(const std::string &stamp);
+
 struct record_entry {
   std::string result;        // name below the folder
   std::string result_stamp;  // of the whole result
