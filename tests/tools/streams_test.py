@@ -1,10 +1,13 @@
 """Sound in pipes: as it comes, with a header or without."""
+import fcntl
 import os
 import pathlib
 import resource
 import select
+import signal
 import struct
 import subprocess
+import termios
 
 import numpy as np
 
@@ -51,8 +54,8 @@ class Streams(ProgramCase):
 
     def test_what_standard_input_carries_must_be_clear(self):
         raw = self.sound.tobytes()
-        for data in raw, b"":
-            self.expect(1, "--raw-channels 1 or 2", "enhance", "-", "-", input=data)
+        self.expect(1, "--raw-channels 1 or 2", "enhance", "-", "-", input=raw)
+        self.expect(1, "nothing came through", "enhance", "-", "-", input=b"")
         self.expect(1, "leave out --raw-channels", "enhance", "--raw-channels", "2", "-", "-",
                     input=wav_header(len(raw)) + raw)
         self.assertEqual(self.whole[44:], self.piped(raw, "--raw-channels", "2", "-", "-"))
@@ -140,6 +143,29 @@ class Streams(ProgramCase):
                         self.assertTrue(ready, f"{words}: {len(got)} bytes of {2 * frames} came")
                         got += os.read(running.stdout.fileno(), 65536)
                     running.kill()
+
+    def test_an_interrupted_recording_is_kept(self):
+        """All that had come through the pipe is in the file, whose header tells its length."""
+        frames = 4 * 4096
+        start = wav_header(OPEN_SIZE) + self.sound[:frames].tobytes()
+        redirected = self.enterContext(open("redirected.wav", "wb"))
+        for name, out in ("named.wav", subprocess.DEVNULL), ("-", redirected):
+            with subprocess.Popen([program.TOOL, "enhance", "--quiet", "--format", "wav", "-", name],
+                                  stdin=subprocess.PIPE, stdout=out,
+                                  stderr=subprocess.PIPE) as running:
+                running.stdin.write(start)
+                running.stdin.flush()
+                waiting = bytearray(4)
+                while fcntl.ioctl(running.stdin, termios.FIONREAD, waiting) or any(waiting):
+                    self.assertIsNone(running.poll(), "it waits for more")
+                running.send_signal(signal.SIGINT)
+                said = running.stderr.read().decode()
+                self.assertEqual(-signal.SIGINT, running.wait())
+            self.assertIn("interrupted after 1.02 s", said)
+            made = program.read_wav("named.wav" if name != "-" else "redirected.wav")
+            self.assertEqual(frames, len(made))
+            sure = np.frombuffer(self.whole[44:], "<i2")[:frames - DELAY - 320]
+            np.testing.assert_array_equal(sure, made[:len(sure)])
 
 
 if __name__ == "__main__":

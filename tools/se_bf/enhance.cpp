@@ -42,6 +42,7 @@ struct enhance_job {
   int64_t samples_in;  // per channel, at 16 kHz
   fault_report faults;
   double started_at;  // report_processor_time()
+  bool interrupted;   // a signal ended the input
   bool kept;          // the output is complete
 };
 
@@ -122,6 +123,12 @@ static void show_progress(const enhance_job *job) {
   report_progress(done, static_cast<double>(in->announced) / rate);
 }
 
+// True when a signal ends the input instead of the work: a recording that comes through a pipe into
+// a file cannot be had again.
+static bool keeps_interrupted(const enhance_job *job) {
+  return job->naming == nullptr && job->source.input.bytes.live && job->sink.writer.seekable;
+}
+
 // Takes everything from the source through the host to the sink.
 static bool stream(enhance_job *job) {
   const size_t channels = job->source.picks.size();
@@ -130,7 +137,8 @@ static bool stream(enhance_job *job) {
   std::vector<int16_t> pcm(CHUNK_FRAMES * channels);
   std::vector<int16_t> out(CHUNK_FRAMES + HOST_BLOCK);
   long frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
-  while (frames > 0 && !process_stopped() && !sink_is_full(&job->sink)) {
+  const bool keep = keeps_interrupted(job);
+  while (frames > 0 && (keep || !process_stopped()) && !sink_is_full(&job->sink)) {
     const size_t count = static_cast<size_t>(frames);
     for (size_t n = 0; n < count * channels; ++n) {
       pcm[n] = host_sample_from_float(gain * in[n]);
@@ -143,7 +151,8 @@ static bool stream(enhance_job *job) {
     show_progress(job);
     frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
   }
-  if (frames < 0 || process_stopped()) {
+  job->interrupted = process_stopped();
+  if (frames < 0 || (job->interrupted && !keep)) {
     return false;
   }
   // Sound that was read before a failure is kept.
@@ -176,8 +185,12 @@ static void summarise(const enhance_job *job) {
 }
 
 // What was wrong with the input, but not enough to stop.
-static void warn_of_input(const audio_source *src) {
-  const std::string verdict = input_verdict(&src->input);
+static void warn_of_input(const enhance_job *job) {
+  const audio_source *src = &job->source;
+  const std::string verdict =
+      job->interrupted ? "interrupted after " + report_number(job->figures->duration_s, 2) +
+                             " s; " + job->sink.place.name + " holds the sound up to there"
+                       : input_verdict(&src->input);
   if (src->not_finite > 0) {
     report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->input.name +
                 " are no finite numbers and count as 0");
@@ -218,7 +231,7 @@ static bool run(enhance_job *job, int raw_out) {
     return false;
   }
   job->kept = true;
-  warn_of_input(&job->source);
+  warn_of_input(job);
   if (sink_is_full(&job->sink)) {
     report_line(sink_full_text(&job->sink));
   }
@@ -247,7 +260,7 @@ int enhance_run(const enhance_options *options, enhance_figures *figures,
   if (!job.kept) {
     sink_abort(&job.sink);
   }
-  if (!good && process_stopped()) {
+  if ((job.interrupted || !good) && process_stopped()) {
     process_die_of_signal();
   }
   return good ? 0 : 1;

@@ -32,14 +32,22 @@ static bool fail_reading(const sound_input *in, int error) {
 }
 
 static bool fail_format(const sound_input *in) {
-  return fail(
-      "cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
-      "); convert it to WAV or FLAC, or pipe raw PCM into se_bf enhance --raw-channels 1 -");
+  if (!in->bytes.live && in->bytes.held == 0) {
+    return fail(in->name + " is empty");
+  }
+  const bool known = sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT;
+  return fail("cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
+              "); " +
+              (known ? "it is cut off in its header, or damaged"
+                     : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
+                       "enhance --raw-channels 1 - OUT"));
 }
 
 static bool fail_headerless(const sound_input *in) {
-  const std::string what = in->bytes.head.empty() ? " is empty" : " carries no known sound file";
-  return fail(in->name + what +
+  if (in->bytes.head.empty()) {
+    return fail(in->name + " is empty: nothing came through the pipe");
+  }
+  return fail(in->name + " carries no known sound file" +
               (in->bytes.fd == STDIN_FILENO
                    ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
                    : "; raw PCM is taken from standard input only, as IN -"));
@@ -221,7 +229,8 @@ static bool open_named(sound_input *in, const std::string &path) {
     return fail("cannot open " + path + ": " + strerror(errno));
   }
   if (S_ISDIR(status.st_mode)) {
-    return fail(path + " is a directory; name a sound file in it");
+    return fail(path +
+                " is a directory; name a sound file in it, or enhance all of it with --out-dir");
   }
   in->bytes.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   in->bytes.live = !S_ISREG(status.st_mode);
