@@ -84,11 +84,13 @@ class Folders(BatchCase):
         os.chmod("in/a", 0o444)
         self.addCleanup(os.chmod, "in/a", 0o755)
         root = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
-        result = subprocess.run([*(root if os.geteuid() == 0 else []), program.TOOL, "enhance",
-                                 "--out-dir", "o", "in"], capture_output=True, check=False)
-        self.assertEqual((1, b"se_bf: cannot read in/a/1.wav: Permission denied; nor 1 more in this "
-                          b"folder\n"), (result.returncode, result.stderr))
-        self.assertEqual(["b/1.wav", RECORD], tree("o"))
+        for places, results in (["in"], ["b/1.wav", RECORD]), (["in/a", "in/b"], [
+                "1.wav", "b/1.wav", RECORD]), (["in/a"], ["1.wav", "b/1.wav", RECORD]):
+            result = subprocess.run([*(root if os.geteuid() == 0 else []), program.TOOL, "enhance",
+                                     "--out-dir", "o", *places], capture_output=True, check=False)
+            self.assertEqual((1, b"se_bf: cannot read in/a/1.wav: Permission denied; nor 1 more in "
+                              b"this folder\n"), (result.returncode, result.stderr), places)
+            self.assertEqual(results, tree("o"))
 
     def test_no_name_steers_the_terminal(self):
         name = os.fsdecode(b"in/a\x1b[31m\t\xc2\x85b\\\n\xc3\xa9\x9b.\xe2\x80\xae.wav")
