@@ -84,11 +84,13 @@ class Folders(BatchCase):
         os.chmod("in/a", 0o444)
         self.addCleanup(os.chmod, "in/a", 0o755)
         root = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
-        result = subprocess.run([*(root if os.geteuid() == 0 else []), program.TOOL, "enhance",
-                                 "--out-dir", "o", "in"], capture_output=True, check=False)
-        self.assertEqual((1, b"se_bf: cannot read in/a/1.wav: Permission denied; nor 1 more in this "
-                          b"folder\n"), (result.returncode, result.stderr))
-        self.assertEqual(["b/1.wav", RECORD], tree("o"))
+        for places, results in (["in"], ["b/1.wav", RECORD]), (["in/a", "in/b"], [
+                "1.wav", "b/1.wav", RECORD]), (["in/a"], ["1.wav", "b/1.wav", RECORD]):
+            result = subprocess.run([*(root if os.geteuid() == 0 else []), program.TOOL, "enhance",
+                                     "--out-dir", "o", *places], capture_output=True, check=False)
+            self.assertEqual((1, b"se_bf: cannot read in/a/1.wav: Permission denied; nor 1 more in "
+                              b"this folder\n"), (result.returncode, result.stderr), places)
+            self.assertEqual(results, tree("o"))
 
     def test_no_name_steers_the_terminal(self):
         name = os.fsdecode(b"in/a\x1b[31m\t\xc2\x85b\\\n\xc3\xa9\x9b.\xe2\x80\xae.wav")
@@ -127,21 +129,24 @@ class Results(BatchCase):
         os.truncate("a/1.wav", 20044)
         self.batch(1, "when it was longer (24044 bytes, now 20044); --overwrite", "a")
         self.assertEqual(first, self.result("1.wav"))
-        for folder in "o", "o/sub":  # also where all is done or refused
-            self.record("a/sub/1.wav", f"{folder}/.se_bf-AbCdEf.wav")
-            self.batch(1, "longer", "a")
-            self.assertEqual(["1.wav", "2.wav", RECORD], [n for n in tree("o") if "sub" not in n])
-        self.assertEqual(["sub/1.wav"], [name for name in tree("o") if "sub" in name])
+        self.record("a/sub/1.wav")
+        self.batch(1, "longer", "a")
+        self.record("o/.se_bf-AbCdEf.wav", "o/sub/.se_bf-AbCdEf.wav")
+        self.assertEqual("0 enhanced, 2 skipped, 1 failed", self.batch(1, "longer", "a")[1])
+        self.assertEqual(["1.wav", "2.wav", RECORD, "sub/1.wav"], tree("o"), "no leftovers stay")
 
     def test_every_option_of_the_sound_counts(self):
         self.record("1.wav")
         self.batch(0, "", "1.wav")
-        for words in ["--gain=-6"], ["--mode=mean"], ["--mode=omlsa"], ["--channels=1"], \
-                ["--channels=1,0"], ["--plain"], ["--mic-distance=0.1", "--doa=90"], \
-                ["--mic-distance=0.1", "--doa=80"], ["--mic-distance=0.2", "--doa=80"]:
-            rows = self.batch(0, "made with other options before", *words, "1.wav")[0]
-            self.assertEqual({"1.wav": "made anew"}, rows, words)
-            self.assertEqual({"1.wav": "skipped"}, self.batch(0, "", *words, "1.wav")[0], words)
+        words, scene = [], []
+        for word in "--gain=-6", "--mode=mvdr", "--channels=1,0", "--hop=160", "--plain", \
+                "0.1 90", "0.1 80", "0.2 80":
+            if word[0] == "-":
+                words.append(word)
+            else:
+                scene = [f"{name}={n}" for name, n in zip(("--mic-distance", "--doa"), word.split())]
+            for told, state in ("made with other options before", "made anew"), ("", "skipped"):
+                self.assertEqual({"1.wav": state}, self.batch(0, told, *words, *scene, "1.wav")[0])
         self.batch(0, "", "--overwrite", "1.wav")
         self.assertEqual({"1.wav": "skipped"}, self.batch(0, "", "--gain=-0", "1.wav")[0])
 
@@ -155,10 +160,12 @@ class Results(BatchCase):
                 for source, words, status, text in ("a", [], 0, ""), (
                         "b", [], 1, f"result of what comes now through {name} would"), (
                         "b", ["--overwrite"], 0, ""):
-                    with subprocess.Popen(["sh", "-c", f"exec cat {source}.wav >p.wav"]) as sender:
-                        os.lseek(gone.fileno(), 0, os.SEEK_SET)
-                        self.batch(status, text, *words, name, pass_fds=[gone.fileno()])
-                        sender.kill()
+                    sender = subprocess.Popen(["sh", "-c", f"exec cat {source}.wav >p.wav"])
+                    self.addCleanup(sender.wait)
+                    self.addCleanup(sender.kill)
+                    os.lseek(gone.fileno(), 0, os.SEEK_SET)
+                    self.batch(status, text, *words, name, pass_fds=[gone.fileno()])
+                    sender.kill()
 
     def test_what_others_made_stays(self):
         """A file of unknown origin and a changed result are refused, and the others go on."""

@@ -65,8 +65,8 @@ class Storage(program.ProgramCase):
 
     def test_a_record_that_cannot_be_used_stops_all_before_it_begins(self):
         self.enhance(0, "", "--out-dir", "o", "1.wav")
-        self.enhance(1, f"cannot lock o/{RECORD}: Permission denied; the results here are recorded by "
-                     "another user", "--out-dir", "o", "1.wav", "2.wav", LOCK=errno.EACCES)
+        self.enhance(1, f"se_bf: cannot lock o/{RECORD}: Permission denied; the results here are "
+                     "recorded by another user", "--out-dir", "o", "1.wav", "2.wav", LOCK=errno.EACCES)
         self.assertEqual(["1.wav", RECORD], sorted(os.listdir("o")))
 
     def test_what_cannot_be_stored_is_an_error(self):

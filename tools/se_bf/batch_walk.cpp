@@ -145,11 +145,14 @@ static bool list_place(batch_walk *walk, const std::string &place, const std::st
                 " would go into the same folder; give --out-dir another one");
   }
   const size_t before = walk->files.size();
+  const bool complete = walk->complete;
+  walk->complete = true;
   list_directory(walk, place, "", out_dir);
-  if (walk->files.size() == before) {
+  if (walk->complete && walk->files.size() == before) {
     walk_report(walk);
     return fail("there are no sound files in " + place);
   }
+  walk->complete = walk->complete && complete;
   return true;
 }
 
@@ -162,7 +165,10 @@ bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
       return false;
     }
   }
-  return true;
+  if (walk->files.empty()) {
+    walk_report(walk);
+  }
+  return !walk->files.empty();
 }
 
 // A line on one reason, unless there is nothing of it.

@@ -25,7 +25,7 @@ struct batch_walk {
 
 // Lists the places in the order given and folders by name, with what is in them. Passed over are
 // `out_dir` and other folders of results, links to folders, and what the counts above tell. Returns
-// false after one line when a place cannot be used.
+// false after one line when a place cannot be used, or there is nothing that can be looked at.
 bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
                  const std::string &out_dir);
 
