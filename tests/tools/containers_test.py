@@ -44,11 +44,6 @@ def avr(pcm):
 MADE = {".sph": sphere, ".svx": svx, ".voc": voc, ".avr": avr}
 
 
-def mpeg_frame(index, kilobits):
-    """1152 samples of silence at 44.1 kHz."""
-    return bytes([0xFF, 0xFB, index << 4, 0xC0]).ljust(144000 * kilobits // 44100, b"\0")
-
-
 class Containers(ProgramCase):
     def setUp(self):
         super().setUp()
@@ -98,7 +93,7 @@ class Containers(ProgramCase):
         self.expect(1, "cannot read a.svx as sound", "enhance", path, "out.wav", timeout=10)
 
     def test_mpeg_without_a_length_is_read_to_its_end(self):
-        frames = [mpeg_frame(14, 320)] * 20 + [mpeg_frame(1, 32)] * 200
+        frames = [program.mpeg_frame(14, 320)] * 20 + [program.mpeg_frame(1, 32)] * 200
         for order in frames, frames[::-1]:
             pathlib.Path("a.mp3").write_bytes(b"".join(order))
             self.assertEqual(220 * 1152, len(self.enhanced(0, "", "a.mp3")))

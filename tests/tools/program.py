@@ -33,6 +33,11 @@ def write_wav(path, samples, rate_hz=16000):
     wavfile.write(path, rate_hz, samples)
 
 
+def mpeg_frame(index, kilobits):
+    """1152 samples of silence at 44.1 kHz, as MPEG-1 layer 3; index: of the bit rate."""
+    return bytes([0xFF, 0xFB, index << 4, 0xC0]).ljust(144000 * kilobits // 44100, b"\0")
+
+
 def read_wav(path):
     """Samples of a WAV file as they are stored."""
     return wavfile.read(path)[1]
