@@ -100,6 +100,37 @@ class Containers(ProgramCase):
             part = self.enhanced(0, "cut off", self.cut("a.mp3", os.stat("a.mp3").st_size - 50))
             self.assertEqual(219 * 1152, len(part))
 
+    def test_mpeg_behind_something_else_is_found(self):
+        """A recording of a broadcast begins within a frame; tags may be longer than a first look."""
+        stream = program.mpeg_frame(14, 320) * 9 + program.mpeg_frame(1, 32) * 200
+        tag = b"ID3\3\0\0\0\2\0\0".ljust(10 + (2 << 14), b"\0")
+        for front in bytes(417), program.mpeg_frame(1, 32)[50:], tag, 2 * tag:
+            pathlib.Path("a.mp3").write_bytes(front + stream)
+            self.assertEqual(209 * 1152, len(self.enhanced(0, "", "a.mp3")), front[:4])
+        self.expect(0, "", "enhance", "--quiet", "-", "b.wav", input=2 * tag + stream)
+        self.assertEqual(209 * 1152, len(program.read_wav("b.wav")))
+
+    def test_a_second_recording_in_a_file_is_told(self):
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "a.ogg")
+        one = pathlib.Path("a.ogg").read_bytes()
+        pathlib.Path("two.ogg").write_bytes(2 * one)
+        self.enhanced(0, "only the first is enhanced", "two.ogg")
+        data = pathlib.Path("in.wav").read_bytes()
+        pathlib.Path("two.wav").write_bytes(data + data[36:])
+        self.enhanced(0, "cut off or damaged", "two.wav")
+
+    def test_only_usual_sizes_stand_for_unknown(self):
+        """Recorders part their files near 2 GiB, and other chunks follow the sound."""
+        data = pathlib.Path("in.wav").read_bytes()
+        for size, told in (0x7ff80000, "cut off"), (0x7f000050, ""), (0x7fffff00, ""):
+            pathlib.Path("a.wav").write_bytes(data[:40] + struct.pack("<I", size) + data[44:])
+            self.enhanced(0, told, "a.wav")
+        self.expect(0, "", "enhance", "--quiet", "in.wav", "a.w64")
+        whole = pathlib.Path("a.w64").read_bytes()
+        at = whole.index(b"data") + 16  # behind the name of 16 bytes
+        pathlib.Path("a.w64").write_bytes(whole[:at] + struct.pack("<Q", 0x7ff80000) + whole[at + 8:])
+        self.enhanced(0, "cut off", "a.w64")
+
     def test_sound_before_damage_is_kept_with_a_failure(self):
         self.expect(0, "", "enhance", "--quiet", "in.wav", "a.flac")
         whole = self.enhanced(0, "", "a.flac")

@@ -1,4 +1,4 @@
-// Where the whole pages of an Ogg file end, and whether the last one is marked as such.
+// Where the whole pages of an Ogg file end, and how.
 #include "ogg_end.h"
 
 #include <string.h>
@@ -6,9 +6,12 @@
 static constexpr char MARK[] = "OggS";
 static constexpr size_t MARK_BYTES = 4;
 static constexpr size_t FLAGS_AT = 5;
+static constexpr uint8_t FIRST_PAGE = 2;         // of the flags
 static constexpr uint8_t LAST_PAGE = 4;          // of the flags
 static constexpr size_t SEGMENTS_AT = 26;        // count of segments; their sizes follow
 static constexpr size_t MAX_PAGE_BYTES = 65307;  // 27 + 255 segments of at most 255 bytes
+static constexpr size_t HEAD_BYTES = 282;        // 27 + sizes of 255 segments
+static constexpr int MAX_PAGES = 1000000;        // looked at: hours of sound
 
 // Size of the page at the start of `page`; 0 when there is none or it is not whole.
 static size_t whole_page(const uint8_t *page, size_t left) {
@@ -23,24 +26,54 @@ static size_t whole_page(const uint8_t *page, size_t left) {
   return size <= left ? size : 0;
 }
 
-bool ogg_find_end(const sound_bytes *bytes, int64_t *end, bool *marked) {
+// True when a stream begins behind the pages of another. Damage ends the walk.
+static bool is_chained(const sound_bytes *bytes) {
+  uint8_t head[HEAD_BYTES];
+  bool begun = false;  // a page of sound has come
+  int64_t at = 0;
+  for (int n = 0; n < MAX_PAGES; ++n) {
+    const size_t got = sound_bytes_peek(bytes, at, head, sizeof head);
+    if (got <= SEGMENTS_AT || memcmp(head, MARK, MARK_BYTES) != 0) {
+      return false;
+    }
+    const bool first = (head[FLAGS_AT] & FIRST_PAGE) != 0;
+    if (first && begun) {
+      return true;
+    }
+    begun = !first;
+    const size_t sizes = SEGMENTS_AT + 1;
+    at += static_cast<int64_t>(sizes + head[SEGMENTS_AT]);
+    for (size_t k = sizes; k < got && k < sizes + head[SEGMENTS_AT]; ++k) {
+      at += head[k];
+    }
+  }
+  return false;
+}
+
+ogg_end ogg_find_end(const sound_bytes *bytes) {
   uint8_t mark[MARK_BYTES];
-  const bool ogg = !bytes->live && sound_bytes_peek(bytes, 0, mark, MARK_BYTES) == MARK_BYTES &&
-                   memcmp(mark, MARK, MARK_BYTES) == 0;
+  ogg_end end = {bytes->held, true, false};
+  if (bytes->live || sound_bytes_peek(bytes, 0, mark, MARK_BYTES) != MARK_BYTES ||
+      memcmp(mark, MARK, MARK_BYTES) != 0) {
+    return end;
+  }
+  end.chained = is_chained(bytes);
   // The page before one that is not whole lies within the last two pages' bytes.
   std::vector<uint8_t> tail(2 * MAX_PAGE_BYTES);
   const int64_t longest = static_cast<int64_t>(tail.size());
   const int64_t from = bytes->held > longest ? bytes->held - longest : 0;
-  const size_t size = ogg ? sound_bytes_peek(bytes, from, tail.data(), tail.size()) : 0;
-  *end = bytes->held;
-  *marked = true;
+  const size_t size = sound_bytes_peek(bytes, from, tail.data(), tail.size());
+  size_t last = size;
   for (size_t at = 0; at < size; ++at) {
     const size_t page = whole_page(tail.data() + at, size - at);
     if (page > 0) {
-      *end = from + static_cast<int64_t>(at + page);
-      *marked = (tail[at + FLAGS_AT] & LAST_PAGE) != 0;
+      last = at;
+      end.at = from + static_cast<int64_t>(at + page);
       at += page - 1;
     }
   }
-  return ogg;
+  if (last < size) {
+    end.marked = (tail[last + FLAGS_AT] & LAST_PAGE) != 0;
+  }
+  return end;
 }

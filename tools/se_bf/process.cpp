@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -58,6 +59,22 @@ void process_catch_signals() {
 
 bool process_stopped() {
   return g_signal != 0;
+}
+
+bool process_wait(int fd) {
+  sigset_t caught;
+  sigset_t before;
+  sigemptyset(&caught);
+  sigaddset(&caught, SIGINT);
+  sigaddset(&caught, SIGTERM);
+  sigaddset(&caught, SIGHUP);
+  // One that arrives between the look and the wait would be missed.
+  sigprocmask(SIG_BLOCK, &caught, &before);
+  pollfd watched = {fd, POLLIN, 0};
+  while (g_signal == 0 && ppoll(&watched, 1, nullptr, &before) == -1 && errno == EINTR) {
+  }
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return g_signal == 0;
 }
 
 void process_die_of_signal() {

@@ -22,6 +22,10 @@ void process_catch_signals();
 // True once one of those signals has arrived.
 bool process_stopped();
 
+// Waits until a read from `fd` would not block. Returns false when a signal has asked for the end,
+// whether it arrived before or during the wait.
+bool process_wait(int fd);
+
 // Ends the process by the signal that arrived, as its parent expects.
 void process_die_of_signal();
 

@@ -4,17 +4,11 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <string>
+#include "sound_header.h"
 
-// Programs that cannot know the size of the sound write one just around 2 GiB, or just below 4.
-static constexpr int64_t UNKNOWN_SIZES[][2] = {{INT64_C(0x7ff00000), INT64_C(0x80100000)},
-                                               {INT64_C(0xfff00000), INT64_C(0x100100000)}};
 static constexpr int64_t LARGEST_SIZE = INT64_C(1) << 60;  // any above is no size
 static constexpr size_t TEXT_HEADER_BYTES = 1024;
 static const char *const TEXT_COUNT = "\nsample_count -i ";
-static constexpr size_t MPEG_TAG_BYTES = 10;      // head of the tag in front of an MPEG stream
-static constexpr size_t MPEG_FRAME_BYTES = 192;   // of the first frame, where its count may stand
-static constexpr uint8_t MPEG_SIZE_DIGIT = 0x7f;  // seven bits of a byte count
 
 static constexpr int NO_MARK = -1;
 static constexpr int VOC_SOUND_16 = 9;  // kind of block: sound of any encoding
@@ -46,22 +40,28 @@ static constexpr size_field FIELDS[] = {
 };
 
 // Formats whose promise libsndfile itself tells when the file seems to be long enough.
-static constexpr int TOLD[] = {SF_FORMAT_WAV, SF_FORMAT_WAVEX, SF_FORMAT_RF64, SF_FORMAT_AIFF,
-                               SF_FORMAT_CAF, SF_FORMAT_AU,    SF_FORMAT_MAT4, SF_FORMAT_W64};
+static constexpr int TOLD_IN_32_BITS[] = {SF_FORMAT_WAV, SF_FORMAT_WAVEX, SF_FORMAT_AIFF,
+                                          SF_FORMAT_AU, SF_FORMAT_MAT4};
+static constexpr int TOLD_IN_64_BITS[] = {SF_FORMAT_RF64, SF_FORMAT_CAF, SF_FORMAT_W64};
 
-static int64_t promised_if_longer(const sound_bytes *bytes) {
+// True when the sound would end where sizes that stand for unknown say.
+static bool ends_at_unknown_size(const sound_bytes *bytes, int64_t frames) {
+  int64_t first = 0;
+  int64_t last = 0;
+  bool unknown = false;
+  for (size_t n = 0; sound_unknown_sizes(n, &first, &last); ++n) {
+    unknown = unknown || (sound_bytes_frames(bytes, bytes->sound_at + first) < frames &&
+                          sound_bytes_frames(bytes, bytes->sound_at + last) == frames);
+  }
+  return unknown;
+}
+
+static int64_t promised_if_longer(const sound_bytes *bytes, bool wide) {
   const int64_t frames = sound_bytes_frames(bytes, SOUND_BYTES_FAR);
   if (frames < 0 || frames != sound_bytes_frames(bytes, 2 * SOUND_BYTES_FAR)) {
     return PROMISED_NOTHING;  // it reaches to the end, wherever that is
   }
-  for (const int64_t *range : UNKNOWN_SIZES) {
-    const int64_t low = sound_bytes_frames(bytes, range[0]);
-    const int64_t high = sound_bytes_frames(bytes, range[1]);
-    if (low < frames && high == frames) {
-      return PROMISED_NOTHING;
-    }
-  }
-  return frames;
+  return !wide && ends_at_unknown_size(bytes, frames) ? PROMISED_NOTHING : frames;
 }
 
 static int64_t read_field(const sound_bytes *bytes, const size_field *field, bool big) {
@@ -78,12 +78,8 @@ static int64_t read_field(const sound_bytes *bytes, const size_field *field, boo
     value = value << 8 | digits[big ? n : field->width - 1 - n];
   }
   const int64_t size = value < LARGEST_SIZE ? static_cast<int64_t>(value) : PROMISED_NOTHING;
-  for (const int64_t *range : UNKNOWN_SIZES) {
-    if (size >= range[0] && size <= range[1]) {
-      return PROMISED_NOTHING;
-    }
-  }
-  return size;
+  const bool wide = field->width == sizeof digits;
+  return !wide && sound_size_is_unknown(size) ? PROMISED_NOTHING : size;
 }
 
 static int64_t promised_in(const sound_bytes *bytes, const SF_INFO *info, const size_field *field) {
@@ -108,8 +104,11 @@ static int64_t promised_in_text(const sound_bytes *bytes) {
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
   const int format = info->format & SF_FORMAT_TYPEMASK;
   int64_t frames = PROMISED_NOTHING;
-  for (const int told : TOLD) {
-    frames = format == told ? promised_if_longer(bytes) : frames;
+  for (const int told : TOLD_IN_32_BITS) {
+    frames = format == told ? promised_if_longer(bytes, false) : frames;
+  }
+  for (const int told : TOLD_IN_64_BITS) {
+    frames = format == told ? promised_if_longer(bytes, bytes->open_size_at == 0) : frames;
   }
   if (format == SF_FORMAT_NIST) {
     frames = promised_in_text(bytes);
@@ -120,19 +119,4 @@ int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
     }
   }
   return frames;
-}
-
-bool promised_by_mpeg(const sound_bytes *bytes) {
-  uint8_t tag[MPEG_TAG_BYTES] = {};
-  char frame[MPEG_FRAME_BYTES] = {};
-  int64_t at = 0;
-  sound_bytes_peek(bytes, 0, tag, sizeof tag);
-  if (memcmp(tag, "ID3", 3) == 0) {
-    for (size_t n = 6; n < MPEG_TAG_BYTES; ++n) {
-      at = at << 7 | (tag[n] & MPEG_SIZE_DIGIT);
-    }
-    at += static_cast<int64_t>(MPEG_TAG_BYTES);
-  }
-  const std::string first(frame, sound_bytes_peek(bytes, at, frame, sizeof frame));
-  return first.find("Xing") != std::string::npos || first.find("Info") != std::string::npos;
 }

@@ -12,8 +12,4 @@ constexpr int64_t PROMISED_NOTHING = -1;
 // a size as programs write it that cannot know the true one. `info` is as libsndfile filled it.
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
 
-// True when the count of an MPEG stream's frames stands in its first frame; otherwise libsndfile
-// guesses it from a few.
-bool promised_by_mpeg(const sound_bytes *bytes);
-
 #endif  // SE_BF_PROMISED_LENGTH_H

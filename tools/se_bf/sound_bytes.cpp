@@ -17,6 +17,10 @@ static int64_t smaller(int64_t a, int64_t b) {
 // Returns how many bytes came, 0 at the end and on an error, which is noted.
 static size_t take(sound_bytes *bytes, uint8_t *out, size_t count) {
   for (;;) {
+    if (!process_wait(bytes->fd)) {
+      bytes->error = EINTR;
+      return 0;
+    }
     const ssize_t got = read(bytes->fd, out, count);
     if (got >= 0) {
       return static_cast<size_t>(got);

@@ -9,10 +9,12 @@ static constexpr size_t WIDE_SIZE_AT = 16;       // of the sound, in a chunk wit
 static constexpr size_t WIDE_SIZES_BYTES = 24;   // of that chunk, as far as it is looked at
 static constexpr size_t AU_HEADER_BYTES = 24;
 static constexpr size_t MAX_HEADER_BYTES = 1 << 20;
-static constexpr uint64_t UNKNOWN_SIZE = 0x7ff00000;  // and above: of programs that do not know it
+// Sizes that stand for unknown: just below 2 GiB, 2 and 4 GiB, all with or without headers.
+static constexpr int64_t UNKNOWN_SIZES[] = {0x7f000000, 0x80000000, 0x100000000};
+static constexpr int64_t UNKNOWN_SLACK = 8192;
 
-static const char *const MARKS[] = {"RIFF", "RIFX", "RF64", "fLaC",  "OggS",
-                                    ".snd", "FORM", "caff", "ID3\3", "ID3\4"};
+static const char *const MARKS[] = {"RIFF", "RIFX", "RF64",  "fLaC",  "OggS", ".snd",
+                                    "FORM", "caff", "ID3\2", "ID3\3", "ID3\4"};
 
 static bool is_tag(const sound_bytes *bytes, size_t at, const char *tag) {
   char found[TAG_BYTES];
@@ -28,6 +30,25 @@ static size_t read_size(const sound_bytes *bytes, size_t at, bool big) {
     value = value << 8 | digits[big ? n : TAG_BYTES - 1 - n];
   }
   return value;
+}
+
+bool sound_unknown_sizes(size_t n, int64_t *first, int64_t *last) {
+  if (n >= sizeof UNKNOWN_SIZES / sizeof *UNKNOWN_SIZES) {
+    return false;
+  }
+  *first = UNKNOWN_SIZES[n] - UNKNOWN_SLACK;
+  *last = UNKNOWN_SIZES[n] + UNKNOWN_SLACK;
+  return true;
+}
+
+bool sound_size_is_unknown(int64_t size) {
+  int64_t first = 0;
+  int64_t last = 0;
+  bool unknown = false;
+  for (size_t n = 0; sound_unknown_sizes(n, &first, &last); ++n) {
+    unknown = unknown || (size >= first && size <= last);
+  }
+  return unknown;
 }
 
 bool sound_header_begins(const sound_bytes *bytes) {
@@ -59,7 +80,7 @@ static bool walk_chunks(sound_bytes *bytes, bool big) {
     }
     if (is_tag(bytes, at, "data")) {
       // The size of the whole file tells whether there is no sound, or no size yet.
-      const bool unknown = around <= at || around >= UNKNOWN_SIZE;
+      const bool unknown = around <= at || sound_size_is_unknown(static_cast<int64_t>(around));
       bytes->open_size_at =
           size == 0 && unknown ? static_cast<int64_t>(at + TAG_BYTES) : bytes->open_size_at;
       return true;

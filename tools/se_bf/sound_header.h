@@ -6,6 +6,12 @@
 
 constexpr size_t SOUND_MARK_BYTES = 12;  // that tell a sound file
 
+// True for a size of 32 bits that programs write which cannot know the true one.
+bool sound_size_is_unknown(int64_t size);
+
+// The first and the last of such sizes around the `n`-th of the usual ones; false behind the last.
+bool sound_unknown_sizes(size_t n, int64_t *first, int64_t *last);
+
 // True when the first bytes are those of a sound file, and surely no raw PCM.
 bool sound_header_begins(const sound_bytes *bytes);
 

@@ -76,7 +76,7 @@ size_t input_read(sound_input *in, float *out, size_t count) {
 }
 
 bool input_is_cut(const sound_input *in) {
-  return in->cut || in->frames_read < in->announced;
+  return in->cut || in->chained || in->frames_read < in->announced;
 }
 
 static std::string seconds(const sound_input *in, int64_t frames) {
@@ -101,6 +101,11 @@ std::string input_verdict(const sound_input *in) {
   if (in->cut) {
     return "warning: " + in->name + " is cut off or damaged: its end is missing after " +
            std::to_string(read) + " frames (" + seconds(in, read) + " s)";
+  }
+  if (in->chained) {
+    return "warning: " + in->name +
+           " holds several recordings, one behind the other; only the first is enhanced (" +
+           seconds(in, read) + " s)";
   }
   if (rest > 0) {
     return "warning: " + in->name + " ended within a frame of " + std::to_string(unit) +

@@ -26,6 +26,7 @@ struct sound_input {
   bool guessed = false;  // libsndfile does not know the length
   bool ended = false;    // nothing more to read
   bool cut = false;      // the file lacks its end, whatever it announces
+  bool chained = false;  // other recordings follow, which libsndfile does not read
   std::string failure;   // why reading stopped before the end; empty: it did not
 };
 

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "mpeg_stream.h"
 #include "ogg_end.h"
 #include "process.h"
 #include "promised_length.h"
@@ -16,7 +17,8 @@
 #include "temporary_file.h"
 
 static constexpr int RAW_RATE_HZ = 16000;
-static constexpr int64_t SIZE_FOR_UNKNOWN = 0x7ff00000;  // bytes, the least in use
+static constexpr int64_t SIZE_FOR_UNKNOWN = 0x7e000000;  // bytes; less than any in use
+static constexpr size_t CHUNK_HEADER_BYTES = 8;          // tag and size
 static constexpr size_t PREFIX_BYTES = 16384;            // of a pipe, which tell what it carries
 static constexpr size_t SPOOL_BYTES = 65536;             // copied at a time
 
@@ -35,12 +37,12 @@ static bool fail_format(const sound_input *in) {
   if (!in->bytes.live && in->bytes.held == 0) {
     return fail(in->name + " is empty");
   }
-  const bool known = sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT;
+  const bool broken = sf_error(nullptr) == SF_ERR_MALFORMED_FILE;
   return fail("cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
               "); " +
-              (known ? "it is cut off in its header, or damaged"
-                     : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
-                       "enhance --raw-channels 1 - OUT"));
+              (broken ? "it is cut off in its header, or damaged"
+                      : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
+                        "enhance --raw-channels 1 - OUT"));
 }
 
 static bool fail_headerless(const sound_input *in) {
@@ -60,6 +62,32 @@ static void close_file(sound_input *in) {
   }
 }
 
+// True when chunks, each with a tag that can be printed and a size, fill the file from `at` on.
+static bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
+  uint8_t head[CHUNK_HEADER_BYTES];
+  for (at += at % 2; at < bytes->held; at += at % 2) {
+    bool printable = sound_bytes_peek(bytes, at, head, sizeof head) == sizeof head;
+    int64_t size = 0;
+    for (size_t n = 0; n < 4; ++n) {
+      printable = printable && head[n] >= ' ' && head[n] <= '~';
+      size = size << 8 | head[big ? 4 + n : 7 - n];
+    }
+    if (!printable) {
+      return false;
+    }
+    at += static_cast<int64_t>(sizeof head) + size;
+  }
+  return at <= bytes->held + 1;
+}
+
+// True when what follows a size that stands for unknown is sound as well.
+static bool goes_on(const sound_bytes *bytes, const SF_INFO *info) {
+  const int64_t end = bytes->sound_at + info->frames * static_cast<int64_t>(bytes->unit);
+  const bool big = (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF;
+  return end + static_cast<int64_t>(CHUNK_HEADER_BYTES) <= bytes->held &&
+         !chunks_follow(bytes, end, big);
+}
+
 // Takes over what libsndfile found.
 static void adopt(sound_input *in, const SF_INFO *info) {
   const sound_bytes *bytes = &in->bytes;
@@ -69,8 +97,7 @@ static void adopt(sound_input *in, const SF_INFO *info) {
   in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
   if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
     in->most = bytes->live ? in->announced : info->frames;
-  } else if (bytes->unit > 0 && bytes->held > SIZE_FOR_UNKNOWN) {
-    // The sound reaches to the end of the file, which is beyond the size that says so.
+  } else if (bytes->unit > 0 && bytes->held > SIZE_FOR_UNKNOWN && goes_on(bytes, info)) {
     in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
   } else {
     in->most = info->frames;
@@ -81,24 +108,41 @@ static void adopt(sound_input *in, const SF_INFO *info) {
   in->announced = in->announced > in->most ? in->announced : in->most;
 }
 
-// Opens a file on disk: as it is, else as if it were longer, since some formats are refused when
-// cut off; else by its name.
+static bool is_mpeg(const SF_INFO *info) {
+  return (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
+}
+
+// Opens as if the file were longer: some formats are refused when they are cut off, and where
+// libsndfile guesses the length of a stream, the guess must not end it.
+static void open_longer(sound_input *in, SF_INFO *info) {
+  sound_bytes *bytes = &in->bytes;
+  *info = {};
+  in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, info);
+  const int64_t skipped = in->file != nullptr || sound_header_begins(bytes) ? 0 : mpeg_find(bytes);
+  if (skipped > 0) {
+    *info = {};
+    bytes->start += skipped;
+    bytes->held -= skipped;
+    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, info);
+  }
+  in->guessed = is_mpeg(info) && !mpeg_tells_length(bytes);
+  in->cut = in->cut || (in->file != nullptr && !is_mpeg(info));
+}
+
+// Opens a file on disk: as it is, else as if it were longer, else by its name.
 static bool open_disk(sound_input *in, const std::string &path) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
-  int64_t length = bytes->held;
-  bool marked = true;
   sound_header_take(bytes);
-  ogg_find_end(bytes, &length, &marked);
-  in->cut = !marked;
-  in->file = sound_bytes_open(bytes, length, &info);
-  in->guessed = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG && !promised_by_mpeg(bytes);
-  if (in->file != nullptr && in->guessed) {
-    close_file(in);  // the guess of the length must not end the sound
+  const ogg_end end = ogg_find_end(bytes);
+  in->cut = !end.marked;
+  in->chained = end.chained;
+  in->file = sound_bytes_open(bytes, end.at, &info);
+  if (in->file != nullptr && is_mpeg(&info) && !mpeg_tells_length(bytes)) {
+    close_file(in);
   }
   if (in->file == nullptr) {
-    info = {};
-    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+    open_longer(in, &info);
   }
   if (in->file == nullptr && !path.empty()) {
     info = {};
@@ -106,7 +150,7 @@ static bool open_disk(sound_input *in, const std::string &path) {
     bytes->unit = 0;
   }
   if (in->file == nullptr) {
-    return in->cut ? fail(in->name + " is cut off before its first page of sound ends")
+    return in->cut ? fail(in->name + " is cut off, and what is left cannot be read")
                    : fail_format(in);
   }
   adopt(in, &info);
@@ -194,7 +238,8 @@ static bool open_pipe(sound_input *in) {
   if (!sound_bytes_gather(bytes, PREFIX_BYTES)) {
     return fail_reading(in, bytes->error);
   }
-  if (bytes->head.empty() || !is_known(bytes)) {
+  const bool known = sound_header_begins(bytes) || mpeg_begins(bytes, 0) || is_known(bytes);
+  if (bytes->head.empty() || !known) {
     return fail_headerless(in);
   }
   return spool(in) && open_disk(in, "");
