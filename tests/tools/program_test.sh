@@ -32,9 +32,6 @@ for rate in 8000, 44100, 48000:
     click[rate // 3] = 30000
     write(f"{rate}.wav", rate, click)
 END
-echo "no sound at all" >text.wav
-head -c 60044 in.wav >cut.wav
-LC_ALL=C sed '1s/data..../data\xff\xff\xff\xff/' cut.wav >piped.wav  # as programs write into a pipe
 ln -s /dev/full full.wav
 
 # The stored reference is the aligned output from sample 64 on. WAV headers have 44 bytes.
@@ -44,7 +41,6 @@ cmp -n 63232 -i 128:0 ../out "${recording/in_multi/bf_mvdr}"
 cmp -i 44:0 ../out.wav ../out
 se_bf enhance --quiet --hop 192 in.wav ../out.flac
 cmp <(se_bf enhance --quiet ../out.flac -) <(se_bf enhance --quiet ../out.wav -)
-[[ -z $(se_bf enhance --quiet piped.wav ../out.wav 2>&1) ]]
 for rate in 8000 44100 48000; do
   se_bf enhance --quiet --channels 2,0 --mode mean --hop 160 $rate.wav ../$rate.wav
   $python -c "from scipy.io.wavfile import read
@@ -60,9 +56,7 @@ done <<'END'
 1|no channel 3|se_bf enhance 8000.wav out.wav --channels 3
 1|No space|se_bf enhance in.wav full.wav
 1|closed the pipe|{ se_bf enhance dies.wav - 2>&4 3>&-; echo $? >&3; } 3>../c 4>&2 | true; (exit $(<../c))
-1|leave out --raw-channels|se_bf enhance --raw-channels 2 - - <in.wav
 0|within a frame|tail -c 321 in.wav | se_bf enhance --quiet --raw-channels 1 - ../x.wav
-0|15000 of the 32000 frames|se_bf enhance --quiet cut.wav ../x.wav
 0|holds no sound|se_bf enhance --quiet none.wav ../x.flac
 0|identical from 0.00 s|se_bf enhance --quiet equal.wav ../x.wav
 0|no effect in mode mean|se_bf enhance --quiet --mode mean --mic-distance 0.1 --doa 90 in.wav ../x.wav
@@ -71,19 +65,11 @@ done <<'END'
 2|--mic-distance needs --doa|se_bf enhance --mic-distance 0.1 --out-dir ../new in.wav
 2|--mic-distance needs --doa|se_bf plot --mic-distance 0.1 in.wav
 1|no verdict|se_bf conform bf_omlsa
-1|cannot write no/x.png: No such file|se_bf plot in.wav no/x.png
 END
 ls -A | cmp - ../before
 [[ $(se_bf enhance --quiet dies.wav ../x.wav 2>&1) == *"e 0 is silent or 40 dB weaker from 3.00 s"*"resumed at "* ]]
 
-# Many files: failures do not stop the others.
-mkdir ../many
-cp in.wav cut.wav text.wav ../many
 cd ..
-se_bf enhance --out-dir new/out many --jobs 2 >table 2>said && exit 1
-[[ $(grep -c 'cut off\|text.wav' said) == 2 && $(wc -l <said) == 2 ]]
-[[ $(grep -cE '^many/cut.wav .* cut off |^2 enhanced, 0 skipped, 1 failed$' table) == 2 ]]
-
 # Interrupted in hours of silence, it leaves neither worker nor pieces of a file, and dies of it.
 printf '.snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x3e\x80\0\0\0\1' >long.au
 truncate -s 1G long.au

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "plain_header.h"
+#include "promised_length.h"
 #include "sound_bytes.h"
 #include "sound_writer.h"
 
@@ -101,4 +102,34 @@ TEST(Sound, GoesOnBehindWhatItsHeaderTells) {
   EXPECT_FALSE(sound_bytes_go_on(&bytes, sound));
   EXPECT_EQ(got, pcm);
   sf_close(sound);
+}
+
+TEST(Sound, WhatFollowsASizeNear2GiBIsSoundUnlessChunksFillTheRest) {
+  const scratch_file file;
+  const std::string list("LIST\x08\0\0\0INFOISFT", 16);
+  const std::string whole = list + list;
+  sound_bytes bytes;
+  bytes.fd = file.fd;
+  bytes.sound_at = 44;
+  bytes.unit = 2;
+  SF_INFO info = {};
+  info.frames = 0x7ffff000 / 2;
+  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+  const int64_t end = 44 + 0x7ffff000LL;
+  struct {
+    std::string rest;
+    bool goes_on;
+  } cases[] = {{list, false},
+               {whole, false},
+               {"\x7f" + list, true},
+               {list + "end", true},
+               {list.substr(0, 12), true},
+               {"few", false},
+               {std::string(16, '\0'), true}};
+  for (const auto &one : cases) {
+    const ssize_t size = static_cast<ssize_t>(one.rest.size());
+    ASSERT_EQ(pwrite(file.fd, one.rest.data(), one.rest.size(), end), size);
+    bytes.held = end + size;
+    EXPECT_EQ(promised_goes_on(&bytes, &info), one.goes_on) << one.rest;
+  }
 }

@@ -6,6 +6,8 @@
 
 #include "sound_header.h"
 
+static constexpr int64_t LEAST_UNKNOWN_SIZE = 0x7e000000;  // less than any that stands for unknown
+static constexpr size_t CHUNK_HEADER_BYTES = 8;            // tag and size
 static constexpr int64_t LARGEST_SIZE = INT64_C(1) << 60;  // any above is no size
 static constexpr size_t TEXT_HEADER_BYTES = 1024;
 static const char *const TEXT_COUNT = "\nsample_count -i ";
@@ -119,4 +121,30 @@ int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
     }
   }
   return frames;
+}
+
+// True when chunks, each with a tag that can be printed and a size, fill the file from `at` on.
+static bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
+  uint8_t head[CHUNK_HEADER_BYTES];
+  for (at += at % 2; at < bytes->held; at += at % 2) {
+    bool printable = sound_bytes_peek(bytes, at, head, sizeof head) == sizeof head;
+    int64_t size = 0;
+    for (size_t n = 0; n < 4; ++n) {
+      printable = printable && head[n] >= ' ' && head[n] <= '~';
+      size = size << 8 | head[big ? 4 + n : 7 - n];
+    }
+    if (!printable) {
+      return false;
+    }
+    at += static_cast<int64_t>(sizeof head) + size;
+  }
+  return at <= bytes->held + 1;
+}
+
+bool promised_goes_on(const sound_bytes *bytes, const SF_INFO *info) {
+  const int64_t end = bytes->sound_at + info->frames * static_cast<int64_t>(bytes->unit);
+  const bool big = (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF;
+  return bytes->unit > 0 && bytes->held > LEAST_UNKNOWN_SIZE &&
+         end + static_cast<int64_t>(CHUNK_HEADER_BYTES) <= bytes->held &&
+         !chunks_follow(bytes, end, big);
 }

@@ -12,4 +12,8 @@ constexpr int64_t PROMISED_NOTHING = -1;
 // a size as programs write it that cannot know the true one. `info` is as libsndfile filled it.
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
 
+// True when the file on disk goes on behind the size that its header tells with more sound, and not
+// with other chunks: of a size that stands for unknown. `info` is as libsndfile filled it.
+bool promised_goes_on(const sound_bytes *bytes, const SF_INFO *info);
+
 #endif  // SE_BF_PROMISED_LENGTH_H

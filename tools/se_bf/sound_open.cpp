@@ -17,10 +17,8 @@
 #include "temporary_file.h"
 
 static constexpr int RAW_RATE_HZ = 16000;
-static constexpr int64_t SIZE_FOR_UNKNOWN = 0x7e000000;  // bytes; less than any in use
-static constexpr size_t CHUNK_HEADER_BYTES = 8;          // tag and size
-static constexpr size_t PREFIX_BYTES = 16384;            // of a pipe, which tell what it carries
-static constexpr size_t SPOOL_BYTES = 65536;             // copied at a time
+static constexpr size_t PREFIX_BYTES = 16384;  // of a pipe, which tell what it carries
+static constexpr size_t SPOOL_BYTES = 65536;   // copied at a time
 
 static bool fail(const std::string &text) {
   if (!process_stopped()) {
@@ -62,32 +60,6 @@ static void close_file(sound_input *in) {
   }
 }
 
-// True when chunks, each with a tag that can be printed and a size, fill the file from `at` on.
-static bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
-  uint8_t head[CHUNK_HEADER_BYTES];
-  for (at += at % 2; at < bytes->held; at += at % 2) {
-    bool printable = sound_bytes_peek(bytes, at, head, sizeof head) == sizeof head;
-    int64_t size = 0;
-    for (size_t n = 0; n < 4; ++n) {
-      printable = printable && head[n] >= ' ' && head[n] <= '~';
-      size = size << 8 | head[big ? 4 + n : 7 - n];
-    }
-    if (!printable) {
-      return false;
-    }
-    at += static_cast<int64_t>(sizeof head) + size;
-  }
-  return at <= bytes->held + 1;
-}
-
-// True when what follows a size that stands for unknown is sound as well.
-static bool goes_on(const sound_bytes *bytes, const SF_INFO *info) {
-  const int64_t end = bytes->sound_at + info->frames * static_cast<int64_t>(bytes->unit);
-  const bool big = (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF;
-  return end + static_cast<int64_t>(CHUNK_HEADER_BYTES) <= bytes->held &&
-         !chunks_follow(bytes, end, big);
-}
-
 // Takes over what libsndfile found.
 static void adopt(sound_input *in, const SF_INFO *info) {
   const sound_bytes *bytes = &in->bytes;
@@ -97,7 +69,7 @@ static void adopt(sound_input *in, const SF_INFO *info) {
   in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
   if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
     in->most = bytes->live ? in->announced : info->frames;
-  } else if (bytes->unit > 0 && bytes->held > SIZE_FOR_UNKNOWN && goes_on(bytes, info)) {
+  } else if (promised_goes_on(bytes, info)) {
     in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
   } else {
     in->most = info->frames;
