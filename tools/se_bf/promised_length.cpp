@@ -144,7 +144,7 @@ static bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
 bool promised_goes_on(const sound_bytes *bytes, const SF_INFO *info) {
   const int64_t end = bytes->sound_at + info->frames * static_cast<int64_t>(bytes->unit);
   const bool big = (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_AIFF;
-  return bytes->unit > 0 && bytes->held > LEAST_UNKNOWN_SIZE &&
+  return bytes->held > LEAST_UNKNOWN_SIZE &&
          end + static_cast<int64_t>(CHUNK_HEADER_BYTES) <= bytes->held &&
          !chunks_follow(bytes, end, big);
 }

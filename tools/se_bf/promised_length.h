@@ -13,7 +13,8 @@ constexpr int64_t PROMISED_NOTHING = -1;
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
 
 // True when the file on disk goes on behind the size that its header tells with more sound, and not
-// with other chunks: of a size that stands for unknown. `info` is as libsndfile filled it.
+// with other chunks: of a size that stands for unknown. Frames must have a fixed size. `info` is as
+// libsndfile filled it.
 bool promised_goes_on(const sound_bytes *bytes, const SF_INFO *info);
 
 #endif  // SE_BF_PROMISED_LENGTH_H

@@ -69,7 +69,7 @@ static void adopt(sound_input *in, const SF_INFO *info) {
   in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
   if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
     in->most = bytes->live ? in->announced : info->frames;
-  } else if (promised_goes_on(bytes, info)) {
+  } else if (bytes->unit > 0 && promised_goes_on(bytes, info)) {
     in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
   } else {
     in->most = info->frames;
