@@ -28,7 +28,9 @@ struct complex_lanes {
   float im[kMvdrLanes];
 };
 
-// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone.
+// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone. What
+// update_block calls is inlined, to be compiled for the vectors of its clones; from_lanes, which it
+// calls twice, would cost more code than it saves time.
 [[gnu::always_inline]] inline void to_lanes(const se_complex *__restrict vectors,
                                             complex_lanes *__restrict lanes) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
@@ -103,7 +105,8 @@ struct complex_lanes {
     const se_complex u1 = complex_add(complex_mul_complex(lower, d0),
                                       complex_mul_complex({inverse->second[i], 0.0f}, d1));
 
-    // The sum over the microphones starts with 0.
+    // The sum over the microphones starts with 0, which makes a negative zero in the first term
+    // positive.
     const float first = 0.0f + (d0.re * u0.re + d0.im * u0.im);
     const float response = first + (d1.re * u1.re + d1.im * u1.im);
     const float r = 1.0f / response;
