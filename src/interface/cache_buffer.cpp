@@ -53,9 +53,10 @@ SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict o
 
 }  // namespace
 
-SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len,
-                                              int32_t num_ch_in, int32_t out_channels) {
-  catch_buf *cb = static_cast<catch_buf *>(tamrin_malloc(sizeof(catch_buf)));
+SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(core_state *core, int32_t fft_len, int32_t hop_len,
+                                              int32_t block_len, int32_t num_ch_in,
+                                              int32_t out_channels) {
+  catch_buf *cb = static_cast<catch_buf *>(tamrin_malloc(core, sizeof(catch_buf)));
   if (cb == nullptr || hop_len > block_len) {
     return cb;
   }
@@ -65,8 +66,8 @@ SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, 
   cb->num_ch_in = num_ch_in;
   cb->out_channels = out_channels;
   cb->out_fill = block_len - hop_len;
-  cb->stage = pool_floats(2 * block_len * num_ch_in);
-  cb->out_store = pool_floats(2 * fft_len * out_channels);
+  cb->stage = pool_floats(core, 2 * block_len * num_ch_in);
+  cb->out_store = pool_floats(core, 2 * fft_len * out_channels);
   return cb;
 }
 

@@ -31,8 +31,12 @@ struct catch_buf {
 
 // Makes a buffer from the pool. A hop longer than the block gives an unconfigured buffer (all
 // zero). Returns null when the pool is exhausted.
-catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len, int32_t num_ch_in,
-                             int32_t out_channels);
+catch_buf *se_catch_buf_init(core_state *core, int32_t fft_len, int32_t hop_len, int32_t block_len,
+                             int32_t num_ch_in, int32_t out_channels);
+inline catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len,
+                                    int32_t num_ch_in, int32_t out_channels) {
+  return se_catch_buf_init(&process_core, fft_len, hop_len, block_len, num_ch_in, out_channels);
+}
 
 // Fill of the output store: right after creation, the buffer's latency in samples. 0 for null.
 int32_t se_catch_buf_get_offset(const catch_buf *cb);

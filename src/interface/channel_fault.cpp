@@ -21,10 +21,6 @@ constexpr float kDeadRatio = 100.0f;
 constexpr float kExactSum = 16777216.0f;
 constexpr int32_t kExactPairs = 512;
 
-// Smoothed sums of absolute sample values of channel 0 and 1, over the whole call.
-float pwr1 = 0.0f;
-float pwr2 = 0.0f;
-
 struct channel_sums {
   float first;
   float second;
@@ -86,21 +82,24 @@ bool silent(float level) {
 
 }  // namespace
 
-int is_one_channel_brocken(int, int16_t *in, int32_t n) {
+int channel_fault_check(core_state *core, int16_t *in, int32_t n) {
+  // The levels are smoothed sums over the whole call.
   const channel_sums sums = absolute_sums(in, n);
-  pwr1 = kLevelDecay * pwr1 + kLevelIntake * sums.first;
-  pwr2 = kLevelDecay * pwr2 + kLevelIntake * sums.second;
+  const float first = kLevelDecay * core->pwr1 + kLevelIntake * sums.first;
+  const float second = kLevelDecay * core->pwr2 + kLevelIntake * sums.second;
+  core->pwr1 = first;
+  core->pwr2 = second;
 
-  if (pwr1 < pwr2) {
-    if (silent(pwr1) || kDeadRatio * pwr1 < pwr2) {
+  if (first < second) {
+    if (silent(first) || kDeadRatio * first < second) {
       copy_channel(in, 1, n);
       return 1;
     }
     return 0;
   }
-  if (silent(pwr2) || pwr1 > kDeadRatio * pwr2) {
+  if (silent(second) || first > kDeadRatio * second) {
     copy_channel(in, 0, n);
     return 1;
   }
-  return pwr1 == pwr2 ? 1 : 0;
+  return first == second ? 1 : 0;
 }

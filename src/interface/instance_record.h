@@ -45,6 +45,7 @@ struct se_bf_inst {
   int32_t stream_state;      // a se_bf_stream_state
   int32_t refusal_reported;  // 1 once se_bf_do has said why it is silent
   se_bf_inst *older;         // instance made before this one in the same pool, or null
+  core_state *core;          // the pool that it lies in, and what it shares with others there
 };
 #pragma pack(pop)
 

@@ -92,15 +92,15 @@ void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode) {
   }
 }
 
-int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
-  if (!se_bf_instance_alive(inst)) {
-    stream_check_mistake(DO_WITHOUT_INSTANCE);
+int32_t se_bf_instance_do(core_state *core, se_bf_inst *inst, int16_t *out, int16_t *in) {
+  if (!se_bf_instance_alive(core, inst)) {
+    stream_check_mistake(core, DO_WITHOUT_INSTANCE);
     return 0;
   }
   int32_t mode = inst->mode;
   const int32_t total = inst->samples_per_call;
   if (out == nullptr || in == nullptr) {
-    stream_check_mistake(DO_WITHOUT_BUFFER);
+    stream_check_mistake(core, DO_WITHOUT_BUFFER);
     return total;
   }
   if (mode == SE_BF_MODE_MONO) {
@@ -113,10 +113,14 @@ int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
 
   // Nothing raises the channel count again, deliberately: after one fault a two-channel instance
   // analyses channel 0 only, even when it beamforms again.
-  if (inst->num_ch_in == 2 && is_one_channel_brocken(0, in, total) != 0) {
+  if (inst->num_ch_in == 2 && channel_fault_check(core, in, total) != 0) {
     stft_set_chnl(inst->stft, 1);
     mode = SE_BF_MODE_OMLSA;
   }
   stream_blocks(inst, mode, out, in);
   return total;
+}
+
+int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
+  return se_bf_instance_do(&process_core, inst, out, in);
 }

@@ -12,4 +12,7 @@
 // at its start. Modes without a path leave the frame alone, so that channel 0 passes through.
 void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode);
 
+// se_bf_do for a core of the caller's.
+int32_t se_bf_instance_do(core_state *core, se_bf_inst *inst, int16_t *out, int16_t *in);
+
 #endif  // TM_SE_BF_INTERFACE_MULTI_CHANNELS_ENHANCE_H

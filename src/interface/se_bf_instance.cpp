@@ -25,12 +25,8 @@ constexpr float kGainMinDb = -20.0f;
 
 constexpr int32_t kCoordinates = 3;
 
-// Chain of the instances in the pool, newest first, and the generation of the pool that it is of.
-se_bf_inst *newest = nullptr;
-uint32_t newest_generation = 0;
-
-se_bf_inst *live_instances() {
-  return newest_generation == tamrin_generation() ? newest : nullptr;
+se_bf_inst *live_instances(const core_state *core) {
+  return core->newest_generation == core->generation ? core->newest : nullptr;
 }
 
 // Smallest power of two above the hop, at least kSmallestFft.
@@ -46,12 +42,12 @@ void create_members(se_bf_inst *inst, int32_t fft_len) {
   const int32_t channels = inst->num_ch_in;
   const int32_t hop = inst->hop_len;
   const int32_t bins = inst->num_bins;
-  inst->fft = spx_fft_init(fft_len);
-  inst->stft = stft_buf_create(fft_len, hop, inst->fft, channels);
-  inst->frame = pool_floats(channels * hop);
-  inst->spectrum = pool_floats(channels * fft_len);
-  inst->steering = pool_complex(channels * bins);
-  inst->bin_buf = pool_floats(bins);
+  inst->fft = spx_fft_init(inst->core, fft_len);
+  inst->stft = stft_buf_create(inst->core, fft_len, hop, inst->fft, channels);
+  inst->frame = pool_floats(inst->core, channels * hop);
+  inst->spectrum = pool_floats(inst->core, channels * fft_len);
+  inst->steering = pool_complex(inst->core, channels * bins);
+  inst->bin_buf = pool_floats(inst->core, bins);
 }
 
 // The mono modes average the channels before analysis, so only channel 0 is analysed. The count is
@@ -90,6 +86,7 @@ void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
       return;
     }
     tamrin_warning(
+        inst->core,
         "se_bf_init: mic_distance and doa give no direction, so none is preferred; pass metres and "
         "degrees");
   }
@@ -101,34 +98,37 @@ void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
 
 }  // namespace
 
-bool se_bf_instance_alive(const se_bf_inst *inst) {
-  const se_bf_inst *live = live_instances();
+bool se_bf_instance_alive(const core_state *core, const se_bf_inst *inst) {
+  const se_bf_inst *live = live_instances(core);
   while (live != nullptr && live != inst) {
     live = live->older;
   }
   return live != nullptr;
 }
 
-se_bf_inst *se_bf_create(const se_bf_create_param *param) {
+se_bf_inst *se_bf_instance_create(core_state *core, const se_bf_create_param *param) {
   if (param == nullptr) {
-    tamrin_warning("se_bf_create: param is null, no instance was made; pass the sizes");
+    tamrin_warning(core, "se_bf_create: param is null, no instance was made; pass the sizes");
     return nullptr;
   }
-  se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc(sizeof(se_bf_inst)));
+  se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc(core, sizeof(se_bf_inst)));
   if (param->num_ch_in < 1 || param->num_ch_in > kMaxChannels) {
-    std::printf("ERROR: _num_ch_in=%d, which must no more than %d\n ", param->num_ch_in,
-                kMaxChannels);
-    // Empties the pool for every instance of the process, as any release does.
-    tamrin_free(inst);
+    if (core->quiet == 0) {
+      std::printf("ERROR: _num_ch_in=%d, which must no more than %d\n ", param->num_ch_in,
+                  kMaxChannels);
+    }
+    // Empties the pool for every instance in it, as any release does.
+    tamrin_free(core, inst);
     return nullptr;
   }
   if (inst == nullptr) {
     return nullptr;
   }
 
-  inst->older = live_instances();
-  newest = inst;
-  newest_generation = tamrin_generation();
+  inst->core = core;
+  inst->older = live_instances(core);
+  core->newest = inst;
+  core->newest_generation = core->generation;
   inst->samples_per_call = param->samples_per_call;
   inst->block_len = kBlockLen;
   inst->hop_len = static_cast<int16_t>(param->hop_len < 1 ? kDefaultHop : param->hop_len);
@@ -137,17 +137,18 @@ se_bf_inst *se_bf_create(const se_bf_create_param *param) {
   inst->num_ch_in = param->num_ch_in;
   inst->update_interval = kUpdateInterval;
   create_members(inst, fft_len);
-  stream_check_new_instance();
+  stream_check_new_instance(core);
   return inst;
 }
 
-int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
+int32_t se_bf_instance_init(core_state *core, se_bf_inst *inst, const se_bf_init_param *param) {
   if (param == nullptr) {
-    tamrin_warning("se_bf_init: param is null, nothing was changed; pass mode and geometry");
+    tamrin_warning(core, "se_bf_init: param is null, nothing was changed; pass mode and geometry");
     return 0;
   }
-  if (!se_bf_instance_alive(inst)) {
-    tamrin_warning("se_bf_init: no such instance; call se_bf_create first and check its result");
+  if (!se_bf_instance_alive(core, inst)) {
+    tamrin_warning(core,
+                   "se_bf_init: no such instance; call se_bf_create first and check its result");
     return 0;
   }
   const int32_t bins = inst->num_bins;
@@ -155,20 +156,20 @@ int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
   for (int32_t k = 0; inst->bin_buf != nullptr && k < bins; ++k) {
     inst->bin_buf[k] = 0.0f;
   }
-  inst->mcra = mcra_init(bins, 0);
+  inst->mcra = mcra_init(core, bins);
   init_steering(inst, param);
-  inst->omlsa = omlsa_init(bins, kGainModeCode, kGainMinDb);
-  inst->mvdr = mvdr_evd_init(inst->num_ch_in, inst->steering, bins);
+  inst->omlsa = omlsa_init(core, bins, kGainModeCode, kGainMinDb);
+  inst->mvdr = mvdr_evd_init(core, inst->num_ch_in, inst->steering, bins);
   inst->cache =
-      se_catch_buf_init(2 * (bins - 1), inst->hop_len, inst->block_len, inst->num_ch_in, 1);
+      se_catch_buf_init(core, 2 * (bins - 1), inst->hop_len, inst->block_len, inst->num_ch_in, 1);
   inst->stream_state = stream_check_config(inst);
   inst->refusal_reported = inst->stream_state == SE_BF_STREAM_REFUSED ? 1 : 0;
   return (bins - 1) + se_catch_buf_get_offset(inst->cache);
 }
 
-void se_bf_change_mode(se_bf_inst *inst, int32_t mode) {
-  if (!se_bf_instance_alive(inst)) {
-    stream_check_mistake(CHANGE_MODE_WITHOUT_INSTANCE);
+void se_bf_instance_change_mode(core_state *core, se_bf_inst *inst, int32_t mode) {
+  if (!se_bf_instance_alive(core, inst)) {
+    stream_check_mistake(core, CHANGE_MODE_WITHOUT_INSTANCE);
     return;
   }
   // The STFT's channel count stays as it is, deliberately: see init_mode.
@@ -177,11 +178,23 @@ void se_bf_change_mode(se_bf_inst *inst, int32_t mode) {
   }
 }
 
+se_bf_inst *se_bf_create(const se_bf_create_param *param) {
+  return se_bf_instance_create(&process_core, param);
+}
+
+int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param) {
+  return se_bf_instance_init(&process_core, inst, param);
+}
+
+void se_bf_change_mode(se_bf_inst *inst, int32_t mode) {
+  se_bf_instance_change_mode(&process_core, inst, mode);
+}
+
 void se_bf_destroy(se_bf_inst *inst) {
   if (inst == nullptr) {
     return;
   }
-  if (se_bf_instance_alive(inst)) {
+  if (se_bf_instance_alive(&process_core, inst)) {
     pool_release(inst->bin_buf);
     pool_release(inst->steering);
     pool_release(inst->spectrum);

@@ -10,10 +10,6 @@ constexpr int32_t kSupportedHops[] = {160, 192, 320};
 // Repeats a sample every 79 blocks and fills the output store after some 50 s.
 constexpr int32_t kLossyHop = 159;
 
-// The mistakes that were told since an instance was made; of the process, for a call without an
-// instance has none to keep it.
-uint32_t told_mistakes = 0;
-
 const char *mistake_text(call_mistake mistake) {
   switch (mistake) {
     case DO_WITHOUT_INSTANCE:
@@ -48,30 +44,33 @@ bool complete(const se_bf_inst *inst) {
 
 }  // namespace
 
-void stream_check_mistake(call_mistake mistake) {
-  if ((told_mistakes & mistake) == 0) {
-    told_mistakes |= mistake;
-    tamrin_warning(mistake_text(mistake));
+void stream_check_mistake(core_state *core, call_mistake mistake) {
+  if ((core->told_mistakes & mistake) == 0) {
+    core->told_mistakes |= mistake;
+    tamrin_warning(core, mistake_text(mistake));
   }
 }
 
-void stream_check_new_instance() {
-  told_mistakes = 0;
+void stream_check_new_instance(core_state *core) {
+  core->told_mistakes = 0;
 }
 
 int32_t stream_check_config(const se_bf_inst *inst) {
   if (inst->hop_len == kLossyHop) {
     tamrin_warning(
+        inst->core,
         "se_bf_init: hop_len 159 repeats samples and stops with silence after about 53 s of audio; "
         "use 160, 192 or 320");
   } else if (!supported_hop(inst->hop_len)) {
     tamrin_warning_int(
+        inst->core,
         "se_bf_init: use hop_len 160, 192 or 320 (0 selects 192); se_bf_do writes silence with",
         inst->hop_len);
     return SE_BF_STREAM_REFUSED;
   }
   if (inst->samples_per_call < 1 || inst->samples_per_call % kBlockLen != 0) {
     tamrin_warning_int(
+        inst->core,
         "se_bf_init: use a positive multiple of 320 for samples_per_call; se_bf_do writes silence "
         "with",
         inst->samples_per_call);
@@ -80,6 +79,7 @@ int32_t stream_check_config(const se_bf_inst *inst) {
   }
   if (!complete(inst)) {
     tamrin_warning(
+        inst->core,
         "se_bf_init: the memory pool cannot hold this instance, se_bf_do writes silence; destroy "
         "other "
         "instances first and initialise only once");
@@ -94,7 +94,7 @@ bool stream_check_call(se_bf_inst *inst, int16_t *out) {
   }
   if (inst->refusal_reported == 0) {
     inst->refusal_reported = 1;
-    tamrin_warning("se_bf_do: silence is written until se_bf_init has been called");
+    tamrin_warning(inst->core, "se_bf_do: silence is written until se_bf_init has been called");
   }
   for (int32_t i = 0; i < inst->samples_per_call; ++i) {
     out[i] = 0;
@@ -106,6 +106,6 @@ void stream_check_stop(se_bf_inst *inst) {
   inst->stream_state = SE_BF_STREAM_REFUSED;
   inst->refusal_reported = 1;
   tamrin_warning_int(
-      "se_bf_do: the output store is full, silence from here on; use hop_len 160, not",
+      inst->core, "se_bf_do: the output store is full, silence from here on; use hop_len 160, not",
       inst->hop_len);
 }

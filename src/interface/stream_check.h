@@ -18,10 +18,10 @@ enum call_mistake : uint32_t {
 };
 
 // Says on standard error what is wrong with a call, once until stream_check_new_instance.
-void stream_check_mistake(call_mistake mistake);
+void stream_check_mistake(core_state *core, call_mistake mistake);
 
 // An instance was made: its host is told of mistakes afresh.
-void stream_check_new_instance();
+void stream_check_new_instance(core_state *core);
 
 // Judges a freshly initialised instance: SE_BF_STREAM_READY, or SE_BF_STREAM_REFUSED after saying
 // on standard error what is wrong and what to do. A hop of 159 samples is let through with a

@@ -15,12 +15,12 @@ SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__rest
 
 }  // namespace
 
-SE_BF_RARELY_RUN circular_mat *initCircularMat(int32_t n) {
-  circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc(sizeof(circular_mat)));
+SE_BF_RARELY_RUN circular_mat *initCircularMat(core_state *core, int32_t n) {
+  circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc(core, sizeof(circular_mat)));
   if (mat == nullptr) {
     return nullptr;
   }
-  mat->base = pool_floats(kCircularRows * n);
+  mat->base = pool_floats(core, kCircularRows * n);
   if (mat->base == nullptr) {
     return nullptr;
   }

@@ -23,7 +23,10 @@ struct circular_mat {
 
 // Makes a zeroed buffer for vectors of n floats from the pool. Returns null when the pool is
 // exhausted.
-circular_mat *initCircularMat(int32_t n);
+circular_mat *initCircularMat(core_state *core, int32_t n);
+inline circular_mat *initCircularMat(int32_t n) {
+  return initCircularMat(&process_core, n);
+}
 
 // Releases the buffer through the pool.
 void uinitCircularMat(circular_mat *mat);

@@ -99,8 +99,8 @@ void close_subwindow(mcra_state *state) {
 
 }  // namespace
 
-SE_BF_RARELY_RUN mcra_state *mcra_init(int32_t num_bins, int32_t) {
-  mcra_state *state = static_cast<mcra_state *>(tamrin_malloc(sizeof(mcra_state)));
+SE_BF_RARELY_RUN mcra_state *mcra_init(core_state *core, int32_t num_bins) {
+  mcra_state *state = static_cast<mcra_state *>(tamrin_malloc(core, sizeof(mcra_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -111,12 +111,12 @@ SE_BF_RARELY_RUN mcra_state *mcra_init(int32_t num_bins, int32_t) {
   state->alpha_p = kAlphaP;
 
   // The pool hands out zeroed memory: all vectors start at zero.
-  state->min_buf = initCircularMat(num_bins);
-  state->speech_prob = pool_floats(num_bins);
-  state->lambdaD = pool_floats(num_bins);
-  state->smoothed_pwr = pool_floats(num_bins);
-  state->s_tmp = pool_floats(num_bins);
-  state->s_min = pool_floats(num_bins);
+  state->min_buf = initCircularMat(core, num_bins);
+  state->speech_prob = pool_floats(core, num_bins);
+  state->lambdaD = pool_floats(core, num_bins);
+  state->smoothed_pwr = pool_floats(core, num_bins);
+  state->s_tmp = pool_floats(core, num_bins);
+  state->s_min = pool_floats(core, num_bins);
 
   const bool complete = state->min_buf != nullptr && state->speech_prob != nullptr &&
                         state->lambdaD != nullptr && state->smoothed_pwr != nullptr &&

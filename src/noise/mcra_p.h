@@ -36,7 +36,10 @@ struct mcra_state {
 
 // Makes an estimator for num_bins bins from the pool; the second argument is ignored. Returns null
 // when the pool is exhausted.
-mcra_state *mcra_init(int32_t num_bins, int32_t reserved);
+mcra_state *mcra_init(core_state *core, int32_t num_bins);
+inline mcra_state *mcra_init(int32_t num_bins, int32_t) {
+  return mcra_init(&process_core, num_bins);
+}
 
 // Releases the estimator through the pool; null is accepted.
 void mcra_uninit(mcra_state *state);

@@ -48,8 +48,8 @@ bool above_noise_floor(float noise) {
   return noise >= kNoiseFloorSingle;
 }
 
-SE_BF_RARELY_RUN float *pool_ones(int32_t num_bins) {
-  float *ones = pool_floats(num_bins);
+SE_BF_RARELY_RUN float *pool_ones(core_state *core, int32_t num_bins) {
+  float *ones = pool_floats(core, num_bins);
   for (int32_t k = 0; ones != nullptr && k < num_bins; ++k) {
     ones[k] = 1.0f;
   }
@@ -114,8 +114,9 @@ SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float 
 
 }  // namespace
 
-SE_BF_RARELY_RUN omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db) {
-  omlsa_state *state = static_cast<omlsa_state *>(tamrin_malloc(sizeof(omlsa_state)));
+SE_BF_RARELY_RUN omlsa_state *omlsa_init(core_state *core, int32_t num_bins, int32_t mode_code,
+                                         float gain_min_db) {
+  omlsa_state *state = static_cast<omlsa_state *>(tamrin_malloc(core, sizeof(omlsa_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -124,8 +125,8 @@ SE_BF_RARELY_RUN omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, fl
   state->log_gain_min =
       gain_min_db >= 0.0f ? kDefaultLogGainMin : gain_min_db * 0.5f / kDbPerBel * kLogTen;
   state->alpha_xi = kAlphaXi;
-  state->eta2item = pool_ones(num_bins);
-  state->gain = pool_ones(num_bins);
+  state->eta2item = pool_ones(core, num_bins);
+  state->gain = pool_ones(core, num_bins);
   return state->eta2item != nullptr && state->gain != nullptr ? state : nullptr;
 }
 

@@ -26,7 +26,10 @@ struct omlsa_state {
 
 // Makes a state for num_bins bins from the pool. gain_min_db: minimum gain of do_omlsa in dB; 0 and
 // more select -0.8 dB. Returns null when the pool is exhausted.
-omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db);
+omlsa_state *omlsa_init(core_state *core, int32_t num_bins, int32_t mode_code, float gain_min_db);
+inline omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db) {
+  return omlsa_init(&process_core, num_bins, mode_code, gain_min_db);
+}
 
 // Releases the state through the pool; null is accepted. Only tests call it: an instance's state
 // goes with the pool.

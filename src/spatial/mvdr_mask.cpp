@@ -69,9 +69,10 @@ SE_BF_RARELY_RUN void scale_lane(hermitian_lanes *sums, int32_t lane, float fact
 
 }  // namespace
 
-SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering,
-                                               int32_t bins) {
-  mvdr_evd_state *state = static_cast<mvdr_evd_state *>(tamrin_malloc(sizeof(mvdr_evd_state)));
+SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(core_state *core, int16_t channels,
+                                               const se_complex *steering, int32_t bins) {
+  mvdr_evd_state *state =
+      static_cast<mvdr_evd_state *>(tamrin_malloc(core, sizeof(mvdr_evd_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -81,13 +82,13 @@ SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_comple
   state->channels = channels;
   const int32_t block_count = mvdr_block_count(bins);
   const int32_t lanes = block_count * kMvdrLanes;
-  state->speech_weight = pool_floats(lanes);
-  state->noise_weight = pool_floats(lanes);
-  state->unity = pool_floats(bins);
-  state->weights = pool_complex(lanes * channels);
-  state->steering = pool_complex(lanes * channels);
+  state->speech_weight = pool_floats(core, lanes);
+  state->noise_weight = pool_floats(core, lanes);
+  state->unity = pool_floats(core, bins);
+  state->weights = pool_complex(core, lanes * channels);
+  state->steering = pool_complex(core, lanes * channels);
   const int32_t block_bytes = block_count * static_cast<int32_t>(sizeof(mvdr_block));
-  state->blocks = static_cast<mvdr_block *>(tamrin_malloc(block_bytes));
+  state->blocks = static_cast<mvdr_block *>(tamrin_malloc(core, block_bytes));
   const bool complete = state->speech_weight != nullptr && state->noise_weight != nullptr &&
                         state->unity != nullptr && state->weights != nullptr &&
                         state->steering != nullptr && state->blocks != nullptr;

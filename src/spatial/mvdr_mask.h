@@ -71,7 +71,11 @@ constexpr int32_t mvdr_block_count(int32_t bins) {
 // Makes the state from the pool. steering: [bins][channels], copied. Weights start at
 // 1/sqrt(channels), inverses at the identity, sums at zero. Returns null when the pool is
 // exhausted, when steering is null, or for more than two channels.
-mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int32_t bins);
+mvdr_evd_state *mvdr_evd_init(core_state *core, int16_t channels, const se_complex *steering,
+                              int32_t bins);
+inline mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int32_t bins) {
+  return mvdr_evd_init(&process_core, channels, steering, bins);
+}
 
 // Releases the state through the pool; null is accepted. Only tests call it: an instance's state
 // goes with the pool.

@@ -2,7 +2,6 @@
 #include "spectral/fftwrap_fixpoint.h"
 
 #include <cfloat>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -64,9 +63,9 @@ void from_q31(const int32_t *in, float gain, float *out, int32_t count) {
 
 }  // namespace
 
-fft_setup *spx_fft_init(int32_t n) {
-  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc(sizeof(fft_setup)));
-  std::puts("cmsis fixpoint fft");
+fft_setup *spx_fft_init(core_state *core, int32_t n) {
+  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc(core, sizeof(fft_setup)));
+  tamrin_note(core, "cmsis fixpoint fft");
   if (setup == nullptr) {
     return nullptr;
   }
@@ -77,8 +76,8 @@ fft_setup *spx_fft_init(int32_t n) {
   setup->n = n;
   setup->kernel = q31_vector_kernel_for(n);
   const int32_t word = sizeof(int32_t);
-  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc(2 * n * word));
-  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc(n * word));
+  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc(core, 2 * n * word));
+  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc(core, n * word));
 
   const bool supported = forward_status == 0 && inverse_status == 0;
   const bool allocated = setup->spectrum_q31 != nullptr && setup->frame_q31 != nullptr;

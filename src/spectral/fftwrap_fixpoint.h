@@ -31,7 +31,10 @@ struct fft_setup {
 
 // Makes a setup for length n (a power of two from 32 to 8192) from the pool and prints a note on
 // standard output. Returns null when the pool is exhausted or the length is not supported.
-fft_setup *spx_fft_init(int32_t n);
+fft_setup *spx_fft_init(core_state *core, int32_t n);
+inline fft_setup *spx_fft_init(int32_t n) {
+  return spx_fft_init(&process_core, n);
+}
 
 // Releases the setup through the pool; null is accepted.
 void spx_fft_destroy(fft_setup *setup);

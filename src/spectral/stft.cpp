@@ -26,11 +26,12 @@ SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__r
 
 }  // namespace
 
-SE_BF_RARELY_RUN stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
+SE_BF_RARELY_RUN stft_buf *stft_buf_create(core_state *core, int32_t N, int32_t H, fft_setup *fft,
+                                           int32_t channels) {
   if (H <= 0) {
     return nullptr;
   }
-  stft_buf *stft = static_cast<stft_buf *>(tamrin_malloc(sizeof(stft_buf)));
+  stft_buf *stft = static_cast<stft_buf *>(tamrin_malloc(core, sizeof(stft_buf)));
   if (stft == nullptr) {
     return nullptr;
   }
@@ -41,10 +42,10 @@ SE_BF_RARELY_RUN stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft,
   stft->fft = fft;
 
   // The pool hands out zeroed memory: history and tail start silent.
-  stft->frame = pool_floats(N);
-  stft->history = pool_floats(channels * N);
-  stft->ola_tail = pool_floats(N - H);
-  stft->window = pool_floats(2 * N);
+  stft->frame = pool_floats(core, N);
+  stft->history = pool_floats(core, channels * N);
+  stft->ola_tail = pool_floats(core, N - H);
+  stft->window = pool_floats(core, 2 * N);
   if (stft->frame == nullptr || stft->history == nullptr || stft->ola_tail == nullptr ||
       stft->window == nullptr) {
     return nullptr;

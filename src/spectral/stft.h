@@ -33,7 +33,10 @@ struct stft_buf {
 
 // Makes the state from the pool, with silent history. N: FFT length; H: hop in samples, 1 .. N;
 // channels: 1 or 2. Returns null when the pool is exhausted or H is not positive.
-stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels);
+stft_buf *stft_buf_create(core_state *core, int32_t N, int32_t H, fft_setup *fft, int32_t channels);
+inline stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
+  return stft_buf_create(&process_core, N, H, fft, channels);
+}
 
 // Sets the number of channels that analysis transforms, at most the number at creation; touches no
 // buffer. Null is accepted.

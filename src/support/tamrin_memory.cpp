@@ -1,30 +1,26 @@
-// Bump allocator over one static array, and the diagnostic printers.
+// Bump allocator over one array, and the diagnostic printers.
 #include "support/tamrin_memory.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-alignas(kPoolAlignment) uint8_t kStaticMemory[kStaticMemorySize];
-int32_t kStaticMemoryPosition = 0;
+core_state process_core;
+uint8_t (&kStaticMemory)[kStaticMemorySize] = process_core.memory;
+int32_t &kStaticMemoryPosition = process_core.position;
 
-namespace {
-
-uint32_t generation = 1;
-
-}  // namespace
-
-void *tamrin_malloc(int32_t size) {
-  if (kStaticMemoryPosition == 0) {
-    std::puts("using static buffer for malloc");
+void *tamrin_malloc(core_state *core, int32_t size) {
+  if (core->position == 0) {
+    tamrin_note(core, "using static buffer for malloc");
   }
 
   // Unsigned: a negative size counts as a huge one instead of moving the position backwards.
-  const uint32_t position = static_cast<uint32_t>(kStaticMemoryPosition);
-  const uint32_t sum = position + static_cast<uint32_t>(size);
+  const uint32_t sum = static_cast<uint32_t>(core->position) + static_cast<uint32_t>(size);
   if (size < 0 || sum > static_cast<uint32_t>(kStaticMemorySize)) {
-    std::fprintf(stderr, "[ ERROR! ]:Capacity: %d, Added:%d (%d + %d).\n", kStaticMemorySize,
-                 static_cast<int32_t>(sum), kStaticMemoryPosition, size);
+    if (core->quiet == 0) {
+      std::fprintf(stderr, "[ ERROR! ]:Capacity: %d, Added:%d (%d + %d).\n", kStaticMemorySize,
+                   static_cast<int32_t>(sum), core->position, size);
+    }
     return nullptr;
   }
 
@@ -32,10 +28,14 @@ void *tamrin_malloc(int32_t size) {
   const int32_t remainder = size % kPoolAlignment;
   const int32_t rounded = remainder == 0 ? size : size + kPoolAlignment - remainder;
 
-  uint8_t *block = kStaticMemory + kStaticMemoryPosition;
+  uint8_t *block = core->memory + core->position;
   std::memset(block, 0, static_cast<size_t>(rounded));
-  kStaticMemoryPosition += rounded;
+  core->position += rounded;
   return block;
+}
+
+void *tamrin_malloc(int32_t size) {
+  return tamrin_malloc(&process_core, size);
 }
 
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
@@ -45,15 +45,15 @@ void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
   return tamrin_malloc(new_size);
 }
 
-void tamrin_free(const void *) {
-  if (kStaticMemoryPosition != 0) {
-    kStaticMemoryPosition = 0;
-    generation += 1;
+void tamrin_free(core_state *core, const void *) {
+  if (core->position != 0) {
+    core->position = 0;
+    core->generation += 1;
   }
 }
 
-uint32_t tamrin_generation() {
-  return generation;
+void tamrin_free(const void *block) {
+  tamrin_free(&process_core, block);
 }
 
 void tamrin_fatal(const char *msg) {
@@ -61,10 +61,24 @@ void tamrin_fatal(const char *msg) {
   std::exit(EXIT_FAILURE);
 }
 
+int tamrin_warning(const core_state *core, const char *msg) {
+  return core->quiet == 0 ? std::fprintf(stderr, "warning: %s\n", msg) : 0;
+}
+
+int tamrin_warning_int(const core_state *core, const char *msg, int value) {
+  return core->quiet == 0 ? std::fprintf(stderr, "warning: %s %d\n", msg, value) : 0;
+}
+
 int tamrin_warning(const char *msg) {
-  return std::fprintf(stderr, "warning: %s\n", msg);
+  return tamrin_warning(&process_core, msg);
 }
 
 int tamrin_warning_int(const char *msg, int value) {
-  return std::fprintf(stderr, "warning: %s %d\n", msg, value);
+  return tamrin_warning_int(&process_core, msg, value);
+}
+
+void tamrin_note(const core_state *core, const char *line) {
+  if (core->quiet == 0) {
+    std::puts(line);
+  }
 }

@@ -1,9 +1,10 @@
-// The static memory pool from which every object of the library is taken, and the diagnostic
-// printers.
+// The memory pool from which every object of the library is taken, and the diagnostic printers.
 //
-// One process-wide array is handed out by a bump allocator: allocation moves a position forward,
-// releasing anything moves it back to the start. Blocks carry no header, nothing is returned to the
-// operating system, and the heap is never used. Not protected against concurrent use.
+// A fixed array is handed out by a bump allocator: allocation moves a position forward, releasing
+// anything moves it back to the start. Blocks carry no header, nothing is returned to the operating
+// system, and the heap is never used. Not protected against concurrent use.
+//
+// Every function has two forms: one for the core that it is given, and one for that of the process.
 //
 // Blocks start at multiples of 4 bytes, so a record with pointers may start at an address that is 4
 // modulo 8 on a 64-bit machine. Records that live in the pool are therefore declared under
@@ -13,21 +14,16 @@
 
 #include <cstdint>
 
-// Size of the pool in bytes: 100 KiB, which holds any supported configuration.
-constexpr int32_t kStaticMemorySize = 102400;
+#include "support/core_state.h"
 
-// Granule and alignment of blocks in bytes.
-constexpr int32_t kPoolAlignment = 4;
-
-// The pool itself, aligned to kPoolAlignment and zero at start-up.
-extern uint8_t kStaticMemory[kStaticMemorySize];
-
-// Bytes handed out so far, that is the offset of the next block; always a multiple of 4.
-extern int32_t kStaticMemoryPosition;
+// The pool of the process, and the bytes handed out of it so far.
+extern uint8_t (&kStaticMemory)[kStaticMemorySize];
+extern int32_t &kStaticMemoryPosition;
 
 // Takes `size` bytes (rounded up to a multiple of 4), zero-filled, from the pool. The first request
 // after start-up or after a release prints a note on standard output. Returns null, after a message
 // on standard error, when the pool cannot hold the request or the size is negative.
+void *tamrin_malloc(core_state *core, int32_t size);
 void *tamrin_malloc(int32_t size);
 
 // Returns `ptr` when the old size suffices, else a fresh zero-filled block. Deliberately neither
@@ -35,19 +31,21 @@ void *tamrin_malloc(int32_t size);
 // call it.
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size);
 
-// Empties the whole pool, whatever the argument: every block of every instance is released at once.
-void tamrin_free(const void *ptr);
-
-// Number of the pool's current filling, from 1: changes whenever a release empties a pool in use,
-// and so tells a live block from one that has been given up.
-uint32_t tamrin_generation();
+// Empties the whole pool, whatever the block: every block of every instance is released at once.
+void tamrin_free(core_state *core, const void *block);
+void tamrin_free(const void *block);
 
 // Prints the message on standard output and ends the process with status 1. Only tests call it.
 [[noreturn]] void tamrin_fatal(const char *msg);
 
 // Print a warning, with an integer behind it in the second form, on standard error; return the
-// number of characters printed.
+// number of characters printed. A quiet core prints none.
+int tamrin_warning(const core_state *core, const char *msg);
+int tamrin_warning_int(const core_state *core, const char *msg, int value);
 int tamrin_warning(const char *msg);
 int tamrin_warning_int(const char *msg, int value);
+
+// Prints a line on standard output; a quiet core does not.
+void tamrin_note(const core_state *core, const char *line);
 
 #endif  // TM_SE_BF_SUPPORT_TAMRIN_MEMORY_H
