@@ -21,6 +21,7 @@ from measure import (BENCH, COUNT_S, FIGURES, HOP, MODES, RATE_HZ, TOP, Failed, 
 
 HOPS = (160, 192, 320)
 ARM = "aarch64-linux-gnu"
+TRANSFORMS = "spx_i?fft(?:_windowed)?"  # the functions that transform a frame, forward and back
 PER_FRAME = "instructions per frame"
 COUNTS = "ratio of instructions"
 TIMES = "ratio of times"
@@ -108,8 +109,9 @@ def count_variant(tree, variant):
         functions = run("callgrind_annotate", "--inclusive=yes", "--threshold=100",
                         profile).stdout.replace(",", "")
         total = int(only(r"^ *(\d+).*PROGRAM TOTALS", functions))
-        transforms = sum(map(int, re.findall(r"^ *(\d+) .*:spx_i?fft(?:_windowed)?\(", functions,
-                                             re.MULTILINE)))
+        transforms = sum(map(int, re.findall(rf"^ *(\d+) .*:{TRANSFORMS}\(", functions, re.MULTILINE)))
+        if transforms == 0:
+            raise Failed(f"no function is called {TRANSFORMS}")
         figures[f"transforms.{variant}.{mode}"] = transforms // frames(HOP)
         figures[f"share.{variant}.{mode}"] = f"{total / transforms:.3f}"
     return figures
