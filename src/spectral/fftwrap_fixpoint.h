@@ -14,7 +14,7 @@
 #include <cstdint>
 
 #include "spectral/q31_rfft.h"
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 #include "support/tamrin_memory.h"
 
 #pragma pack(push, 4)

@@ -1,11 +1,11 @@
 // Lanes of the x86-64 baseline: four values a vector.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 #if defined(__SSE2__)
 
 #include <emmintrin.h>
 
-#include "spectral/q31_vector_kernel.h"
+#include "spectral/vector/rfft.h"
 
 namespace {
 

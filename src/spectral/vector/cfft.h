@@ -5,12 +5,12 @@
 // finds them cheapest; they can be added and subtracted, and settle makes `ints` of them.
 // Arithmetic, scaling and rounding are those of q31_cfft.cpp and q31_rfft.cpp. Included by one
 // source file per processor.
-#ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_STAGES_H
-#define TM_SE_BF_SPECTRAL_Q31_VECTOR_STAGES_H
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_CFFT_H
+#define TM_SE_BF_SPECTRAL_VECTOR_CFFT_H
 
 #include <cstdint>
 
-#include "spectral/q31_vector_tables.h"
+#include "spectral/vector/tables.h"
 
 // Instantiated with lanes of internal linkage only: nothing here may be shared between source files
 // that are compiled for different processors.
@@ -288,4 +288,4 @@ void transform(q31_planes x, q31_planes out, int32_t half) {
 
 }  // namespace q31_vector
 
-#endif  // TM_SE_BF_SPECTRAL_Q31_VECTOR_STAGES_H
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_CFFT_H

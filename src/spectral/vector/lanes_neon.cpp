@@ -1,11 +1,11 @@
 // Lanes of 64-bit ARM processors: four values a vector.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 #if defined(__aarch64__) && defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 
 #include <arm_neon.h>
 
-#include "spectral/q31_vector_kernel.h"
+#include "spectral/vector/rfft.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // Lanes of x86-64 processors with AVX2: eight values a vector. Compiled for AVX2, called only where
 // it exists.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 #if defined(__AVX2__)
 
 #include <immintrin.h>
 
-#include "spectral/q31_vector_kernel.h"
+#include "spectral/vector/rfft.h"
 
 namespace {
 

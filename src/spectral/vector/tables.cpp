@@ -1,5 +1,5 @@
 // Compile-time generation of the vector kernels' planes.
-#include "spectral/q31_vector_tables.h"
+#include "spectral/vector/tables.h"
 
 #include "spectral/q31_circle.h"
 

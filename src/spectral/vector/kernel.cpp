@@ -1,5 +1,5 @@
 // Choice of the vector kernel by what the processor can run.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 namespace {
 

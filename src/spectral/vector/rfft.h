@@ -1,17 +1,17 @@
 // The block-scaled real transform around the vector stages: conversion, split, conversion back.
 //
-// Written once for any set of lanes, as q31_vector_stages.h tells. Included by one source file per
+// Written once for any set of lanes, as vector/cfft.h tells. Included by one source file per
 // processor.
-#ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_KERNEL_H
-#define TM_SE_BF_SPECTRAL_Q31_VECTOR_KERNEL_H
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_RFFT_H
+#define TM_SE_BF_SPECTRAL_VECTOR_RFFT_H
 
 #include <cfloat>
 #include <cstdint>
 #include <cstring>
 
-#include "spectral/q31_vector_rfft.h"
-#include "spectral/q31_vector_stages.h"
-#include "spectral/q31_vector_tables.h"
+#include "spectral/vector/cfft.h"
+#include "spectral/vector/kernel.h"
+#include "spectral/vector/tables.h"
 
 namespace q31_vector {
 
@@ -212,4 +212,4 @@ constexpr q31_vector_kernel vector_kernel() {
 
 }  // namespace q31_vector
 
-#endif  // TM_SE_BF_SPECTRAL_Q31_VECTOR_KERNEL_H
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_RFFT_H

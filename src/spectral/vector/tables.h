@@ -1,7 +1,7 @@
 // Tables of the vector kernels: the twiddle and split factors of q31_tables.h, one value a plane,
 // in the order in which vector lanes consume them.
-#ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_TABLES_H
-#define TM_SE_BF_SPECTRAL_Q31_VECTOR_TABLES_H
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
+#define TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
 
 #include <array>
 #include <cstddef>
@@ -27,4 +27,4 @@ using q31_split_table = std::array<int32_t, kLength / 2 * 3>;
 extern const q31_split_table<256> q31_split_256;
 extern const q31_split_table<512> q31_split_512;
 
-#endif  // TM_SE_BF_SPECTRAL_Q31_VECTOR_TABLES_H
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_TABLES_H

@@ -4,8 +4,8 @@
 // A kernel does what the scalar path of fftwrap_fixpoint does, to the bit, on several values at a
 // time: conversion, stages, split and conversion back, with real and imaginary parts in planes of
 // their own. The bit reversal costs nothing: the last stage loads its groups in reversed order.
-#ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
-#define TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
+#define TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
 
 #include <cstdint>
 
@@ -41,4 +41,4 @@ extern const q31_vector_kernel q31_vector_sse2;
 extern const q31_vector_kernel q31_vector_avx2;
 extern const q31_vector_kernel q31_vector_neon;
 
-#endif  // TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
