@@ -80,8 +80,9 @@ static void call_library(host_engine *e, const int16_t *block, int16_t *out) {
   se_bf_do(e->inst, out, e->scratch);
 }
 
-// After a fault the instance analyses one channel for good, and beamforming would go on to combine
-// it with the last spectrum of the other, a buzz at the frame rate. Noise suppression is right.
+// After a fault the instance analyses one channel for good, and beamforming would combine it with
+// the last spectrum of the other, which is heard as a buzz at the frame rate. Suppression avoids
+// it.
 static void leave_beamforming(host_engine *e) {
   if (!e->shielded || e->single || e->config.mode != SE_BF_MODE_MVDR) {
     return;
@@ -99,8 +100,8 @@ static void cross_fade(int16_t *out, const int16_t *fresh) {
   }
 }
 
-// Makes the instance anew, runs it through the remembered input, whose last block is the current
-// one, and fades from the old instance's block in `out` to the new one's.
+// Makes a new instance, runs it over the remembered input, whose last block is the current one, and
+// fades from the old instance's block in `out` to the new one's.
 static void renew(host_engine *e, int16_t *out) {
   int16_t fresh[HOST_BLOCK] = {};
   se_bf_destroy(e->inst);
