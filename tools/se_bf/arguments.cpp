@@ -185,7 +185,7 @@ static void declare_conform(CLI::App *command, conform_options *options) {
       ->type_name("");
 }
 
-// Reports a mistake in the arguments, with where to read on.
+// Reports a mistake in the arguments, and which help to read.
 static int fail_usage(const CLI::App *app, const std::string &mistake) {
   std::string command = "se_bf";
   for (const CLI::App *parsed : app->get_subcommands()) {
@@ -207,7 +207,7 @@ static int print_wish(const CLI::App *app, const CLI::Success &wish) {
   return 0;
 }
 
-// The parser reports help, version and mistakes by exceptions; this is where they end.
+// The parser reports help, version and mistakes by exceptions, which end here.
 static int parse(CLI::App *app, int argc, char **argv, bool *done) {
   *done = true;
   try {
