@@ -1,9 +1,10 @@
 # The compiler flags for speed and size. None of them changes a bit of the output.
 #
-# Behind each reason stands what the flag saves: the instructions per frame of modes 6000, 6001 and 6002
-# and the bytes of .text that a build without it has more; first without AVX2 (in all 26957, 30459, 47862;
-# 29888 bytes), then with it (9436, 11117, 17387; 49059 bytes). To measure one, leave it out and run
-# bench/check_counts.sh DIR and size -A DIR/baseline/libtm_se_bf.so. The figures are those of gcc 12.2.
+# Each flag has a reason and, below it, what it saves: how many more instructions per frame modes 6000, 6001
+# and 6002 need without it, and how many more bytes .text has; first without AVX2, then with it. In all there
+# are 26957, 30459, 47862; 29888 bytes | 9436, 11117, 17387; 49059 bytes. To measure one, leave it out, run
+# check_counts in bench/ with a build directory DIR, and size -A DIR/baseline/libtm_se_bf.so. The figures
+# are those of gcc 12.2.
 
 # -fno-math-errno: a square root is one instruction, without a call that may set errno.
 #   0, 3410, 991; 281 bytes | 0, 3223, 1026; 512 bytes
