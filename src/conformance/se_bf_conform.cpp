@@ -120,6 +120,10 @@ float conform_analysis_on_bf_output(const int16_t *x, const int16_t *y, int32_t 
   return static_cast<float>(static_cast<double>(cross / count) / norm);
 }
 
+int32_t se_bf_conformance_test(const char *se_type, int32_t hop_len) {
+  return bf_conformance_test(se_type, hop_len);
+}
+
 int32_t bf_conformance_test(const char *se_type, int32_t hop_len) {
   const char *type = se_type == nullptr ? "(null)" : se_type;
   std::puts("conformance test:----------------------------------------------");

@@ -1,9 +1,9 @@
 // Block buffer between the caller's 320-sample blocks and the analysis hop.
 //
-// Cuts interleaved 16-bit input into float frames of one hop, the channels apart or averaged,
-// carries what is left of a block over to the next one, collects processed hops and emits mono
-// 16-bit blocks. The output store starts with block_len - hop zeros, the buffer's own latency.
-// Samples convert by value, unscaled.
+// Cuts interleaved 16-bit input into float frames of one hop, channel after channel, carries what is
+// left of a block over to the next one, collects processed hops and emits mono 16-bit blocks. The
+// output store starts with block_len - hop zeros, the buffer's own latency. Samples convert by
+// value, unscaled.
 //
 // The mechanics stream without loss or repetition only where every block yields at most two frames
 // and the store never holds less than a block at output time: for hops of 160, 192 and 320.
@@ -22,19 +22,12 @@ struct catch_buf {
   int32_t block_len;     // B
   int32_t num_ch_in;     // C
   int32_t out_channels;  // 1
-  float *stage;          // [2BC] leftover input, less than L samples of channel c from c * B on
+  float *stage;          // [2BC] leftover input, interleaved
   float *out_store;      // [2N] processed samples waiting for output
   int32_t out_fill;      // floats held in out_store
   int32_t staged_count;  // floats held in stage, all channels
 };
 #pragma pack(pop)
-
-// What a frame holds of two channels. With one channel it is always that channel.
-enum frame_content : int32_t {
-  FRAME_CHANNELS,         // each channel
-  FRAME_MEAN,             // the mean of the channels alone
-  FRAME_MEAN_AND_SECOND,  // the mean in place of channel 0, and channel 1
-};
 
 // Makes a buffer from the pool. A hop longer than the block gives an unconfigured buffer (all
 // zero). Returns null when the pool is exhausted.
@@ -44,21 +37,19 @@ catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, int32_t block_len
 // Fill of the output store: right after creation, the buffer's latency in samples. 0 for null.
 int32_t se_catch_buf_get_offset(const catch_buf *cb);
 
-// Where the next processed hop of L floats goes, or null when the output store has no room for it.
-// Supported hops never run out of room.
-float *se_catch_buf_next_hop(const catch_buf *cb);
+// Whether the output store can take another hop. Supported hops never run out of room.
+bool se_catch_buf_has_room(const catch_buf *cb);
 
 // Releases the buffer through the pool; null is accepted.
 void se_catch_buff_uninit(catch_buf *cb);
 
 // Forms the next frame from the carried remainder and `in`, the caller's current block of [B][C]
-// samples: L floats of channel 0 at `frame`, and of channel 1 `stride` floats further on. Returns
-// the samples per channel left in the block: less than L when the next frame needs the next block.
-int32_t se_form_input_block(catch_buf *cb, const int16_t *in, frame_content content, float *frame,
-                            int32_t stride);
+// samples. frame: [C][L], channel c from c * L on. Returns the samples per channel left in the
+// block: less than L when the next frame needs the next block.
+int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame);
 
-// Takes the hop that was written to se_catch_buf_next_hop into the output store.
-void se_buffer_output_block(catch_buf *cb);
+// Appends a processed hop of L floats to the output store, which must have room for it.
+void se_buffer_output_block(catch_buf *cb, const float *hop);
 
 // Emits one block of B samples, clipped to 16 bits and truncated toward zero.
 void se_form_output_frame(catch_buf *cb, int16_t *out);

@@ -1,9 +1,19 @@
 // Bin power, real gain and filter-and-sum on packed spectra.
 #include "interface/multi_common.h"
 
+#include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
+
+// mean may be first.
+SE_BF_VECTOR_CLONES void mean_of_two(const float *first, const float *second, float *mean,
+                                     int32_t count) {
+  SE_BF_INDEPENDENT_ROUNDS
+  for (int32_t i = 0; i < count; ++i) {
+    mean[i] = (first[i] + second[i]) * 0.5f;
+  }
+}
 
 SE_BF_VECTOR_CLONES void subtract_noise(float *__restrict power, const float *__restrict noise,
                                         int32_t bins) {
@@ -41,27 +51,43 @@ SE_BF_VECTOR_CLONES void scale_entries(float *__restrict s, const float *__restr
   }
 }
 
-// y = conj(w0) x0 + conj(w1) x1 in place of x0, for entries 0 .. kMvdrLanes * count - 1.
-SE_BF_VECTOR_CLONES void filter_and_sum(float *__restrict x0, const float *__restrict x1,
-                                        const mvdr_block *__restrict blocks, int32_t count) {
-  for (int32_t n = 0; n < count; ++n) {
-    const complex_lanes *w = blocks[n].weights;
-    float *first = x0 + 2 * kMvdrLanes * n;
-    const float *second = x1 + 2 * kMvdrLanes * n;
-    for (int32_t i = 0; i < kMvdrLanes; ++i) {
-      const float a = first[2 * i];
-      const float b = first[2 * i + 1];
-      const float c = second[2 * i];
-      const float d = second[2 * i + 1];
-      // w^H x is a sum over the microphones. It starts with its first term, not with 0: the two
-      // differ only in the sign of a zero, which the inverse transform drops.
-      first[2 * i] = (w[0].re[i] * a + w[0].im[i] * b) + (w[1].re[i] * c + w[1].im[i] * d);
-      first[2 * i + 1] = (w[0].re[i] * b - a * w[0].im[i]) + (w[1].re[i] * d - c * w[1].im[i]);
+// y = conj(w0) x0 + conj(w1) x1 in place of x0. The sum over the microphones starts with 0, which
+// makes a negative zero in the first term positive.
+SE_BF_VECTOR_CLONES void filter_two(float *__restrict x0, const float *__restrict x1,
+                                    const float *__restrict w, int32_t count) {
+  for (int32_t k = 0; k < count; ++k) {
+    const float a = x0[2 * k];
+    const float b = x0[2 * k + 1];
+    const float c = x1[2 * k];
+    const float d = x1[2 * k + 1];
+    const float re = 0.0f + (w[4 * k] * a + w[4 * k + 1] * b);
+    const float im = 0.0f + (w[4 * k] * b - a * w[4 * k + 1]);
+    x0[2 * k] = re + (w[4 * k + 2] * c + w[4 * k + 3] * d);
+    x0[2 * k + 1] = im + (w[4 * k + 2] * d - c * w[4 * k + 3]);
+  }
+}
+
+// The same for any number of channels, `stride` entries apart; entry 0 is left out.
+SE_BF_RARELY_RUN void filter_any(se_complex *x, const se_complex *w, int32_t channels,
+                                 int32_t stride) {
+  for (int32_t k = 1; k < stride; ++k) {
+    se_complex y = {0.0f, 0.0f};
+    for (int32_t m = 0; m < channels; ++m) {
+      y = complex_add(y, complex_conj_mul_complex(w[k * channels + m], x[m * stride + k]));
     }
+    x[k] = y;
   }
 }
 
 }  // namespace
+
+void mean_of_channels(const float *frame, int32_t channels, int32_t hop, float *mean) {
+  if (channels == 2) {
+    mean_of_two(frame, frame + hop, mean, hop);
+  } else if (mean != frame) {
+    copy_floats(mean, frame, hop);
+  }
+}
 
 void mean_bin_power(const float *spectrum, int32_t channels, int32_t bins, float *power) {
   const int32_t stride = bins - 1;
@@ -89,17 +115,21 @@ void mul_amp_real_gain(float *spectrum, const float *gain, int32_t count, int32_
   const int16_t bins = static_cast<int16_t>(n / 2 + 1);
   for (int32_t s = 0; s < count; ++s) {
     float *one = spectrum + s * n;
+    const float dc = one[0] * gain[0];
     const float nyquist = one[1] * gain[bins - 1];
     scale_entries(one, gain, bins - 1);
+    one[0] = dc;
     one[1] = nyquist;
   }
 }
 
-void mul_bf_gain(se_complex *spectrum, const mvdr_block *weights, int32_t C, int16_t N) {
+void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int16_t N) {
+  const int32_t stride = N / 2;
   const float nyquist = spectrum[0].im;
-  if (C == kBeamformerChannels) {
-    float *first = &spectrum[0].re;
-    filter_and_sum(first, first + N, weights, N / 2 / kMvdrLanes);
+  if (C == 2 && stride > 1) {
+    filter_two(&spectrum->re, &spectrum[stride].re, &weights->re, stride);
+  } else {
+    filter_any(spectrum, weights, C, stride);
   }
   spectrum[0] = {0.0f, nyquist};
 }

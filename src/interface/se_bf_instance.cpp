@@ -4,9 +4,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "conformance/se_bf_conform.h"
 #include "interface/stream_check.h"
 #include "spatial/array_util.h"
+#include "support/pool_vector.h"
 
 namespace {
 
@@ -42,20 +42,16 @@ int32_t fft_length(int32_t hop_len) {
   return length;
 }
 
-void *pool_array(int32_t count, size_t element_bytes) {
-  return tamrin_malloc(count * static_cast<int32_t>(element_bytes));
-}
-
 void create_members(se_bf_inst *inst, int32_t fft_len) {
   const int32_t channels = inst->num_ch_in;
   const int32_t hop = inst->hop_len;
   const int32_t bins = inst->num_bins;
   inst->fft = spx_fft_init(fft_len);
   inst->stft = stft_buf_create(fft_len, hop, inst->fft, channels);
-  inst->frame = inst->stft != nullptr ? stft_input(inst->stft) : nullptr;
-  inst->spectrum = static_cast<float *>(pool_array(fft_len * channels, sizeof(float)));
-  inst->steering = static_cast<se_complex *>(pool_array(channels * bins, sizeof(se_complex)));
-  inst->bin_buf = static_cast<float *>(pool_array(bins, sizeof(float)));
+  inst->frame = pool_floats(channels * hop);
+  inst->spectrum = pool_floats(channels * fft_len);
+  inst->steering = pool_complex(channels * bins);
+  inst->bin_buf = pool_floats(bins);
 }
 
 // The mono modes average the channels before analysis, so only channel 0 is analysed. The count is
@@ -186,12 +182,10 @@ void se_bf_destroy(se_bf_inst *inst) {
     return;
   }
   if (se_bf_instance_alive(inst)) {
-    const void *const members[] = {inst->bin_buf, inst->steering, inst->spectrum};
-    for (const void *member : members) {
-      if (member != nullptr) {
-        tamrin_free(member);
-      }
-    }
+    pool_release(inst->bin_buf);
+    pool_release(inst->steering);
+    pool_release(inst->spectrum);
+    pool_release(inst->frame);
     spx_fft_destroy(inst->fft);
     stft_buf_destroy(inst->stft);
     se_catch_buff_uninit(inst->cache);
@@ -203,8 +197,4 @@ void se_bf_destroy(se_bf_inst *inst) {
 
 const char *se_bf_get_version(void) {
   return kVersion;
-}
-
-int32_t se_bf_conformance_test(const char *se_type, int32_t hop_len) {
-  return bf_conformance_test(se_type, hop_len);
 }

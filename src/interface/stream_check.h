@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "interface/se_bf_instance.h"
+#include "interface/instance_record.h"
 
 // Mistakes of calls that a host makes many times a second.
 enum call_mistake : uint32_t {

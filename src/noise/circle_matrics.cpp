@@ -1,15 +1,10 @@
 // Ring of eight vectors with element-wise minimum, and three-point smoothing.
 #include "noise/circle_matrics.h"
 
-#include <cstring>
-
+#include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
-
-size_t row_bytes(const circular_mat *mat) {
-  return static_cast<size_t>(mat->n) * sizeof(float);
-}
 
 // Strict, so that a not-a-number in `minimum` stays.
 SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x, int32_t n) {
@@ -25,8 +20,7 @@ circular_mat *initCircularMat(int32_t n) {
   if (mat == nullptr) {
     return nullptr;
   }
-  const int32_t block_bytes = kCircularRows * n * static_cast<int32_t>(sizeof(float));
-  mat->base = static_cast<float *>(tamrin_malloc(block_bytes));
+  mat->base = pool_floats(kCircularRows * n);
   if (mat->base == nullptr) {
     return nullptr;
   }
@@ -41,9 +35,7 @@ void uinitCircularMat(circular_mat *mat) {
   if (mat == nullptr) {
     return;
   }
-  if (mat->base != nullptr) {
-    tamrin_free(mat->base);
-  }
+  pool_release(mat->base);
   tamrin_free(mat);
 }
 
@@ -52,7 +44,7 @@ void resetCircularMat(circular_mat *mat, const float *vec) {
     return;
   }
   for (int32_t row = 0; row < kCircularRows; ++row) {
-    std::memcpy(mat->rows[row], vec, row_bytes(mat));
+    copy_floats(mat->rows[row], vec, mat->n);
   }
 }
 
@@ -65,14 +57,14 @@ void shiftToPutCircularMat(circular_mat *mat, const float *vec) {
     mat->rows[row - 1] = mat->rows[row];
   }
   mat->rows[kCircularRows - 1] = oldest;
-  std::memcpy(oldest, vec, row_bytes(mat));
+  copy_floats(oldest, vec, mat->n);
 }
 
 void getMinFrmCircleMat(const circular_mat *mat, float *out) {
   if (mat == nullptr || out == nullptr || mat->n <= 0) {
     return;
   }
-  std::memcpy(out, mat->base, row_bytes(mat));
+  copy_floats(out, mat->base, mat->n);
   for (int32_t slice = 1; slice < kCircularRows; ++slice) {
     lower_to(out, mat->base + slice * mat->n, mat->n);
   }

@@ -2,8 +2,8 @@
 #include "noise/mcra_p.h"
 
 #include <cmath>
-#include <cstring>
 
+#include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
@@ -25,16 +25,6 @@ constexpr int32_t kSubWindowFrames = 15;
 
 // Frames during which the minimum is the smoothed power itself.
 constexpr int32_t kWarmUpFrames = 14;
-
-float *pool_vector(int32_t num_bins) {
-  return static_cast<float *>(tamrin_malloc(num_bins * static_cast<int32_t>(sizeof(float))));
-}
-
-void copy_bins(float *to, const float *from, int32_t num_bins) {
-  if (num_bins > 0) {
-    std::memcpy(to, from, static_cast<size_t>(num_bins) * sizeof(float));
-  }
-}
 
 inline float smaller(float x, float y) {
   return x < y ? x : y;
@@ -78,7 +68,7 @@ SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, 
 
 // The first frame's power is the first noise estimate, and what was smoothed before is gone.
 void start_estimate(const mcra_state *state, const float *pwr) {
-  copy_bins(state->lambdaD, pwr, state->num_bins);
+  copy_floats(state->lambdaD, pwr, state->num_bins);
   for (int32_t k = 0; k < state->num_bins; ++k) {
     state->smoothed_pwr[k] = 0.0f;
   }
@@ -104,7 +94,7 @@ void close_subwindow(mcra_state *state) {
   }
   shiftToPutCircularMat(state->min_buf, state->s_tmp);
   getMinFrmCircleMat(state->min_buf, state->s_min);
-  copy_bins(state->s_tmp, state->smoothed_pwr, state->num_bins);
+  copy_floats(state->s_tmp, state->smoothed_pwr, state->num_bins);
 }
 
 }  // namespace
@@ -122,11 +112,11 @@ SE_BF_RARELY_RUN mcra_state *mcra_init(int32_t num_bins, int32_t) {
 
   // The pool hands out zeroed memory: all vectors start at zero.
   state->min_buf = initCircularMat(num_bins);
-  state->speech_prob = pool_vector(num_bins);
-  state->lambdaD = pool_vector(num_bins);
-  state->smoothed_pwr = pool_vector(num_bins);
-  state->s_tmp = pool_vector(num_bins);
-  state->s_min = pool_vector(num_bins);
+  state->speech_prob = pool_floats(num_bins);
+  state->lambdaD = pool_floats(num_bins);
+  state->smoothed_pwr = pool_floats(num_bins);
+  state->s_tmp = pool_floats(num_bins);
+  state->s_min = pool_floats(num_bins);
 
   const bool complete = state->min_buf != nullptr && state->speech_prob != nullptr &&
                         state->lambdaD != nullptr && state->smoothed_pwr != nullptr &&
@@ -138,13 +128,11 @@ SE_BF_RARELY_RUN void mcra_uninit(mcra_state *state) {
   if (state == nullptr) {
     return;
   }
-  float *const members[] = {state->speech_prob, state->lambdaD, state->smoothed_pwr, state->s_tmp,
-                            state->s_min};
-  for (const float *member : members) {
-    if (member != nullptr) {
-      tamrin_free(member);
-    }
-  }
+  pool_release(state->speech_prob);
+  pool_release(state->lambdaD);
+  pool_release(state->smoothed_pwr);
+  pool_release(state->s_tmp);
+  pool_release(state->s_min);
   uinitCircularMat(state->min_buf);
   tamrin_free(state);
 }
@@ -161,7 +149,7 @@ SE_BF_RARELY_RUN void mcra_reset(mcra_state *state) {
   }
 }
 
-const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
+float *mcra_do_mcra(mcra_state *state, const float *pwr) {
   state->frame_cnt += 1;
   if (state->frame_cnt <= kWarmUpFrames) {
     forget_minima(state);
@@ -175,14 +163,14 @@ const float *mcra_do_mcra(mcra_state *state, const float *pwr) {
   return state->lambdaD;
 }
 
-const float *mcra_get_speech_prob(const mcra_state *state) {
+float *mcra_get_speech_prob(const mcra_state *state) {
   return state == nullptr ? nullptr : state->speech_prob;
 }
 
-const float *mcra_get_smoothed_pwr(const mcra_state *state) {
+float *mcra_get_smoothed_pwr(const mcra_state *state) {
   return state == nullptr ? nullptr : state->smoothed_pwr;
 }
 
-const float *mcra_get_lambdaD(const mcra_state *state) {
+float *mcra_get_lambdaD(const mcra_state *state) {
   return state == nullptr ? nullptr : state->lambdaD;
 }

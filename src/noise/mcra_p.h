@@ -46,11 +46,11 @@ void mcra_reset(mcra_state *state);
 
 // Processes one frame. pwr: [K] power spectrum, read only. Returns the noise estimate (lambdaD),
 // owned by the state and valid until the next call.
-const float *mcra_do_mcra(mcra_state *state, const float *pwr);
+float *mcra_do_mcra(mcra_state *state, const float *pwr);
 
 // Vectors of the state, valid until the next call of mcra_do_mcra; null for a null state.
-const float *mcra_get_speech_prob(const mcra_state *state);
-const float *mcra_get_smoothed_pwr(const mcra_state *state);
-const float *mcra_get_lambdaD(const mcra_state *state);
+float *mcra_get_speech_prob(const mcra_state *state);
+float *mcra_get_smoothed_pwr(const mcra_state *state);
+float *mcra_get_lambdaD(const mcra_state *state);
 
 #endif  // TM_SE_BF_NOISE_MCRA_P_H

@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "support/pool_vector.h"
 #include "support/se_maths.h"
 #include "support/se_vector.h"
 
@@ -48,8 +49,7 @@ bool above_noise_floor(float noise) {
 }
 
 SE_BF_RARELY_RUN float *pool_ones(int32_t num_bins) {
-  const int32_t bytes = num_bins * static_cast<int32_t>(sizeof(float));
-  float *ones = static_cast<float *>(tamrin_malloc(bytes));
+  float *ones = pool_floats(num_bins);
   for (int32_t k = 0; ones != nullptr && k < num_bins; ++k) {
     ones[k] = 1.0f;
   }
@@ -133,12 +133,8 @@ void omlsa_uninit(omlsa_state *state) {
   if (state == nullptr) {
     return;
   }
-  if (state->eta2item != nullptr) {
-    tamrin_free(state->eta2item);
-  }
-  if (state->gain != nullptr) {
-    tamrin_free(state->gain);
-  }
+  pool_release(state->eta2item);
+  pool_release(state->gain);
   tamrin_free(state);
 }
 
@@ -154,20 +150,20 @@ SE_BF_RARELY_RUN void omlsa_reset(omlsa_state *state) {
   }
 }
 
-const float *get_omlsa_gain(const omlsa_state *state) {
+float *get_omlsa_gain(const omlsa_state *state) {
   return state->gain;
 }
 
-const float *get_eta2item(const omlsa_state *state) {
+float *get_eta2item(const omlsa_state *state) {
   return state->eta2item;
 }
 
-const float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob) {
+float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob) {
   wiener_root_gain(state, pwr, noise, prob);
   return state->gain;
 }
 
-SE_BF_RARELY_RUN const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise,
+SE_BF_RARELY_RUN float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise,
                                        const float *prob) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
@@ -182,7 +178,7 @@ SE_BF_RARELY_RUN const float *do_omlsa(omlsa_state *state, const float *pwr, con
   return state->gain;
 }
 
-SE_BF_RARELY_RUN const float *do_mmse_map(omlsa_state *state, const float *pwr,
+SE_BF_RARELY_RUN float *do_mmse_map(omlsa_state *state, const float *pwr,
                                           const float *noise) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);

@@ -36,27 +36,27 @@ void omlsa_uninit(omlsa_state *state);
 void omlsa_reset(omlsa_state *state);
 
 // Vectors of the state; the state must not be null.
-const float *get_omlsa_gain(const omlsa_state *state);
-const float *get_eta2item(const omlsa_state *state);
+float *get_omlsa_gain(const omlsa_state *state);
+float *get_eta2item(const omlsa_state *state);
 
 // Spectral subtraction: the square root of the Wiener gain on the decision-directed a-priori SNR
 // (Ephraim and Malah, "Speech enhancement using a minimum mean-square error short-time spectral
 // amplitude estimator", 1984; Scalart and Filho, "Speech enhancement based on a priori signal to
 // noise estimation", 1996), with the noise counted (1 - prob) times as large where speech is
 // likely. prob must stay below 1. Updates gain and eta2item.
-const float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
+float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
 
 // Optimally-modified log-spectral amplitude (Cohen and Berdugo, "Speech enhancement for
 // non-stationary noise environments", 2001): the log-spectral amplitude gain (Ephraim and Malah,
 // "Speech enhancement using a minimum mean-square error log-spectral amplitude estimator", 1985) to
 // the power of the speech-presence probability times the minimum gain to the rest, mapped to a
 // Wiener-type gain of at least 0.1. Updates gain and eta2item.
-const float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
+float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
 
 // Joint maximum-a-posteriori amplitude (Wolfe and Godsill, "Efficient alternatives to the Ephraim
 // and Malah suppression rule for audio signal enhancement", 2003), with the ratio of modified
 // Bessel functions taken from the ends of their series (Abramowitz and Stegun, "Handbook of
 // mathematical functions", 1964, 9.6.10 and 9.7.1). Updates gain only.
-const float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise);
+float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise);
 
 #endif  // TM_SE_BF_NOISE_OMLSA_H

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "spatial/array_util.h"
+#include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
@@ -17,12 +18,6 @@ constexpr int32_t kRescaleTargetFrames = 180000;
 constexpr float kReservedA = -0.92104f;
 constexpr float kReservedB = 0.15848932f;
 
-// Writes lane `lane` of a row per microphone.
-void set_lane(complex_lanes *rows, int32_t channel, int32_t lane, se_complex value) {
-  rows[channel].re[lane] = value.re;
-  rows[channel].im[lane] = value.im;
-}
-
 // R_s += p x x^H and R_n += (1 - p) x x^H in one lane, x = (a + j b, c + j d).
 inline void accumulate_lane(mvdr_block *__restrict block, int32_t lane, float p, float a, float b,
                             float c, float d) {
@@ -31,41 +26,45 @@ inline void accumulate_lane(mvdr_block *__restrict block, int32_t lane, float p,
   const float second = c * c + d * d;
   const float cross_re = a * c + b * d;
   const float cross_im = b * c - a * d;
-  block->speech_weight[lane] += p;
-  block->noise_weight[lane] += q;
   block->speech_cov.first[lane] += p * first;
   block->speech_cov.second[lane] += p * second;
-  block->speech_cov.cross.re[lane] += p * cross_re;
-  block->speech_cov.cross.im[lane] += p * cross_im;
+  block->speech_cov.cross_re[lane] += p * cross_re;
+  block->speech_cov.cross_im[lane] += p * cross_im;
   block->noise_cov.first[lane] += q * first;
   block->noise_cov.second[lane] += q * second;
-  block->noise_cov.cross.re[lane] += q * cross_re;
-  block->noise_cov.cross.im[lane] += q * cross_im;
+  block->noise_cov.cross_re[lane] += q * cross_re;
+  block->noise_cov.cross_im[lane] += q * cross_im;
 }
 
-// x0, x1: interleaved entries of the blocks' bins in either channel.
-SE_BF_VECTOR_CLONES void accumulate_blocks(mvdr_block *__restrict blocks, int32_t count,
+// Bins of whole blocks from the first one on. x0, x1: their interleaved entries in either channel.
+SE_BF_VECTOR_CLONES void accumulate_blocks(mvdr_block *__restrict blocks,
+                                           float *__restrict speech_weight,
+                                           float *__restrict noise_weight, int32_t count,
                                            const float *__restrict x0, const float *__restrict x1,
                                            const float *__restrict prob) {
   for (int32_t b = 0; b < count; ++b) {
-    const float *first = x0 + 2 * kMvdrLanes * b;
-    const float *second = x1 + 2 * kMvdrLanes * b;
     for (int32_t i = 0; i < kMvdrLanes; ++i) {
-      accumulate_lane(blocks + b, i, prob[kMvdrLanes * b + i], first[2 * i], first[2 * i + 1],
-                      second[2 * i], second[2 * i + 1]);
+      const int32_t k = kMvdrLanes * b + i;
+      speech_weight[k] += prob[k];
+      noise_weight[k] += 1.0f - prob[k];
+      accumulate_lane(blocks + b, i, prob[k], x0[2 * k], x0[2 * k + 1], x1[2 * k], x1[2 * k + 1]);
     }
   }
 }
 
-void scale_lane(mvdr_block *block, int32_t lane, float factor) {
-  float *const sums[] = {block->noise_weight,        block->noise_cov.first,
-                         block->noise_cov.second,    block->noise_cov.cross.re,
-                         block->noise_cov.cross.im,  block->speech_weight,
-                         block->speech_cov.first,    block->speech_cov.second,
-                         block->speech_cov.cross.re, block->speech_cov.cross.im};
-  for (float *sum : sums) {
-    sum[lane] *= factor;
-  }
+// The same for bin k alone.
+SE_BF_RARELY_RUN void accumulate_bin(mvdr_evd_state *state, int32_t k, float p, se_complex x0,
+                                     se_complex x1) {
+  state->speech_weight[k] += p;
+  state->noise_weight[k] += 1.0f - p;
+  accumulate_lane(state->blocks + k / kMvdrLanes, k % kMvdrLanes, p, x0.re, x0.im, x1.re, x1.im);
+}
+
+void scale_lane(hermitian_lanes *sums, int32_t lane, float factor) {
+  sums->first[lane] *= factor;
+  sums->second[lane] *= factor;
+  sums->cross_re[lane] *= factor;
+  sums->cross_im[lane] *= factor;
 }
 
 }  // namespace
@@ -80,25 +79,32 @@ SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_comple
   state->reserved_b = kReservedB;
   state->bins = bins;
   state->channels = channels;
-  const int32_t block_bytes = mvdr_block_count(bins) * static_cast<int32_t>(sizeof(mvdr_block));
-  state->unity = static_cast<float *>(tamrin_malloc(bins * static_cast<int32_t>(sizeof(float))));
+  const int32_t block_count = mvdr_block_count(bins);
+  const int32_t lanes = block_count * kMvdrLanes;
+  state->speech_weight = pool_floats(lanes);
+  state->noise_weight = pool_floats(lanes);
+  state->unity = pool_floats(bins);
+  state->weights = pool_complex(lanes * channels);
+  state->steering = pool_complex(lanes * channels);
+  const int32_t block_bytes = block_count * static_cast<int32_t>(sizeof(mvdr_block));
   state->blocks = static_cast<mvdr_block *>(tamrin_malloc(block_bytes));
-  if (state->unity == nullptr || state->blocks == nullptr || steering == nullptr ||
-      channels > kBeamformerChannels) {
+  const bool complete = state->speech_weight != nullptr && state->noise_weight != nullptr &&
+                        state->unity != nullptr && state->weights != nullptr &&
+                        state->steering != nullptr && state->blocks != nullptr;
+  if (!complete || steering == nullptr || channels > kBeamformerChannels) {
     return nullptr;
   }
 
   // The pool hands out zeroed memory: sums and off-diagonal entries are nothing.
   const float uniform = uniform_steering(channels);
+  for (int32_t i = 0; i < bins * channels; ++i) {
+    state->steering[i] = steering[i];
+    state->weights[i] = {uniform, 0.0f};
+  }
   for (int32_t k = 0; k < bins; ++k) {
-    mvdr_block *block = state->blocks + k / kMvdrLanes;
-    const int32_t lane = k % kMvdrLanes;
-    for (int32_t c = 0; c < channels; ++c) {
-      set_lane(block->steering, c, lane, steering[k * channels + c]);
-      set_lane(block->weights, c, lane, {uniform, 0.0f});
-    }
-    block->noise_cov_inv.first[lane] = 1.0f;
-    block->noise_cov_inv.second[lane] = 1.0f;
+    hermitian_lanes *inverse = &state->blocks[k / kMvdrLanes].noise_cov_inv;
+    inverse->first[k % kMvdrLanes] = 1.0f;
+    inverse->second[k % kMvdrLanes] = 1.0f;
     state->unity[k] = 1.0f;
   }
   state->use_eigen_steering = 1;
@@ -111,12 +117,12 @@ SE_BF_RARELY_RUN void mvdr_evd_uninit(mvdr_evd_state *state) {
   if (state == nullptr) {
     return;
   }
-  if (state->unity != nullptr) {
-    tamrin_free(state->unity);
-  }
-  if (state->blocks != nullptr) {
-    tamrin_free(state->blocks);
-  }
+  pool_release(state->speech_weight);
+  pool_release(state->noise_weight);
+  pool_release(state->unity);
+  pool_release(state->weights);
+  pool_release(state->steering);
+  pool_release(state->blocks);
   tamrin_free(state);
 }
 
@@ -131,34 +137,59 @@ SE_BF_RARELY_RUN void mvdr_evd_reset(mvdr_evd_state *state) {
     state->unity[k] = 1.0f;
   }
   // Bin 0 is left out deliberately: no weight is ever computed from its sums.
-  for (int32_t k = 1; state->channels == kBeamformerChannels && k < state->bins; ++k) {
-    scale_lane(state->blocks + k / kMvdrLanes, k % kMvdrLanes, factor);
+  for (int32_t k = 1; k < state->bins; ++k) {
+    mvdr_block *block = state->blocks + k / kMvdrLanes;
+    state->noise_weight[k] *= factor;
+    scale_lane(&block->noise_cov, k % kMvdrLanes, factor);
+    state->speech_weight[k] *= factor;
+    scale_lane(&block->speech_cov, k % kMvdrLanes, factor);
   }
   state->rescale_count = state->rescale_target;
 }
 
 int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob) {
-  const int32_t stride = state->bins - 1;
-  if (state->channels != kBeamformerChannels || stride < kMvdrLanes || stride % kMvdrLanes != 0) {
+  if (state->channels != kBeamformerChannels || state->bins < 1) {
     return 1;
   }
-  const float *x0 = &spectrum->re;
-  const float *x1 = x0 + 2 * stride;
-  mvdr_block *blocks = state->blocks;
+  const int32_t nyquist = state->bins - 1;
+  const se_complex *x0 = spectrum;
+  const se_complex *x1 = spectrum + nyquist;
 
   // DC and Nyquist are the real and the imaginary part of each entry 0, both real: the first block
-  // takes DC from a copy, and Nyquist has the first lane of the last block.
-  constexpr int32_t kEntryFloats = 2 * kMvdrLanes;
-  float dc0[kEntryFloats];
-  float dc1[kEntryFloats];
-  std::memcpy(dc0, x0, sizeof dc0);
-  std::memcpy(dc1, x1, sizeof dc1);
-  dc0[1] = 0.0f;
-  dc1[1] = 0.0f;
-  const int32_t whole = stride / kMvdrLanes;
-  accumulate_blocks(blocks, 1, dc0, dc1, speech_prob);
-  accumulate_blocks(blocks + 1, whole - 1, x0 + kEntryFloats, x1 + kEntryFloats,
-                    speech_prob + kMvdrLanes);
-  accumulate_lane(blocks + whole, 0, speech_prob[stride], x0[1], 0.0f, x1[1], 0.0f);
+  // takes DC from a copy.
+  const int32_t whole = nyquist / kMvdrLanes;
+  if (whole > 0) {
+    se_complex first0[kMvdrLanes];
+    se_complex first1[kMvdrLanes];
+    std::memcpy(first0, x0, sizeof first0);
+    std::memcpy(first1, x1, sizeof first1);
+    first0[0].im = 0.0f;
+    first1[0].im = 0.0f;
+    accumulate_blocks(state->blocks, state->speech_weight, state->noise_weight, 1, &first0->re,
+                      &first1->re, speech_prob);
+    accumulate_blocks(state->blocks + 1, state->speech_weight + kMvdrLanes,
+                      state->noise_weight + kMvdrLanes, whole - 1, &x0[kMvdrLanes].re,
+                      &x1[kMvdrLanes].re, speech_prob + kMvdrLanes);
+  } else {
+    accumulate_bin(state, 0, speech_prob[0], {x0->re, 0.0f}, {x1->re, 0.0f});
+  }
+  for (int32_t k = whole > 0 ? whole * kMvdrLanes : 1; k < nyquist; ++k) {
+    accumulate_bin(state, k, speech_prob[k], x0[k], x1[k]);
+  }
+  if (nyquist > 0) {
+    accumulate_bin(state, nyquist, speech_prob[nyquist], {x0->im, 0.0f}, {x1->im, 0.0f});
+  }
   return 1;
+}
+
+void mvdr_count_frame(mvdr_evd_state *state, int32_t update_interval) {
+  state->update_count += 1;
+  if (state->update_count == update_interval) {
+    mvdr_update_param(state);
+    state->update_count = 0;
+  }
+  state->rescale_count += 1;
+  if (state->rescale_count >= state->rescale_limit) {
+    mvdr_evd_reset(state);
+  }
 }

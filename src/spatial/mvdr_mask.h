@@ -11,8 +11,6 @@
 // ("High-resolution frequency-wavenumber spectrum analysis", 1969): w = R^-1 d / (d^H R^-1 d).
 //
 // The matrices are 2-by-2; with another channel count nothing is accumulated and no weight changes.
-// Neither is anything accumulated unless bins - 1 is a multiple of kMvdrLanes, as it is for every
-// frame length.
 #ifndef TM_SE_BF_SPATIAL_MVDR_MASK_H
 #define TM_SE_BF_SPATIAL_MVDR_MASK_H
 
@@ -27,45 +25,41 @@ constexpr int16_t kBeamformerChannels = 2;
 // Bins that are worked on together; loops over the lanes of a block run on vectors.
 constexpr int32_t kMvdrLanes = 8;
 
-// One complex value per bin of a block.
-struct complex_lanes {
-  float re[kMvdrLanes];
-  float im[kMvdrLanes];
-};
-
-// A Hermitian matrix per bin, ((first, cross), (conj(cross), second)), as the parts that determine
-// it.
+// A Hermitian matrix per bin of a block, ((first, cross), (conj(cross), second)), as the parts that
+// determine it.
 struct hermitian_lanes {
   float first[kMvdrLanes];
   float second[kMvdrLanes];
-  complex_lanes cross;
+  float cross_re[kMvdrLanes];
+  float cross_im[kMvdrLanes];
 };
 
-// What the beamformer knows about kMvdrLanes bins: lane i of block b is bin kMvdrLanes b + i. Lanes
-// beyond the last bin belong to none; the weight update fills them, and nothing reads them.
+// Covariances of kMvdrLanes bins: lane i of block b is bin kMvdrLanes b + i. Lanes beyond the last
+// bin belong to none.
 struct mvdr_block {
-  float speech_weight[kMvdrLanes];              // sum of the weights in speech_cov
-  float noise_weight[kMvdrLanes];               // sum of the weights in noise_cov
-  hermitian_lanes speech_cov;                   // noisy-speech covariance accumulator
-  hermitian_lanes noise_cov;                    // noise covariance accumulator
-  hermitian_lanes noise_cov_inv;                // inverse of the normalised noise covariance
-  complex_lanes steering[kBeamformerChannels];  // steering vector, unit norm
-  complex_lanes weights[kBeamformerChannels];   // beamformer weights
+  hermitian_lanes speech_cov;     // noisy-speech covariance accumulator
+  hermitian_lanes noise_cov;      // noise covariance accumulator
+  hermitian_lanes noise_cov_inv;  // inverse of the normalised noise covariance
 };
 
 #pragma pack(push, 4)
+// Vectors have room for whole blocks of bins, so that loops need no remainder.
 struct mvdr_evd_state {
   int32_t bins;                // K = N/2 + 1
   int16_t channels;            // microphones C, 1 or 2
-  int32_t update_count;        // frames since the last weight update; the frame path counts
+  int32_t update_count;        // frames since the last weight update
   int32_t use_eigen_steering;  // 1: steer to the eigenvector of the speech covariance
+  float *speech_weight;        // [K] sum of the weights in speech_cov
+  float *noise_weight;         // [K] sum of the weights in noise_cov
   float *unity;                // [K] ones; read by nothing, carried deliberately
-  mvdr_block *blocks;          // [mvdr_block_count(K)]
+  se_complex *weights;         // [K][C] beamformer weights
+  se_complex *steering;        // [K][C] steering vectors, unit norm
+  mvdr_block *blocks;          // [mvdr_block_count(K)] covariances
   float reserved_a;            // carried deliberately, read by nothing
   float reserved_b;            // carried deliberately, read by nothing
   int32_t rescale_limit;       // frame count at which the accumulators are rescaled
   int32_t rescale_target;      // frame count that they represent afterwards
-  int32_t rescale_count;       // frames counted towards the next rescale; the frame path counts
+  int32_t rescale_count;       // frames counted towards the next rescale
 };
 #pragma pack(pop)
 
@@ -90,8 +84,12 @@ void mvdr_evd_reset(mvdr_evd_state *state);
 // [bins], 0 .. 1.
 int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const float *speech_prob);
 
+// Counts the frame that was accumulated last: recomputes the weights with every update_interval-th
+// frame, and rescales the sums when rescale_limit frames have been counted.
+void mvdr_count_frame(mvdr_evd_state *state, int32_t update_interval);
+
 // Recomputes steering, inverses and weights of bins 1 .. K-1 from the accumulators; bin 0 keeps its
-// own. Returns the state's blocks, which hold the weights.
-const mvdr_block *mvdr_update_param(mvdr_evd_state *state);
+// own. Returns the state's weights, [K][C].
+se_complex *mvdr_update_param(mvdr_evd_state *state);
 
 #endif  // TM_SE_BF_SPATIAL_MVDR_MASK_H

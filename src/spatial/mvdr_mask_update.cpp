@@ -3,7 +3,6 @@
 // Blocks of bins are worked on at a time, so that the closed forms of matrics_cevd.h and
 // matrics_cinv.h run on vectors.
 #include <cfloat>
-#include <cstring>
 
 #include "spatial/array_util.h"
 #include "spatial/matrics_cevd.h"
@@ -23,16 +22,41 @@ inline bool usable(float weight, float reciprocal) {
   return weight > 0.0f && reciprocal <= FLT_MAX;
 }
 
-// Steering vector of each bin: the principal eigenvector of its normalised speech covariance.
-SE_BF_VECTOR_CLONES void refine_steering(mvdr_block *__restrict block) {
-  const hermitian_lanes *speech = &block->speech_cov;
-  complex_lanes *d = block->steering;
+// One complex value per bin of a block.
+struct complex_lanes {
+  float re[kMvdrLanes];
+  float im[kMvdrLanes];
+};
+
+// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone.
+__attribute__((always_inline)) inline void to_lanes(const se_complex *__restrict vectors,
+                                                    complex_lanes *__restrict lanes) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
-    const float r = 1.0f / block->speech_weight[i];
-    const bool heard = usable(block->speech_weight[i], r);
+    lanes[0].re[i] = vectors[2 * i].re;
+    lanes[0].im[i] = vectors[2 * i].im;
+    lanes[1].re[i] = vectors[2 * i + 1].re;
+    lanes[1].im[i] = vectors[2 * i + 1].im;
+  }
+}
+
+__attribute__((always_inline)) inline void from_lanes(const complex_lanes *__restrict lanes,
+                                                      se_complex *__restrict vectors) {
+  for (int32_t i = 0; i < kMvdrLanes; ++i) {
+    vectors[2 * i] = {lanes[0].re[i], lanes[0].im[i]};
+    vectors[2 * i + 1] = {lanes[1].re[i], lanes[1].im[i]};
+  }
+}
+
+// Steering vector d of each bin: the principal eigenvector of its normalised speech covariance.
+__attribute__((always_inline)) inline void refine_steering(const hermitian_lanes *__restrict speech,
+                                                           const float *__restrict weight,
+                                                           complex_lanes *__restrict d) {
+  for (int32_t i = 0; i < kMvdrLanes; ++i) {
+    const float r = 1.0f / weight[i];
+    const bool heard = usable(weight[i], r);
     const chmat_eigenvector v =
         chmat_principal_ev_of(speech->first[i] * r, speech->second[i] * r,
-                              {speech->cross.re[i] * r, speech->cross.im[i] * r});
+                              {speech->cross_re[i] * r, speech->cross_im[i] * r});
     d[0].re[i] = heard ? v.first.re : d[0].re[i];
     d[0].im[i] = heard ? v.first.im : d[0].im[i];
     d[1].re[i] = heard ? v.second : d[1].re[i];
@@ -43,15 +67,15 @@ SE_BF_VECTOR_CLONES void refine_steering(mvdr_block *__restrict block) {
 // Inverse of each bin's normalised noise covariance. Deliberate: a matrix that has no inverse stays
 // as it is, normalised, and is used in place of one. Without a usable weight the inverse of earlier
 // updates stays.
-SE_BF_VECTOR_CLONES void invert_noise(mvdr_block *__restrict block) {
-  const hermitian_lanes *noise = &block->noise_cov;
-  hermitian_lanes *out = &block->noise_cov_inv;
+__attribute__((always_inline)) inline void invert_noise(const hermitian_lanes *__restrict noise,
+                                                        const float *__restrict weight,
+                                                        hermitian_lanes *__restrict out) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
-    const float r = 1.0f / block->noise_weight[i];
-    const bool heard = usable(block->noise_weight[i], r);
+    const float r = 1.0f / weight[i];
+    const bool heard = usable(weight[i], r);
     const float a = noise->first[i] * r;
     const float d = noise->second[i] * r;
-    const se_complex b = {noise->cross.re[i] * r, noise->cross.im[i] * r};
+    const se_complex b = {noise->cross_re[i] * r, noise->cross_im[i] * r};
     const chmat_inverse inverse = chmat_pinv_of(a, d, b, b.re);
     const float first = inverse.exists ? inverse.a : a;
     const float second = inverse.exists ? inverse.d : d;
@@ -59,27 +83,28 @@ SE_BF_VECTOR_CLONES void invert_noise(mvdr_block *__restrict block) {
     const float cross_im = inverse.exists ? -inverse.c.im : b.im;
     out->first[i] = heard ? first : out->first[i];
     out->second[i] = heard ? second : out->second[i];
-    out->cross.re[i] = heard ? cross_re : out->cross.re[i];
-    out->cross.im[i] = heard ? cross_im : out->cross.im[i];
+    out->cross_re[i] = heard ? cross_re : out->cross_re[i];
+    out->cross_im[i] = heard ? cross_im : out->cross_im[i];
   }
 }
 
 // w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the scaled sum of the microphones where that
 // vanishes or is not finite.
-SE_BF_VECTOR_CLONES void form_weights(mvdr_block *__restrict block, float uniform) {
-  const hermitian_lanes *inverse = &block->noise_cov_inv;
-  const complex_lanes *d = block->steering;
-  complex_lanes *w = block->weights;
+__attribute__((always_inline)) inline void form_weights(const hermitian_lanes *__restrict inverse,
+                                                        const complex_lanes *__restrict d,
+                                                        float uniform,
+                                                        complex_lanes *__restrict w) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     const se_complex d0 = {d[0].re[i], d[0].im[i]};
     const se_complex d1 = {d[1].re[i], d[1].im[i]};
-    const se_complex upper = {inverse->cross.re[i], inverse->cross.im[i]};
-    const se_complex lower = {inverse->cross.re[i], -inverse->cross.im[i]};
+    const se_complex upper = {inverse->cross_re[i], inverse->cross_im[i]};
+    const se_complex lower = {inverse->cross_re[i], -inverse->cross_im[i]};
     const se_complex u0 = complex_add(complex_mul_complex({inverse->first[i], 0.0f}, d0),
                                       complex_mul_complex(upper, d1));
     const se_complex u1 = complex_add(complex_mul_complex(lower, d0),
                                       complex_mul_complex({inverse->second[i], 0.0f}, d1));
 
+    // The sum over the microphones starts with 0.
     const float first = 0.0f + (d0.re * u0.re + d0.im * u0.im);
     const float response = first + (d1.re * u1.re + d1.im * u1.im);
     const float r = 1.0f / response;
@@ -96,30 +121,67 @@ SE_BF_VECTOR_CLONES void form_weights(mvdr_block *__restrict block, float unifor
   }
 }
 
+// One block: new steering vectors if `steer`, then the inverse of the noise covariance and the
+// weights.
+SE_BF_VECTOR_CLONES void update_block(mvdr_block *__restrict block, const float *speech_weight,
+                                      const float *noise_weight, bool steer,
+                                      se_complex *__restrict steering,
+                                      se_complex *__restrict weights, float uniform) {
+  complex_lanes d[kBeamformerChannels];
+  complex_lanes w[kBeamformerChannels];
+  to_lanes(steering, d);
+  if (steer) {
+    refine_steering(&block->speech_cov, speech_weight, d);
+    from_lanes(d, steering);
+  }
+  invert_noise(&block->noise_cov, noise_weight, &block->noise_cov_inv);
+  form_weights(&block->noise_cov_inv, d, uniform, w);
+  from_lanes(w, weights);
+}
+
+// What the update of a block must not change in bin 0.
+struct first_bin {
+  se_complex steering[kBeamformerChannels];
+  se_complex weights[kBeamformerChannels];
+  float inverse[4];  // first, second, real and imaginary part of cross
+};
+
+first_bin get_first_bin(const mvdr_evd_state *state) {
+  const hermitian_lanes *inverse = &state->blocks->noise_cov_inv;
+  return {{state->steering[0], state->steering[1]},
+          {state->weights[0], state->weights[1]},
+          {inverse->first[0], inverse->second[0], inverse->cross_re[0], inverse->cross_im[0]}};
+}
+
+void set_first_bin(mvdr_evd_state *state, const first_bin *bin) {
+  hermitian_lanes *inverse = &state->blocks->noise_cov_inv;
+  for (int32_t m = 0; m < kBeamformerChannels; ++m) {
+    state->steering[m] = bin->steering[m];
+    state->weights[m] = bin->weights[m];
+  }
+  inverse->first[0] = bin->inverse[0];
+  inverse->second[0] = bin->inverse[1];
+  inverse->cross_re[0] = bin->inverse[2];
+  inverse->cross_im[0] = bin->inverse[3];
+}
+
 }  // namespace
 
-const mvdr_block *mvdr_update_param(mvdr_evd_state *state) {
-  mvdr_block *blocks = state->blocks;
+se_complex *mvdr_update_param(mvdr_evd_state *state) {
   if (state->channels != kBeamformerChannels || state->bins < 2) {
-    return blocks;
+    return state->weights;
   }
-  const float uniform = uniform_steering(state->channels);
-  const bool steer = state->use_eigen_steering == 1;
   // Bin 0 keeps its first steering vector and weights: the beamformer removes DC. Its lane is
   // worked on with the others and put back.
-  constexpr size_t kBlockFloats = sizeof(mvdr_block) / sizeof(float);
-  float before[kBlockFloats];
-  std::memcpy(before, blocks, sizeof before);
+  const first_bin kept = get_first_bin(state);
+  const float uniform = uniform_steering(state->channels);
+  const bool steer = state->use_eigen_steering == 1;
   for (int32_t b = 0; b < mvdr_block_count(state->bins); ++b) {
-    if (steer) {
-      refine_steering(blocks + b);
-    }
-    invert_noise(blocks + b);
-    form_weights(blocks + b, uniform);
+    const int32_t k = b * kMvdrLanes;
+    update_block(state->blocks + b, state->speech_weight + k, state->noise_weight + k, steer,
+                 state->steering + k * kBeamformerChannels,
+                 state->weights + k * kBeamformerChannels, uniform);
   }
-  float *first_lane = reinterpret_cast<float *>(blocks);
-  for (size_t row = 0; row < kBlockFloats; row += kMvdrLanes) {
-    first_lane[row] = before[row];
-  }
-  return blocks;
+  set_first_bin(state, &kept);
+  return state->weights;
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
@@ -16,18 +17,10 @@ constexpr double kHammingDepth = 0.46;
 // depend on it.
 constexpr float kWindowTurn = 6.2832f;
 
-float *pool_floats(int32_t count) {
-  return static_cast<float *>(tamrin_malloc(count * static_cast<int32_t>(sizeof(float))));
-}
-
-size_t float_bytes(int32_t count) {
-  return static_cast<size_t>(count) * sizeof(float);
-}
-
-SE_BF_VECTOR_CLONES void add_samples(float *__restrict sum, const float *__restrict x,
-                                     int32_t count) {
+SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__restrict y,
+                                     float *__restrict sum, int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
-    sum[i] += x[i];
+    sum[i] = x[i] + y[i];
   }
 }
 
@@ -71,12 +64,10 @@ void stft_buf_destroy(stft_buf *stft) {
   if (stft == nullptr) {
     return;
   }
-  float *const members[] = {stft->history, stft->frame, stft->ola_tail, stft->window};
-  for (const float *member : members) {
-    if (member != nullptr) {
-      tamrin_free(member);
-    }
-  }
+  pool_release(stft->history);
+  pool_release(stft->frame);
+  pool_release(stft->ola_tail);
+  pool_release(stft->window);
   tamrin_free(stft);
 }
 
@@ -84,15 +75,18 @@ float *stft_input(const stft_buf *stft) {
   return stft->history + stft->overlap;
 }
 
-void stft_time_to_spectrum(stft_buf *stft, float *out) {
+void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
   const int32_t length = stft->fft_len;
   const int32_t overlap = stft->overlap;
   const int32_t hop = length - overlap;
 
   for (int32_t c = 0; c < stft->chnl; ++c) {
     float *history = stft->history + c * length;
+    if (in + c * hop != history + overlap) {
+      copy_floats(history + overlap, in + c * hop, hop);
+    }
     spx_fft_windowed(stft->fft, history, stft->window, stft->frame, out + c * length);
-    std::memmove(history, history + hop, float_bytes(overlap));
+    std::memmove(history, history + hop, static_cast<size_t>(overlap) * sizeof(float));
   }
 }
 
@@ -103,9 +97,9 @@ float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) 
   const float *synthesis = stft->window + length;
 
   spx_ifft_windowed(stft->fft, spectrum, synthesis, stft->frame);
-  std::memcpy(out, stft->frame, float_bytes(hop));
-  add_samples(out, stft->ola_tail, overlap);
-  std::memcpy(stft->ola_tail, stft->frame + hop, float_bytes(overlap));
+  add_samples(stft->frame, stft->ola_tail, out, overlap);
+  copy_floats(out + overlap, stft->frame + overlap, hop - overlap);
+  copy_floats(stft->ola_tail, stft->frame + hop, overlap);
   return out;
 }
 

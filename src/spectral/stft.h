@@ -26,8 +26,8 @@ struct stft_buf {
   fft_setup *fft;    // the instance's transform, not owned
   float *window;     // [2N] analysis window w, then synthesis window g
   float *frame;      // [N] scratch: windowed frame, then synthesis frame
-  float *history;  // [channels at creation][N] last O input samples of each channel, then a new hop
-  float *ola_tail;  // [O] overlap part of the previous synthesis frame
+  float *history;    // [channels at creation][N] last O input samples of each channel, then the hop
+  float *ola_tail;   // [O] overlap part of the previous synthesis frame
 };
 #pragma pack(pop)
 
@@ -42,12 +42,12 @@ void stft_set_chnl(stft_buf *stft, int32_t channels);
 // Releases the state through the pool, not the transform; null is accepted.
 void stft_buf_destroy(stft_buf *stft);
 
-// Where the caller puts the next hop of H time samples of channel 0; that of channel c goes c N
-// floats further on. The samples are analysed where they lie.
+// Where the next hop of channel 0 is analysed: a caller that forms it there saves a copy.
 float *stft_input(const stft_buf *stft);
 
-// Analyses the hop at stft_input. out: [chnl][N] packed spectra.
-void stft_time_to_spectrum(stft_buf *stft, float *out);
+// Analyses one hop. in: [chnl][H] time samples, or stft_input when one channel is analysed; out:
+// [chnl][N] packed spectra.
+void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out);
 
 // Synthesises one hop. spectrum: one packed spectrum; out: [H] time samples. Returns `out`.
 float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out);

@@ -5,11 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
+alignas(kPoolAlignment) uint8_t kStaticMemory[kStaticMemorySize];
 int32_t kStaticMemoryPosition = 0;
 
 namespace {
-
-alignas(kPoolAlignment) uint8_t kStaticMemory[kStaticMemorySize];
 
 uint32_t generation = 1;
 

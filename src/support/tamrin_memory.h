@@ -19,6 +19,9 @@ constexpr int32_t kStaticMemorySize = 102400;
 // Granule and alignment of blocks in bytes.
 constexpr int32_t kPoolAlignment = 4;
 
+// The pool itself, aligned to kPoolAlignment and zero at start-up.
+extern uint8_t kStaticMemory[kStaticMemorySize];
+
 // Bytes handed out so far, that is the offset of the next block; always a multiple of 4.
 extern int32_t kStaticMemoryPosition;
 
