@@ -63,8 +63,7 @@ bin_gain map_amplitude(bin_input in, double eta) {
 constexpr struct {
   const char *name;
   bin_gain (*expected)(bin_input in, double eta);
-  const float *(*gain)(omlsa_state *bins, const float *power, const float *noise,
-                       const float *prob);
+  float *(*gain)(omlsa_state *bins, const float *power, const float *noise, const float *prob);
 } kRules[] = {{"root Wiener", root_wiener, do_ss},
               {"log spectral", log_spectral, do_omlsa},
               {"maximum a posteriori", map_amplitude,
