@@ -79,6 +79,8 @@ timing run_recording(se_bf_inst *inst) {
   return times;
 }
 
+// Times go through single precision, which counts microseconds exactly up to 16.7 s; printf takes
+// doubles.
 void print_timing(timing times) {
   const double sum_ms = static_cast<double>(static_cast<float>(times.sum_us)) / kMicrosecondsPerMs;
   const double max_ms = static_cast<double>(static_cast<float>(times.max_us)) / kMicrosecondsPerMs;

@@ -70,7 +70,7 @@ SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(int32_t fft_len, int32_t hop_len, 
   return cb;
 }
 
-int32_t se_catch_buf_get_offset(const catch_buf *cb) {
+SE_BF_RARELY_RUN int32_t se_catch_buf_get_offset(const catch_buf *cb) {
   return cb == nullptr ? 0 : cb->out_fill;
 }
 
@@ -78,7 +78,7 @@ bool se_catch_buf_has_room(const catch_buf *cb) {
   return cb->out_fill + cb->out_channels * cb->hop_len <= 2 * cb->fft_len * cb->out_channels;
 }
 
-void se_catch_buff_uninit(catch_buf *cb) {
+SE_BF_RARELY_RUN void se_catch_buff_uninit(catch_buf *cb) {
   if (cb == nullptr) {
     return;
   }

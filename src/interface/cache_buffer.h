@@ -1,8 +1,8 @@
 // Block buffer between the caller's 320-sample blocks and the analysis hop.
 //
-// Cuts interleaved 16-bit input into float frames of one hop, channel after channel, carries what is
-// left of a block over to the next one, collects processed hops and emits mono 16-bit blocks. The
-// output store starts with block_len - hop zeros, the buffer's own latency. Samples convert by
+// Cuts interleaved 16-bit input into float frames of one hop, channel after channel, carries what
+// is left of a block over to the next one, collects processed hops and emits mono 16-bit blocks.
+// The output store starts with block_len - hop zeros, the buffer's own latency. Samples convert by
 // value, unscaled.
 //
 // The mechanics stream without loss or repetition only where every block yields at most two frames

@@ -1,4 +1,4 @@
-// Mono path, beamformer path, dispatch and the processing call.
+// The processing call, the choice of the path, and the two paths.
 #include "interface/multi_channels_enhance.h"
 
 #include "interface/channel_fault.h"
@@ -8,9 +8,10 @@
 
 namespace {
 
+// Modes 6000 and 6001, one frame: the mean of the channels, without or with noise suppression.
 const float *bf_mono(se_bf_inst *inst, int32_t mode) {
-  // Where channel 0 alone is analysed, its mean is formed where the analysis needs it. Channel 1 is
-  // analysed besides where a change back to the beamformer would need its history.
+  // If one channel is analysed, the mean goes straight to where the analysis takes it. If two are,
+  // channel 1 follows in the frame: its history stays fresh for a change back to the beamformer.
   float *mean = inst->stft->chnl == 1 ? stft_input(inst->stft) : inst->frame;
   mean_of_channels(inst->frame, inst->num_ch_in, inst->hop_len, mean);
   stft_time_to_spectrum(inst->stft, mean, inst->spectrum);
@@ -26,6 +27,7 @@ const float *bf_mono(se_bf_inst *inst, int32_t mode) {
   return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
 }
 
+// Mode 6002, one frame.
 const float *bf_mvdr(se_bf_inst *inst) {
   const int32_t bins = inst->num_bins;
   const int32_t channels = inst->num_ch_in;
@@ -39,7 +41,7 @@ const float *bf_mvdr(se_bf_inst *inst) {
   mvdr_count_frame(inst->mvdr, inst->update_interval);
   mul_bf_gain(spectrum, inst->mvdr->weights, channels, fft_len);
 
-  // Of the power before beamforming, deliberately.
+  // The gain follows from the power before beamforming, deliberately.
   power_above_noise(inst->bin_buf, noise, bins);
   mul_amp_real_gain(inst->spectrum, inst->bin_buf, 1, fft_len);
   return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
@@ -109,8 +111,8 @@ int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in) {
     return total;
   }
 
-  // For good: nothing raises the channel count again, so a two-channel instance that has seen one
-  // fault goes on to analyse channel 0 only, also once it beamforms again.
+  // Nothing raises the channel count again, deliberately: after one fault a two-channel instance
+  // analyses channel 0 only, even when it beamforms again.
   if (inst->num_ch_in == 2 && is_one_channel_brocken(0, in, total) != 0) {
     stft_set_chnl(inst->stft, 1);
     mode = SE_BF_MODE_OMLSA;

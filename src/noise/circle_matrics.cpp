@@ -15,7 +15,7 @@ SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__rest
 
 }  // namespace
 
-circular_mat *initCircularMat(int32_t n) {
+SE_BF_RARELY_RUN circular_mat *initCircularMat(int32_t n) {
   circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc(sizeof(circular_mat)));
   if (mat == nullptr) {
     return nullptr;
@@ -31,7 +31,7 @@ circular_mat *initCircularMat(int32_t n) {
   return mat;
 }
 
-void uinitCircularMat(circular_mat *mat) {
+SE_BF_RARELY_RUN void uinitCircularMat(circular_mat *mat) {
   if (mat == nullptr) {
     return;
   }
@@ -39,7 +39,7 @@ void uinitCircularMat(circular_mat *mat) {
   tamrin_free(mat);
 }
 
-void resetCircularMat(circular_mat *mat, const float *vec) {
+SE_BF_RARELY_RUN void resetCircularMat(circular_mat *mat, const float *vec) {
   if (mat == nullptr || vec == nullptr) {
     return;
   }
@@ -70,7 +70,7 @@ void getMinFrmCircleMat(const circular_mat *mat, float *out) {
   }
 }
 
-void b_spline(float *x, int32_t len) {
+SE_BF_RARELY_RUN void b_spline(float *x, int32_t len) {
   if (len < 2) {
     return;
   }

@@ -40,7 +40,7 @@ void getMinFrmCircleMat(const circular_mat *mat, float *out);
 
 // Smooths x (len floats) in place with the kernel (0.25, 0.5, 0.25); the first value becomes
 // 0.75 x[0] + 0.25 x[1] and the last 0.5 x[len-2] + 0.5 x[len-1], deliberately unequal ends. Does
-// nothing for len < 2.
+// nothing for len < 2. Only tests call it.
 void b_spline(float *x, int32_t len);
 
 #endif  // TM_SE_BF_NOISE_CIRCLE_MATRICS_H

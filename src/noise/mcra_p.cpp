@@ -67,7 +67,7 @@ SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, 
 }
 
 // The first frame's power is the first noise estimate, and what was smoothed before is gone.
-void start_estimate(const mcra_state *state, const float *pwr) {
+SE_BF_RARELY_RUN void start_estimate(const mcra_state *state, const float *pwr) {
   copy_floats(state->lambdaD, pwr, state->num_bins);
   for (int32_t k = 0; k < state->num_bins; ++k) {
     state->smoothed_pwr[k] = 0.0f;
@@ -75,7 +75,7 @@ void start_estimate(const mcra_state *state, const float *pwr) {
 }
 
 // Forgets the minima: the next frame's smoothed power takes the place of both.
-void forget_minima(const mcra_state *state) {
+SE_BF_RARELY_RUN void forget_minima(const mcra_state *state) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     state->s_min[k] = HUGE_VALF;
     state->s_tmp[k] = HUGE_VALF;

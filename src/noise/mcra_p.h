@@ -41,14 +41,16 @@ mcra_state *mcra_init(int32_t num_bins, int32_t reserved);
 // Releases the estimator through the pool; null is accepted.
 void mcra_uninit(mcra_state *state);
 
-// Restarts the warm-up: the next frame is treated as the first. Null is accepted.
+// Restarts the warm-up: the next frame is treated as the first. Null is accepted. Only tests call
+// it.
 void mcra_reset(mcra_state *state);
 
 // Processes one frame. pwr: [K] power spectrum, read only. Returns the noise estimate (lambdaD),
 // owned by the state and valid until the next call.
 float *mcra_do_mcra(mcra_state *state, const float *pwr);
 
-// Vectors of the state, valid until the next call of mcra_do_mcra; null for a null state.
+// Vectors of the state, valid until the next call of mcra_do_mcra; null for a null state. Only
+// tests call the last two.
 float *mcra_get_speech_prob(const mcra_state *state);
 float *mcra_get_smoothed_pwr(const mcra_state *state);
 float *mcra_get_lambdaD(const mcra_state *state);

@@ -129,7 +129,7 @@ SE_BF_RARELY_RUN omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, fl
   return state->eta2item != nullptr && state->gain != nullptr ? state : nullptr;
 }
 
-void omlsa_uninit(omlsa_state *state) {
+SE_BF_RARELY_RUN void omlsa_uninit(omlsa_state *state) {
   if (state == nullptr) {
     return;
   }
@@ -150,11 +150,11 @@ SE_BF_RARELY_RUN void omlsa_reset(omlsa_state *state) {
   }
 }
 
-float *get_omlsa_gain(const omlsa_state *state) {
+SE_BF_RARELY_RUN float *get_omlsa_gain(const omlsa_state *state) {
   return state->gain;
 }
 
-float *get_eta2item(const omlsa_state *state) {
+SE_BF_RARELY_RUN float *get_eta2item(const omlsa_state *state) {
   return state->eta2item;
 }
 
@@ -164,7 +164,7 @@ float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const flo
 }
 
 SE_BF_RARELY_RUN float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise,
-                                       const float *prob) {
+                                 const float *prob) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
     const float amplitude = combined_gain(snr, prob[k], state->log_gain_min);
@@ -178,8 +178,7 @@ SE_BF_RARELY_RUN float *do_omlsa(omlsa_state *state, const float *pwr, const flo
   return state->gain;
 }
 
-SE_BF_RARELY_RUN float *do_mmse_map(omlsa_state *state, const float *pwr,
-                                          const float *noise) {
+SE_BF_RARELY_RUN float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
     const float u = 2.0f * se_sqrt(snr.prior * snr.posterior);

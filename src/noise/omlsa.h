@@ -1,11 +1,10 @@
 // Single-channel gain rules and the state that they carry from frame to frame.
 //
 // do_ss, the square-root Wiener gain, is what the processing paths use. do_omlsa and do_mmse_map
-// are alternatives of the same interface that no mode uses: the linker leaves them out of the
-// shared library, and the tests alone call them. Vectors have K floats, one per bin: pwr the noisy
-// power, noise the noise power estimate, prob the speech-presence probability; all three are read
-// only. Each rule returns the state's `gain`, valid until the next call, and returns it unchanged
-// when K < 1. Noise estimates that are not above 1.19e-6 count as 1.19e-6.
+// are alternatives of the same interface. Vectors have K floats, one per bin: pwr the noisy power,
+// noise the noise power estimate, prob the speech-presence probability; all three are read only.
+// Each rule returns the state's `gain`, valid until the next call, and returns it unchanged when K
+// < 1. Noise estimates that are not above 1.19e-6 count as 1.19e-6.
 #ifndef TM_SE_BF_NOISE_OMLSA_H
 #define TM_SE_BF_NOISE_OMLSA_H
 
@@ -29,13 +28,14 @@ struct omlsa_state {
 // more select -0.8 dB. Returns null when the pool is exhausted.
 omlsa_state *omlsa_init(int32_t num_bins, int32_t mode_code, float gain_min_db);
 
-// Releases the state through the pool; null is accepted.
+// Releases the state through the pool; null is accepted. Only tests call it: an instance's state
+// goes with the pool.
 void omlsa_uninit(omlsa_state *state);
 
-// Sets gain and eta2item to 1 again; null is accepted.
+// Sets gain and eta2item to 1 again; null is accepted. Only tests call it.
 void omlsa_reset(omlsa_state *state);
 
-// Vectors of the state; the state must not be null.
+// Vectors of the state, which must not be null. Only tests call them.
 float *get_omlsa_gain(const omlsa_state *state);
 float *get_eta2item(const omlsa_state *state);
 
@@ -50,13 +50,13 @@ float *do_ss(omlsa_state *state, const float *pwr, const float *noise, const flo
 // non-stationary noise environments", 2001): the log-spectral amplitude gain (Ephraim and Malah,
 // "Speech enhancement using a minimum mean-square error log-spectral amplitude estimator", 1985) to
 // the power of the speech-presence probability times the minimum gain to the rest, mapped to a
-// Wiener-type gain of at least 0.1. Updates gain and eta2item.
+// Wiener-type gain of at least 0.1. Updates gain and eta2item. Only tests call it.
 float *do_omlsa(omlsa_state *state, const float *pwr, const float *noise, const float *prob);
 
 // Joint maximum-a-posteriori amplitude (Wolfe and Godsill, "Efficient alternatives to the Ephraim
 // and Malah suppression rule for audio signal enhancement", 2003), with the ratio of modified
 // Bessel functions taken from the ends of their series (Abramowitz and Stegun, "Handbook of
-// mathematical functions", 1964, 9.6.10 and 9.7.1). Updates gain only.
+// mathematical functions", 1964, 9.6.10 and 9.7.1). Updates gain only. Only tests call it.
 float *do_mmse_map(omlsa_state *state, const float *pwr, const float *noise);
 
 #endif  // TM_SE_BF_NOISE_OMLSA_H

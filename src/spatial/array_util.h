@@ -27,7 +27,7 @@ void get_ULA_geometry(int32_t channels, float spacing, float *geometry);
 void get_steering_vector_by_doa(float doa_degrees, const float *geometry, int32_t channels,
                                 se_complex *steering, int32_t bins);
 
-// Euclidean distance of two points; scalar product of two vectors. No mode uses them.
+// Euclidean distance of two points; scalar product of two vectors. Only tests call them.
 float Distance(float x1, float y1, float z1, float x2, float y2, float z2);
 float DotProduct(float x1, float y1, float z1, float x2, float y2, float z2);
 

@@ -35,7 +35,8 @@ inline chmat_inverse chmat_pinv_of(float a, float d, se_complex b, float lower_r
 // returns 0. Only the real parts of the diagonal are read; unequal off-diagonal entries are first
 // replaced by the mean of A01 and conj(A10). An exactly singular matrix is divided by the sum of
 // the real parts of its entries instead of its determinant. Returns -1 and writes nothing when that
-// sum is 0 too, or when the inverse would not be finite. No diagonal loading.
+// sum is 0 too, or when the inverse would not be finite. No diagonal loading. Only tests call these
+// two forms.
 int chmat_pinv_dim2(se_complex *out, const se_complex *A);
 int chmat_pinv(cmat *out, const cmat *A);
 

@@ -60,7 +60,7 @@ SE_BF_RARELY_RUN void accumulate_bin(mvdr_evd_state *state, int32_t k, float p, 
   accumulate_lane(state->blocks + k / kMvdrLanes, k % kMvdrLanes, p, x0.re, x0.im, x1.re, x1.im);
 }
 
-void scale_lane(hermitian_lanes *sums, int32_t lane, float factor) {
+SE_BF_RARELY_RUN void scale_lane(hermitian_lanes *sums, int32_t lane, float factor) {
   sums->first[lane] *= factor;
   sums->second[lane] *= factor;
   sums->cross_re[lane] *= factor;

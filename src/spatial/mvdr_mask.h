@@ -73,7 +73,8 @@ constexpr int32_t mvdr_block_count(int32_t bins) {
 // exhausted, when steering is null, or for more than two channels.
 mvdr_evd_state *mvdr_evd_init(int16_t channels, const se_complex *steering, int32_t bins);
 
-// Releases the state through the pool; null is accepted.
+// Releases the state through the pool; null is accepted. Only tests call it: an instance's state
+// goes with the pool.
 void mvdr_evd_uninit(mvdr_evd_state *state);
 
 // Rescales weights and accumulators of bins 1 .. K-1 by rescale_target / rescale_count (by 0 when

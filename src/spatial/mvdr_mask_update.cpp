@@ -28,9 +28,11 @@ struct complex_lanes {
   float im[kMvdrLanes];
 };
 
-// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone.
-__attribute__((always_inline)) inline void to_lanes(const se_complex *__restrict vectors,
-                                                    complex_lanes *__restrict lanes) {
+// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone. What
+// update_block calls is inlined, to be compiled for the vectors of its clones; from_lanes, which it
+// calls twice, would cost more code than it saves time.
+[[gnu::always_inline]] inline void to_lanes(const se_complex *__restrict vectors,
+                                            complex_lanes *__restrict lanes) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     lanes[0].re[i] = vectors[2 * i].re;
     lanes[0].im[i] = vectors[2 * i].im;
@@ -39,8 +41,8 @@ __attribute__((always_inline)) inline void to_lanes(const se_complex *__restrict
   }
 }
 
-__attribute__((always_inline)) inline void from_lanes(const complex_lanes *__restrict lanes,
-                                                      se_complex *__restrict vectors) {
+[[gnu::noinline]] void from_lanes(const complex_lanes *__restrict lanes,
+                                  se_complex *__restrict vectors) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     vectors[2 * i] = {lanes[0].re[i], lanes[0].im[i]};
     vectors[2 * i + 1] = {lanes[1].re[i], lanes[1].im[i]};
@@ -48,9 +50,9 @@ __attribute__((always_inline)) inline void from_lanes(const complex_lanes *__res
 }
 
 // Steering vector d of each bin: the principal eigenvector of its normalised speech covariance.
-__attribute__((always_inline)) inline void refine_steering(const hermitian_lanes *__restrict speech,
-                                                           const float *__restrict weight,
-                                                           complex_lanes *__restrict d) {
+[[gnu::always_inline]] inline void refine_steering(const hermitian_lanes *__restrict speech,
+                                                   const float *__restrict weight,
+                                                   complex_lanes *__restrict d) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     const float r = 1.0f / weight[i];
     const bool heard = usable(weight[i], r);
@@ -67,9 +69,9 @@ __attribute__((always_inline)) inline void refine_steering(const hermitian_lanes
 // Inverse of each bin's normalised noise covariance. Deliberate: a matrix that has no inverse stays
 // as it is, normalised, and is used in place of one. Without a usable weight the inverse of earlier
 // updates stays.
-__attribute__((always_inline)) inline void invert_noise(const hermitian_lanes *__restrict noise,
-                                                        const float *__restrict weight,
-                                                        hermitian_lanes *__restrict out) {
+[[gnu::always_inline]] inline void invert_noise(const hermitian_lanes *__restrict noise,
+                                                const float *__restrict weight,
+                                                hermitian_lanes *__restrict out) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     const float r = 1.0f / weight[i];
     const bool heard = usable(weight[i], r);
@@ -90,10 +92,9 @@ __attribute__((always_inline)) inline void invert_noise(const hermitian_lanes *_
 
 // w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the scaled sum of the microphones where that
 // vanishes or is not finite.
-__attribute__((always_inline)) inline void form_weights(const hermitian_lanes *__restrict inverse,
-                                                        const complex_lanes *__restrict d,
-                                                        float uniform,
-                                                        complex_lanes *__restrict w) {
+[[gnu::always_inline]] inline void form_weights(const hermitian_lanes *__restrict inverse,
+                                                const complex_lanes *__restrict d, float uniform,
+                                                complex_lanes *__restrict w) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
     const se_complex d0 = {d[0].re[i], d[0].im[i]};
     const se_complex d1 = {d[1].re[i], d[1].im[i]};
@@ -104,7 +105,8 @@ __attribute__((always_inline)) inline void form_weights(const hermitian_lanes *_
     const se_complex u1 = complex_add(complex_mul_complex(lower, d0),
                                       complex_mul_complex({inverse->second[i], 0.0f}, d1));
 
-    // The sum over the microphones starts with 0.
+    // The sum over the microphones starts with 0, which makes a negative zero in the first term
+    // positive.
     const float first = 0.0f + (d0.re * u0.re + d0.im * u0.im);
     const float response = first + (d1.re * u1.re + d1.im * u1.im);
     const float r = 1.0f / response;

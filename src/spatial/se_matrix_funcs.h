@@ -1,5 +1,8 @@
 // Vectors and small square matrices of complex numbers, most of them for two microphones.
 //
+// The library itself calls Norm_Vector; its loops over bins have the other formulas inline. Only
+// tests call the rest.
+//
 // Operations on a 2-by-2 matrix read exactly four entries, whatever `dim` says. All are pure
 // functions of their arguments in single precision; none allocates. Functions with an int result
 // return 0.

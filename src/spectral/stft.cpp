@@ -53,14 +53,14 @@ SE_BF_RARELY_RUN stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft,
   return stft;
 }
 
-void stft_set_chnl(stft_buf *stft, int32_t channels) {
+SE_BF_RARELY_RUN void stft_set_chnl(stft_buf *stft, int32_t channels) {
   if (stft == nullptr) {
     return;
   }
   stft->chnl = static_cast<int16_t>(channels);
 }
 
-void stft_buf_destroy(stft_buf *stft) {
+SE_BF_RARELY_RUN void stft_buf_destroy(stft_buf *stft) {
   if (stft == nullptr) {
     return;
   }

@@ -24,7 +24,8 @@ inline float se_finite_residue(float x) {
   return x - x;
 }
 
-// e to the x, natural and decimal logarithm.
+// e to the x, natural and decimal logarithm. Only the gain rules without a mode and tests call
+// them.
 float se_exp(float x);
 float se_log(float x);
 float se_log10(float x);
@@ -35,12 +36,12 @@ float se_log10(float x);
 //   1/n.
 // Meant for 0 < x <= 5, where it needs at most about twenty rounds; x = 0 gives +infinity. The
 // single precision form keeps Euler's constant at four digits deliberately: gains depend on its
-// bits.
+// bits. Only do_omlsa and tests call these.
 float se_expint(float x);
 float expint_f(float x);
 double expint_d(double x);
 
-// *out = a, and *out = re + i*im.
+// *out = a, and *out = re + i*im. Only tests call them.
 inline void complex_cset(se_complex *out, se_complex a) {
   *out = a;
 }
@@ -49,7 +50,7 @@ inline void complex_fset(se_complex *out, float re, float im) {
   *out = {re, im};
 }
 
-// Magnitude, computed wholly in double precision and rounded to single.
+// Magnitude, computed wholly in double precision and rounded to single. Only tests call it.
 float complex_abs(se_complex a);
 
 // a + b, a - b, a * b, conj(a) * b, a * conj(b).
@@ -73,7 +74,8 @@ inline se_complex complex_mul_conj_complex(se_complex a, se_complex b) {
   return {a.re * b.re + a.im * b.im, a.im * b.re - a.re * b.im};
 }
 
-// a / b and f / b. The divisor is not tested: b = 0 gives parts that are not finite.
+// a / b and f / b. The divisor is not tested: b = 0 gives parts that are not finite. Only tests
+// call them.
 se_complex complex_div_complex(se_complex a, se_complex b);
 se_complex float_div_complex(float f, se_complex b);
 

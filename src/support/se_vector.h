@@ -20,7 +20,7 @@
 #define SE_BF_INDEPENDENT_ROUNDS _Pragma("GCC ivdep")
 #endif
 
-// Attribute of functions that run once per instance or not at all, for small code beside hot loops.
+// Attribute of functions that do not work on the bins of every frame: small code beside hot loops.
 #define SE_BF_RARELY_RUN __attribute__((cold, noinline))
 
 #endif  // TM_SE_BF_SUPPORT_SE_VECTOR_H

@@ -31,7 +31,8 @@ extern int32_t kStaticMemoryPosition;
 void *tamrin_malloc(int32_t size);
 
 // Returns `ptr` when the old size suffices, else a fresh zero-filled block. Deliberately neither
-// copies the old contents nor gives the old block back: the caller does what it needs.
+// copies the old contents nor gives the old block back: the caller does what it needs. Only tests
+// call it.
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size);
 
 // Empties the whole pool, whatever the argument: every block of every instance is released at once.
@@ -41,7 +42,7 @@ void tamrin_free(const void *ptr);
 // and so tells a live block from one that has been given up.
 uint32_t tamrin_generation();
 
-// Prints the message on standard output and ends the process with status 1.
+// Prints the message on standard output and ends the process with status 1. Only tests call it.
 [[noreturn]] void tamrin_fatal(const char *msg);
 
 // Print a warning, with an integer behind it in the second form, on standard error; return the
