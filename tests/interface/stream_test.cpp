@@ -106,7 +106,7 @@ TEST(Stream, SilenceStaysSilentAndCallLengthAndHighBitsDoNotMatter) {
       EXPECT_EQ(difference(run_stream(long_two, to_words(both)), two), "");
       EXPECT_EQ(difference(run_stream(long_one, to_words({both[0]})), one), "");
       for (const int16_t channels : {int16_t{1}, int16_t{2}}) {
-        const pcm silence(channels * size_t{kSecond});
+        const pcm silence(static_cast<size_t>(channels * kSecond));
         const pcm out = run_stream({channels, 320, h.hop, mode}, silence);
         EXPECT_EQ(difference(out, pcm(kSecond)), "") << channels << " silent channels";
       }
