@@ -181,15 +181,3 @@ int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const fl
   }
   return 1;
 }
-
-void mvdr_count_frame(mvdr_evd_state *state, int32_t update_interval) {
-  state->update_count += 1;
-  if (state->update_count == update_interval) {
-    mvdr_update_param(state);
-    state->update_count = 0;
-  }
-  state->rescale_count += 1;
-  if (state->rescale_count >= state->rescale_limit) {
-    mvdr_evd_reset(state);
-  }
-}
