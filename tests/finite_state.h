@@ -8,8 +8,12 @@
 
 #include "interface/se_bf_instance.h"
 
-// The first entry that is not finite, by its vector and index, or nothing. The instance has been
-// initialised and not refused.
+inline bool is_finite(const float *x, int32_t count) {
+  return std::all_of(x, x + count, [](float value) { return std::isfinite(value); });
+}
+
+// The first vector with an entry that is not finite, or nothing. The instance has been initialised
+// and not refused.
 inline std::string not_finite(const se_bf_inst *inst) {
   const mcra_state *mcra = inst->mcra;
   const mvdr_evd_state *mvdr = inst->mvdr;
@@ -21,30 +25,29 @@ inline std::string not_finite(const se_bf_inst *inst) {
     const char *name;
     const float *x;
     int32_t count;
-  } vectors[] = {
-      {"speech_prob", mcra->speech_prob, bins},
-      {"lambdaD", mcra->lambdaD, bins},
-      {"smoothed_pwr", mcra->smoothed_pwr, bins},
-      {"s_tmp", mcra->s_tmp, bins},
-      {"s_min", mcra->s_min, bins},
-      {"min_buf", mcra->min_buf->base, kCircularRows * bins},
-      {"gain", inst->omlsa->gain, bins},
-      {"eta2item", inst->omlsa->eta2item, bins},
-      {"bin_buf", inst->bin_buf, bins},
-      {"speech_weight", mvdr->speech_weight, bins},
-      {"noise_weight", mvdr->noise_weight, bins},
-      {"weights", &mvdr->weights->re, 2 * channels * bins},
-      {"steering", &mvdr->steering->re, 2 * channels * bins},
-      {"covariances", mvdr->blocks->speech_cov.first, kBlockFloats * mvdr_block_count(bins)},
-      {"frame", inst->frame, channels * inst->hop_len},
-      {"spectrum", inst->spectrum, channels * stft->fft_len},
-      {"history", stft->history, channels * stft->fft_len},
-      {"ola_tail", stft->ola_tail, stft->overlap},
-      {"out_store", inst->cache->out_store, inst->cache->out_fill}};
+  } vectors[] = {{"speech_prob", mcra->speech_prob, bins},
+                 {"lambdaD", mcra->lambdaD, bins},
+                 {"smoothed_pwr", mcra->smoothed_pwr, bins},
+                 {"s_tmp", mcra->s_tmp, bins},
+                 {"s_min", mcra->s_min, bins},
+                 {"min_buf", mcra->min_buf->base, kCircularRows * bins},
+                 {"gain", inst->omlsa->gain, bins},
+                 {"eta2item", inst->omlsa->eta2item, bins},
+                 {"bin_buf", inst->bin_buf, bins},
+                 {"speech_weight", mvdr->speech_weight, bins},
+                 {"noise_weight", mvdr->noise_weight, bins},
+                 {"weights", &mvdr->weights->re, 2 * channels * bins},
+                 {"steering", &mvdr->steering->re, 2 * channels * bins},
+                 {"covariances", reinterpret_cast<const float *>(mvdr->blocks),
+                  kBlockFloats * mvdr_block_count(bins)},
+                 {"frame", inst->frame, channels * inst->hop_len},
+                 {"spectrum", inst->spectrum, channels * stft->fft_len},
+                 {"history", stft->history, channels * stft->fft_len},
+                 {"ola_tail", stft->ola_tail, stft->overlap},
+                 {"out_store", inst->cache->out_store, inst->cache->out_fill}};
   for (const auto &[name, x, count] : vectors) {
-    const float *found = std::find_if(x, x + count, [](float v) { return !std::isfinite(v); });
-    if (found != x + count) {
-      return std::string(name) + " " + std::to_string(found - x);
+    if (!is_finite(x, count)) {
+      return name;
     }
   }
   return "";
