@@ -203,7 +203,7 @@ TEST(Levels, AreSumsInSinglePrecisionInTheOrderOfTheSamples) {
   }
 }
 
-TEST(Levels, FortyDecibelsApartCountAsAFault) {
+TEST(Levels, FortyDecibelsApartAndSilenceCountAsAFault) {
   constexpr int32_t kPairs = 320;
   const struct {
     double level[2];
@@ -219,6 +219,10 @@ TEST(Levels, FortyDecibelsApartCountAsAFault) {
     EXPECT_EQ(is_one_channel_brocken(0, words.data(), kPairs), c.fault)
         << c.level[0] << " and " << c.level[1];
     EXPECT_EQ(difference(words, expected), "") << c.level[0] << " and " << c.level[1];
+    // Levels decay by a tenth a call, and below 1e-10 are silence: 3200 times 0.9^296 is.
+    for (int32_t call = 1; c.fault == 0 && call < 300; ++call) {
+      EXPECT_EQ(is_one_channel_brocken(0, words.data(), 0), call < 296 ? 0 : 1) << call;
+    }
   }
 }
 
