@@ -78,6 +78,9 @@ TEST(Mcra, FollowsItsRecursionsAndResetsToTheFirstFrame) {
   powers[13][0] = 1e5f;  // in the warm-up nothing counts as speech, however loud
   mcra_state *state = mcra_init(kBins, 0);
   judge_estimate(state, powers);
+  for (float *past : {state->smoothed_pwr, state->s_min, state->s_tmp}) {
+    std::fill(past, past + kBins, NAN);
+  }
   mcra_reset(state);
   for (size_t k = 0; k < kBins; ++k) {
     EXPECT_EQ(mcra_get_speech_prob(state)[k], 0.0f) << k;
