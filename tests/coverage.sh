@@ -8,7 +8,7 @@ dir=${COVERAGE_DIR:-build/coverage}
 report=(--fail-under-line 98 --fail-under-branch 95 --print-summary)
 [[ "${1:-}" != --branches ]] || report=(--branches)
 
-cmake -S . -B "$dir" -G Ninja -DTM_SE_BF_BUILD_TOOLS=OFF -DTM_SE_BF_ENDURANCE_SECONDS=600 \
+cmake -S . -B "$dir" -G Ninja -DTM_SE_BF_BUILD_TOOLS=OFF \
   -DCMAKE_CXX_COMPILER=g++ -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-O0 --coverage" >/dev/null
 cmake --build "$dir" -- --quiet
 find "$dir" -name '*.gcda' -delete

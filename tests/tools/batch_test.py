@@ -2,15 +2,12 @@
 import os
 import pathlib
 import re
-import resource
 import signal
 import subprocess
-import time
+from resource import RLIMIT_NOFILE
 
 import program
-from program import ProgramCase
-
-RECORD = "se_bf-results.txt"
+from program import RECORD, ProgramCase, limited
 
 
 def tree(folder):
@@ -53,7 +50,7 @@ class Folders(BatchCase):
         pathlib.Path("in/old", RECORD).write_text("# se_bf results\n")
         results = ["a/1.wav", "b/1.flac.wav", "b/c/1.wav", "b/link.wav", "b/n.wav", "b/s.wav",
                    RECORD, "unknown.wav"]
-        said = self.expect(0, "", "enhance", "--quiet", "--out-dir", "in/o", "in/a").stderr
+        self.enhance("--out-dir", "in/o", "in/a")
         said = self.expect(0, "1 .log, 1 .txt (no sound", "enhance", "--out-dir", "o",
                            "in").stderr.decode()
         self.assertEqual(sorted(results), tree("o"))
@@ -61,7 +58,7 @@ class Folders(BatchCase):
             self.assertIn(part, said)
         self.assertEqual(5, said.count("\n"), f"a line for each reason: {said!r}")
         self.expect(1, "same folder", "enhance", "--out-dir", "in", "in")
-        self.expect(0, "", "enhance", "--quiet", "--out-dir", "p", "in/b/.hidden.wav", "in/old")
+        self.enhance("--out-dir", "p", "in/b/.hidden.wav", "in/old")
         self.assertEqual([".hidden.wav", "made.wav", RECORD], tree("p"), "named as IN")
 
     def test_one_name_has_one_maker(self):
@@ -83,11 +80,10 @@ class Folders(BatchCase):
         self.record("in/a/1.wav", "in/a/2.wav", "in/b/1.wav")
         os.chmod("in/a", 0o444)
         self.addCleanup(os.chmod, "in/a", 0o755)
-        root = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
         for places, results in (["in"], ["b/1.wav", RECORD]), (["in/a", "in/b"], [
                 "1.wav", "b/1.wav", RECORD]), (["in/a"], ["1.wav", "b/1.wav", RECORD]):
-            result = subprocess.run([*(root if os.geteuid() == 0 else []), program.TOOL, "enhance",
-                                     "--out-dir", "o", *places], capture_output=True, check=False)
+            result = subprocess.run([*program.without_rights(), program.TOOL, "enhance", "--out-dir",
+                                     "o", *places], capture_output=True, check=False)
             self.assertEqual((1, b"se_bf: cannot read in/a/1.wav: Permission denied; nor 1 more in "
                               b"this folder\n"), (result.returncode, result.stderr), places)
             self.assertEqual(results, tree("o"))
@@ -240,28 +236,23 @@ class Processes(BatchCase):
     def test_scarce_descriptors_make_it_wait(self):
         self.record(*(f"a/{n}.wav" for n in range(60)))
 
-        def limit(count):
-            return lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (count, count))
         self.assertEqual("60 enhanced, 0 skipped, 0 failed",
-                         self.batch(0, "", "a", "--jobs", 500, preexec_fn=limit(24))[1])
+                         self.batch(0, "", "a", "--jobs", 500, **limited(RLIMIT_NOFILE, 24))[1])
         if program.is_instrumented():  # needs descriptors itself
             return
         for count in 4, 6, 8:
             said = self.expect(1, "raise the limits (ulimit -n", "enhance", "--overwrite", "--out-dir",
-                               "o", "a", preexec_fn=limit(count))
+                               "o", "a", **limited(RLIMIT_NOFILE, count))
             self.assertEqual(1, said.stderr.count(b"\n"), f"lines with {count} descriptors")
             self.assertIn(b"\n0 enhanced, 0 skipped, 1 failed, 59 not enhanced\n", said.stdout)
 
     def start_long_batch(self, *words):
         """A batch that has begun with 2.au, hours of silence."""
-        for name in "2.au", "3.au":
-            pathlib.Path(name).write_bytes(b".snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x3e\x80"
-                                           b"\0\0\0\1")
-            os.truncate(name, 1 << 30)
+        program.write_long_au("2.au")
+        program.write_long_au("3.au")
         run = subprocess.Popen([program.TOOL, "enhance", "--jobs", "1", "--out-dir", "o", *words,
                                 "2.au", "3.au"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        while not [name for name in tree("o") if name.startswith(".") and name.endswith("au")]:
-            time.sleep(0.01)
+        program.wait_for(lambda: [name for name in tree("o") if re.fullmatch(r"\..*au", name)])
         return run
 
     def test_no_worker_outlives_its_batch(self):
@@ -272,15 +263,15 @@ class Processes(BatchCase):
 
     def test_an_interrupted_batch_says_so(self):
         self.record("1.wav")
-        run = self.start_long_batch("1.wav")
-        run.send_signal(signal.SIGINT)
-        table = run.communicate()[0].decode().splitlines()
-        self.assertEqual(-signal.SIGINT, run.returncode)
-        self.assertEqual(["2.au interrupted", "3.au not enhanced"],
-                         [" ".join(row.split()) for row in table[2:4]])
-        self.assertEqual("1 enhanced, 0 skipped, 0 failed, 1 interrupted, 1 not enhanced", table[4])
-        self.assertEqual(["1.wav", RECORD], tree("o"), "nothing is left of it")
+        for number in signal.SIGINT, signal.SIGTERM:
+            run = self.start_long_batch("--overwrite", "1.wav")
+            run.send_signal(number)
+            table = run.communicate()[0].decode().splitlines()
+            self.assertEqual(-number, run.returncode)
+            self.assertEqual(["2.au interrupted", "3.au not enhanced"],
+                             [" ".join(row.split()) for row in table[2:4]])
+            self.assertEqual("1 enhanced, 0 skipped, 0 failed, 1 interrupted, 1 not enhanced", table[4])
+            self.assertEqual(["1.wav", RECORD], tree("o"), "nothing is left of it")
 
 
-if __name__ == "__main__":
-    program.main()
+program.main()

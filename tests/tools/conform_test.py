@@ -1,6 +1,5 @@
 """`se_bf conform` judges the library that is loaded, by its samples and not by its word."""
 import os
-import subprocess
 import unittest
 
 import program
@@ -35,18 +34,15 @@ int32_t se_bf_conformance_test(const char *type, int32_t hop) {
 EQUAL = "similarity=1.000000, pwr_sim=1.000000"
 
 
-@unittest.skipUnless(b"libtm_se_bf.so" in open(program.sys.argv[1], "rb").read(),
+@unittest.skipUnless(b"libtm_se_bf.so" in open(program.TOOL, "rb").read(),
                      "the library is a part of the program")
 class Conform(program.ProgramCase):
     def judge(self, status, text, says=EQUAL, **changes):
         """Expects this of the stand-in."""
-        library = self.work / "stand_in.so"
-        if not library.exists():
-            subprocess.run([os.environ.get("CC", "cc"), "-shared", "-fPIC", "-w", "-x", "c", "-",
-                            "-o", library], input=STAND_IN.encode(), check=True)
-        env = {**os.environ, "LD_PRELOAD": str(library), "SAYS": says, "DIVISOR": "1",
-               "ALTERED": "-1", "GIVES": "2560", **{name: str(changes[name]) for name in changes},
-               "PLAYS": str(program.TOP / "src/conformance/pcm_bf_mvdr.s16")}
+        env = {**os.environ, "SAYS": says, "DIVISOR": "1", "ALTERED": "-1", "GIVES": "2560",
+               "PLAYS": str(program.TOP / "src/conformance/pcm_bf_mvdr.s16"),
+               **program.compile_library("stand_in.so", STAND_IN),
+               **{name: str(changes[name]) for name in changes}}
         return self.expect(status, text, "conform", env=env)
 
     def test_conforms_when_every_sample_is_equal(self):

@@ -2,12 +2,12 @@
 import os
 import pathlib
 import pty
-import resource
 import signal
 import subprocess
 import sys
 import time
 import wave
+from resource import RLIMIT_FSIZE
 
 import matplotlib.image
 import numpy as np
@@ -114,7 +114,6 @@ class Plot(program.ProgramCase):
         self.fails("holds no sound", "none.wav")
 
     def test_failures_are_one_line(self):
-        program.write_wav("in.wav", program.recording())
         pathlib.Path("text.wav").write_text("no sound at all")
         self.fails("cannot write no/x.png: No such file", "in.wav", "no/x.png")
         self.fails("cannot read text.wav", "text.wav")
@@ -129,8 +128,7 @@ class Plot(program.ProgramCase):
         script = [str(program.TOP / "tools/plot/spectrograms.py"), "in.wav", "--output=old.png"]
         files = sorted(os.listdir())
         result = subprocess.run([sys.executable, *script], capture_output=True, check=False,
-                                restore_signals=False, preexec_fn=lambda: resource.setrlimit(
-                                    resource.RLIMIT_FSIZE, (4096, 4096)))
+                                restore_signals=False, **program.limited(RLIMIT_FSIZE, 4096))
         self.assertIn(b"cannot write old.png: File too large", result.stderr)
         self.assertEqual(("as it was", files),
                          (pathlib.Path("old.png").read_text(), sorted(os.listdir())))
@@ -138,8 +136,7 @@ class Plot(program.ProgramCase):
                    env={**self.env, "TMPDIR": str(self.work / "in.wav")})
         # A limit stands for a disk that is full: sixty thousand bytes, and two files of 64000.
         self.fails("free some space there, or name another directory in TMPDIR", "in.wav",
-                   restore_signals=False,
-                   preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (60000, 60000)))
+                   restore_signals=False, **program.limited(RLIMIT_FSIZE, 60000))
         for missing in "numpy", "matplotlib":
             os.makedirs(f"lacking/{missing}")
             pathlib.Path(f"lacking/{missing}/__init__.py").write_text("import not_installed")

@@ -1,22 +1,25 @@
 """What the tests of the program share: a directory of their own, the program, recordings, and
 checks that say what they expected and what they got.
 
-A test file ends with program.main() and is run as FILE_test.py SE_BF [CASE...].
+A test file ends with program.main() and is run as FILE_test.py SE_BF [CLASS.CASE...].
 """
 import os
 import pathlib
+import resource
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
+import wave
 
 import numpy as np
-from scipy.io import wavfile
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
-TOOL = ""  # path of the program, from the command line
+TOOL = os.path.abspath(sys.argv.pop(1))
 LIMIT_S = 60  # a command that takes longer hangs
+RECORD = "se_bf-results.txt"
 
 
 def is_instrumented():
@@ -24,13 +27,27 @@ def is_instrumented():
     return b"__asan_init" in pathlib.Path(TOOL).read_bytes()
 
 
+def stored(name):
+    """Samples that are stored with the library, 16-bit."""
+    return np.fromfile(TOP / f"src/conformance/pcm_{name}.s16", "<i2")
+
+
 def recording():
     """The stored recording: samples of two microphones at 16 kHz, frames x 2, 16-bit."""
-    return np.fromfile(TOP / "src/conformance/pcm_in_multi.s16", "<i2").reshape(-1, 2)
+    return stored("in_multi").reshape(-1, 2)
 
 
 def write_wav(path, samples, rate_hz=16000):
-    wavfile.write(path, rate_hz, samples)
+    """samples: frames x channels or frames, 16-bit."""
+    with wave.open(path, "wb") as file:
+        file.setparams(((*samples.shape, 1)[1], 2, rate_hz, 0, "NONE", None))
+        file.writeframes(samples.astype("<i2").tobytes())
+
+
+def write_long_au(path, size=1 << 30):
+    """Hours of silence at 16 kHz, mono, of unknown length: a file without contents."""
+    pathlib.Path(path).write_bytes(b".snd\0\0\0\x18\xff\xff\xff\xff\0\0\0\3\0\0\x3e\x80\0\0\0\1")
+    os.truncate(path, 24 + size)
 
 
 def mpeg_frame(index, kilobits):
@@ -39,12 +56,38 @@ def mpeg_frame(index, kilobits):
 
 
 def read_wav(path):
-    """Samples of a WAV file as they are stored."""
-    return wavfile.read(path)[1]
+    """Samples of a mono WAV file of 16 bits."""
+    with wave.open(path) as file:
+        return np.frombuffer(file.readframes(file.getnframes()), "<i2")
+
+
+def compile_library(path, source):
+    """A shared library of C source, to be loaded before others."""
+    subprocess.run([os.environ.get("CC", "cc"), "-shared", "-fPIC", "-w", "-x", "c", "-", "-o", path],
+                   input=source.encode(), check=True)
+    return {"LD_PRELOAD": os.path.abspath(path)}
+
+
+def without_rights():
+    """Words before a command: rights of files bind root, too."""
+    root = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
+    return root if os.geteuid() == 0 else []
+
+
+def limited(what, count):
+    """Settings of a run with a limit, as of resource.setrlimit; one of file sizes acts as a full disk."""
+    return {"preexec_fn": lambda: resource.setrlimit(what, (count, count))}
+
+
+def wait_for(condition):
+    """What the condition gives as soon as it gives something."""
+    while not (found := condition()):
+        time.sleep(0.01)
+    return found
 
 
 class ProgramCase(unittest.TestCase):
-    """A test in an empty working directory, which is removed afterwards."""
+    """A test in a working directory with the recording, in.wav, which is removed afterwards."""
     maxDiff = None
 
     def setUp(self):
@@ -52,6 +95,7 @@ class ProgramCase(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.work, ignore_errors=True)
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(self.work)
+        write_wav("in.wav", recording())
 
     def run_tool(self, *words, **settings):
         """Runs the program to its end; standard output and error are bytes of the result."""
@@ -75,7 +119,10 @@ class ProgramCase(unittest.TestCase):
         return result
 
 
+    def enhance(self, *words, status=0, told="", **settings):
+        """Enhances without a table; returns what went to standard output."""
+        return self.expect(status, told, "enhance", "--quiet", *words, **settings).stdout
+
+
 def main():
-    global TOOL
-    TOOL = os.path.abspath(sys.argv.pop(1))
     unittest.main(verbosity=2)

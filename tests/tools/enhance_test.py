@@ -1,0 +1,143 @@
+"""What enhancing makes of a recording, what it says, of mistakes too, and shows on terminals."""
+import fcntl
+import os
+import pathlib
+import pty
+import re
+import struct
+import subprocess
+import termios
+import wave
+
+import numpy as np
+
+import program
+from program import ProgramCase, recording
+
+
+def click(rate_hz):
+    """Three channels of noise, a little more than a second, with a click after a third of one."""
+    sound = np.random.default_rng(1).integers(-20, 20, (rate_hz + 77, 3))
+    sound[rate_hz // 3] = 30000
+    return sound
+
+
+class Sound(ProgramCase):
+    def test_the_beamformer_gives_the_stored_reference(self):
+        """The reference is the aligned output from sample 64 on."""
+        got = self.expect(0, "mode mvdr, hop 192", "enhance", "--raw-channels", 2, "--hop", 192,
+                          "--plain", "-", "-", input=recording().tobytes()).stdout
+        np.testing.assert_array_equal(np.frombuffer(got, "<i2")[64:][:31616],
+                                      program.stored("bf_mvdr")[:31616])
+        self.enhance("--hop", 192, "in.wav", "out.wav")
+        self.assertEqual(got, pathlib.Path("out.wav").read_bytes()[44:])
+
+    def test_rate_length_and_time_stay(self):
+        for rate_hz in 8000, 44100, 48000:
+            program.write_wav("in.wav", click(rate_hz), rate_hz)
+            self.enhance("--channels", "2,0", "--mode", "mean", "--hop", 160, "in.wav", "out.wav")
+            sound = program.read_wav("out.wav")
+            with wave.open("out.wav") as stored:
+                self.assertEqual((rate_hz, rate_hz + 77, rate_hz // 3),
+                                 (stored.getframerate(), len(sound), sound.argmax()))
+
+    def test_mono_copies_one_channel(self):
+        sound = recording()[:20001, 0]
+        program.write_wav("in.wav", sound)
+        self.expect(0, "mode mono", "enhance", "--mode", "mono", "in.wav", "out.wav")
+        self.enhance("--mode", "mono", "in.wav", "copy.wav")
+        np.testing.assert_array_equal(program.read_wav("copy.wav"), sound)
+        self.enhance("--mode", "mono", "--gain", "-60", "in.wav", "low.wav")
+        np.testing.assert_allclose(program.read_wav("low.wav"), sound / 1000.0, atol=0.51)
+        table = self.expect(0, "", "enhance", "--mode", "mono", "--out-dir", "new", "in.wav").stdout
+        self.assertIn(b" mono ", table)
+        np.testing.assert_array_equal(program.read_wav("new/in.wav"), sound)
+        program.write_wav("48.wav", np.repeat(sound, 3), 48000)
+        self.enhance("--mode", "mono", "48.wav", "48out.wav")
+        self.assertEqual(3 * len(sound), len(program.read_wav("48out.wav")))
+        self.expect(0, "needs two channels", "enhance", "--mode", "mean", "in.wav", "omlsa.wav")
+
+
+class Messages(ProgramCase):
+    def one_line(self, status, text, *words, **settings):
+        said = self.expect(status, text, *words, **settings).stderr.decode()
+        self.assertRegex(said, r"\Ase_bf: .*\n\Z", f"one line of {words}")
+
+    def test_mistakes_leave_nothing(self):
+        program.write_wav("8000.wav", click(8000), 8000)
+        os.symlink("/dev/full", "full.wav")
+        before = sorted(os.listdir())
+        lone = "--mic-distance needs --doa"
+        for status, text, words in [
+                (1, "same file", "enhance in.wav in.wav"),
+                (1, "no channel 3", "enhance 8000.wav out.wav --channels 3"),
+                (1, "No space", "enhance in.wav full.wav"),
+                (1, "would replace it", "enhance --out-dir . in.wav"),
+                (2, lone, "enhance --mic-distance 0.1 in.wav x.wav"),
+                (2, lone, "enhance --mic-distance 0.1 --out-dir new in.wav"),
+                (2, lone, "plot --mic-distance 0.1 in.wav"),
+                (1, "no verdict", "conform bf_omlsa")]:
+            self.one_line(status, text, *words.split())
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.one_line(1, "closed the pipe", "enhance", "in.wav", "-", capture_output=False,
+                      stdout=writer, stderr=subprocess.PIPE)
+        os.close(writer)
+        self.assertEqual(before, sorted(os.listdir()))
+
+    def test_what_a_recording_lacks_is_told(self):
+        long = np.tile(recording(), (6, 1))
+        program.write_wav("equal.wav", long[:, [0, 0]])
+        program.write_wav("none.wav", long[:0], 44100)
+        for text, words in [("holds no sound", "none.wav x.flac"),
+                            ("identical from 0.00 s", "equal.wav x.wav"),
+                            ("no effect in mode mean",
+                             "--mode mean --mic-distance 0.1 --doa 90 in.wav x.wav")]:
+            self.one_line(0, text, "enhance", "--quiet", *words.split())
+        self.one_line(0, "within a frame", "enhance", "--quiet", "--raw-channels", 1, "-", "x.wav",
+                      input=bytes(321))
+        long[48000:96000, 0] = 0
+        program.write_wav("dies.wav", long)
+        told = self.expect(0, "e 0 is silent or 40 dB weaker from 3.00 s", "enhance", "--quiet",
+                           "dies.wav", "x.wav").stderr
+        self.assertIn(b"resumed at ", told)
+
+
+class Terminal(ProgramCase):
+    def drawn(self, width):
+        """What is drawn on a terminal of this width while a recording is enhanced."""
+        ours, theirs = pty.openpty()
+        fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 24, width, 0, 0))
+        with subprocess.Popen([program.TOOL, "enhance", "in.wav", "out.wav"], stderr=theirs,
+                              stdin=subprocess.DEVNULL) as running:
+            os.close(theirs)
+            text = b""
+            try:
+                while piece := os.read(ours, 4096):
+                    text += piece
+            except OSError:  # the program has ended
+                pass
+        os.close(ours)
+        self.assertEqual(0, running.returncode, text)
+        return re.findall(r"\r\x1b\[K([^\r\n]+)", text.decode())[:-1]
+
+    def test_the_bar_fits_the_line(self):
+        for width, shape in [(0, r"\[.{40}\] \d+ %"), (80, r"\[.{40}\] \d+ %"),
+                             (30, r"\[.{21}\] \d+ %"), (13, r"\[.{4}\] \d+ %"), (12, r"\d+ %"),
+                             (5, r"\d+ %"), (2, r"\d")]:
+            lines = self.drawn(width)
+            self.assertTrue(lines, f"a bar is expected in {width} columns")
+            for line in lines:
+                self.assertRegex(line, f"^{shape}$", f"drawn in {width} columns")
+        self.assertEqual([], self.drawn(1), "one column has no room")
+
+    def test_help_and_version_that_cannot_be_written_fail(self):
+        with open("/dev/full", "wb") as full:
+            for words in [["--version"], ["--help"], ["enhance", "--help"], ["plot", "--help"],
+                          ["conform", "--help"]]:
+                result = self.expect(1, "No space left", *words, capture_output=False, stdout=full,
+                                     stderr=subprocess.PIPE)
+                self.assertEqual(1, result.stderr.count(b"\n"), f"lines of {words}")
+
+
+program.main()
