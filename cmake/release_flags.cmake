@@ -2,22 +2,22 @@
 #
 # Each flag has a reason and, below it, what it saves: how many more instructions per frame modes 6000, 6001
 # and 6002 need without it, and how many more bytes .text has; first without AVX2, then with it. In all there
-# are 26957, 30459, 47862; 29888 bytes | 9436, 11117, 17387; 49059 bytes. To measure one, leave it out, run
+# are 27389, 30888, 49287; 30568 bytes | 9714, 11393, 18140; 49811 bytes. To measure one, leave it out, run
 # check_counts in bench/ with a build directory DIR, and size -A DIR/baseline/libtm_se_bf.so. The figures
 # are those of gcc 12.2.
 
 # -fno-math-errno: a square root is one instruction, without a call that may set errno.
-#   0, 3410, 991; 281 bytes | 0, 3223, 1026; 512 bytes
+#   0, 3410, 1048; 345 bytes | 0, 3223, 1087; 816 bytes
 # -fno-trapping-math: both sides of a selection may be computed, so that loops over bins become vectors.
-#   -2, -4, 2760; -153 bytes | 0, -2, 2947; -288 bytes
+#   0, -2, 2810; -203 bytes | 0, -2, 3033; -240 bytes
 # -ffunction-sections, -fdata-sections: the linker leaves out what no public function reaches.
-#   0, 0, 0; 3950 bytes | 0, 0, 0; 3968 bytes
+#   0, 0, 0; 3805 bytes | 0, 0, 0; 3808 bytes
 target_compile_options(tm_se_bf_objects PRIVATE -fno-math-errno -fno-trapping-math
                        -ffunction-sections -fdata-sections)
 
 # Release builds compile every source for speed but these, which do little or nothing per frame.
 # -Os: small code.
-#   7, 7, 5; 2894 bytes | 7, 7, 5; 2896 bytes
+#   4, 4, 7; 2912 bytes | 4, 4, 7; 2912 bytes
 set(compiled_small
   src/support/tamrin_memory.cpp
   src/support/se_time.cpp
@@ -28,6 +28,7 @@ set(compiled_small
   src/spatial/array_util.cpp
   src/interface/stream_check.cpp
   src/interface/se_bf_instance.cpp
+  src/interface/multi_channels_enhance.cpp
   src/conformance/se_bf_conform.cpp)
 # Where there are vector kernels, the scalar transform only serves lengths that no stream has, and its
 # wrapper calls the kernel.
@@ -38,21 +39,21 @@ endif()
 set(small -Os)
 
 # -ftree-vectorize: gcc 11 does not vectorise at -O2, and gcc 12 only loops of known length.
-#   7155, 14907, 13624; -1935 bytes | 8051, 15977, 14840; -4032 bytes
+#   7294, 15047, 14376; -1981 bytes | 8169, 16096, 16508; -4272 bytes
 set(fast -O2 -ftree-vectorize)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   list(APPEND fast
     # Constants that are known to a function's callers would turn a minimum into four operations.
-    #   437, 437, 417; -118 bytes | -36, -36, -54; -432 bytes
+    #   435, 435, 414; 21 bytes | -36, -36, -55; -128 bytes
     -fno-ipa-cp
     # Selections would become branches, which the vectoriser then rebuilds from masks.
-    #   -17, -19, 1314; -9 bytes | -35, -36, -100; -80 bytes
+    #   -15, -16, 1386; -127 bytes | -20, -21, -74; 144 bytes
     -fno-thread-jumps
     # Vector code for the rest of a loop: no length that occurs leaves one.
-    #   8, 30, 26; 1352 bytes | 3, 44, 37; 3072 bytes
+    #   13, 35, 31; 1356 bytes | 4, 45, 42; 3200 bytes
     --param=vect-epilogues-nomask=0
     # Padding in front of functions, loops and jump targets.
-    #   27, 36, 47; 1176 bytes | 18, 26, 36; 1936 bytes
+    #   29, 39, 50; 1014 bytes | 20, 28, 36; 1744 bytes
     -fno-align-functions -fno-align-loops -fno-align-jumps)
 endif()
 

@@ -15,10 +15,10 @@
 //                         multiplier is unsigned
 //   mul_high_round        high word of x c, rounded to nearest; c is not negative
 //   mul_high_round_negated  the same of -x c
-//   transpose             of 4 x 4 integers, four vectors of four; eight lanes hold two such
-//   squares store_zipped          x[0], y[0], x[1], y[1], ... load_complex          2 kWidth floats
-//   times a scale, truncated to integers; even ones are real,
-//                         odd ones imaginary parts; not-a-number becomes 0
+//   transpose             of 4 x 4 integers, four vectors of four; eight lanes hold two squares
+//   store_zipped          x[0], y[0], x[1], y[1], ...
+//   load_complex          2 kWidth floats times a scale, truncated to integers: even ones are real
+//                         parts, odd ones imaginary parts; not-a-number becomes 0
 //   interleave            re[0], im[0], re[1], im[1], ... as floats times a gain
 //   load_floats, store_floats, multiply
 //   no_peak               zeros, to begin with
