@@ -6,7 +6,7 @@
 
 #include "interface/se_bf_instance.h"
 #include "recording.h"
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 #include "transform_pair.h"
 
 namespace {

@@ -241,7 +241,7 @@ def section_size(library, section):
 
 def variable_size(library, names):
     """Bytes of variables, added up."""
-    sizes = re.findall(rf"^\S+ (\S+) \S \S*[0-9](?:{names})E?$", run("nm", "-S", library).stdout,
+    sizes = re.findall(rf"^\S+ (\S+) \S (?:\S*[0-9])?(?:{names})E?$", run("nm", "-S", library).stdout,
                        re.MULTILINE)
     if not sizes:
         raise Failed(f"{library.name} has no variable {names}")

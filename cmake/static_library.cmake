@@ -21,6 +21,6 @@ add_custom_command(
 
 add_library(tm_se_bf STATIC ${joined})
 set_source_files_properties(${joined} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
-# Objects for optimisation at link time have no names yet that could be made local.
+# With link-time optimisation the objects have no names yet that could be made local.
 target_compile_options(tm_se_bf_objects PRIVATE -fno-lto)
 target_link_libraries(tm_se_bf INTERFACE m)

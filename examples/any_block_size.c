@@ -3,9 +3,9 @@
  * any_block_size IN OUT FRAMES: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out, handled
  * in blocks of FRAMES samples per channel.
  *
- * The FIFO holds one block of the library in each direction: while the input fills up, the output
- * of the block before is given back. Every call returns as many samples as it takes, and the sound
- * is 320 samples later than the library gives it. */
+ * The FIFO holds one block of the library in each direction: while the input block fills up, the
+ * output of the previous block is returned. Every call returns as many samples as it takes, 320
+ * samples later than the library alone. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,7 +15,7 @@ enum { BLOCK = 320, CHANNELS = 2, MAX_FRAMES = 65536 };
 
 typedef struct fifo {
   se_bf_inst *inst;
-  size_t fill; /* samples per channel in `in`, and samples given back of `out` */
+  size_t fill; /* samples per channel in `in`, and samples returned from `out` */
   int16_t in[CHANNELS * BLOCK];
   int16_t out[BLOCK];
 } fifo;
@@ -25,7 +25,7 @@ static int fail(const char *what) {
   return EXIT_FAILURE;
 }
 
-/* The audio callback: takes `frames` samples per channel and gives `frames` samples. */
+/* The audio callback: takes `frames` samples per channel and returns `frames` samples. */
 static void process(fifo *f, const int16_t *in, int16_t *out, size_t frames) {
   for (size_t n = 0; n < frames; ++n) {
     f->in[CHANNELS * f->fill] = in[CHANNELS * n];

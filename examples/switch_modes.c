@@ -3,10 +3,10 @@
  *
  * switch_modes IN OUT: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out.
  *
- * The instance is initialised in SE_BF_MODE_MVDR. Initialised in one of the modes of one channel it
- * would analyse that channel only, and could not beamform later. A change takes effect with the
- * next call; between the delayed modes and SE_BF_MODE_MONO, which has no delay, the sound jumps by
- * the signal delay. */
+ * The instance is initialised in SE_BF_MODE_MVDR: after SE_BF_MODE_MEAN or SE_BF_MODE_OMLSA it
+ * would analyse one channel only and could not beamform later. A change takes effect with the next
+ * call. SE_BF_MODE_MONO has no delay, so that the sound jumps by the signal delay when a change
+ * leads to it or from it. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

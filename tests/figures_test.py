@@ -92,7 +92,7 @@ QUOTES = [
      ["pair.fftw.512", "pair.kiss.256"]),
     ("docs/performance.md", "6002 takes, of # instructions", ["instructions.avx2.6002"]),
     ("docs/performance.md", "three transforms with their windows | # |", ["transforms.avx2.6002"]),
-    ("docs/performance.md", "some # instructions; they are kept packed", ["800"]),  # estimated
+    ("docs/performance.md", "some # instructions; spectra stay packed", ["800"]),  # estimated
     ("docs/performance.md", "costs what 6001 does, #.", ["silence.6000"]),
     ("docs/performance.md", "take # kB as vector code, the scalar transform for the seven other "
      "lengths # kB, the rest of the library # kB",

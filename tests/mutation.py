@@ -58,7 +58,7 @@ def draw(seed):
     """A mutant (file, line, old text, new text) of every line, in random order."""
     rng = random.Random(seed)
     mutants = []
-    for path in sorted(p for f in FOLDERS for p in (ROOT / "src" / f).iterdir()):
+    for path in sorted(p for f in FOLDERS for p in (ROOT / "src" / f).rglob("*.*")):
         for i, old in enumerate(path.read_text().splitlines()):
             mutants += [(path.relative_to(ROOT), i, old, rng.choice(v)) for v in [variants(old)] if v]
     rng.shuffle(mutants)

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <valarray>
 #include <vector>
 
@@ -59,6 +60,17 @@ inline int32_t talk(talker *voice, int32_t n) {
 
 inline int16_t saturate(int32_t x) {
   return static_cast<int16_t>(x > kFull ? kFull : x < -kFull - 1 ? -kFull - 1 : x);
+}
+
+// The first word that is not the expected one, or nothing.
+inline std::string difference(const pcm &x, const pcm &expected) {
+  if (x.size() != expected.size()) {
+    return std::to_string(x.size()) + " words, not " + std::to_string(expected.size());
+  }
+  const auto [word, wanted] = std::mismatch(x.begin(), x.end(), expected.begin());
+  return word == x.end() ? ""
+                         : "word " + std::to_string(word - x.begin()) + " is " +
+                               std::to_string(*word) + ", not " + std::to_string(*wanted);
 }
 
 constexpr uint64_t kEmptyHash = 14695981039346656037u;

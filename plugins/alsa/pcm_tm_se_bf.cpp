@@ -1,7 +1,7 @@
 // ALSA PCM plug-in tm_se_bf: an external filter that records enhanced sound from two microphones.
 //
-// Capture only. The slave gives two channels, a client gets one, both 16-bit and at 16 kHz. What a
-// client gets is to the bit what the library gives, PLUGIN_LATENCY samples late.
+// Capture only. The slave provides two channels, and a client gets one, both with 16 bits at 16
+// kHz. The client's samples equal the library's to the bit, PLUGIN_LATENCY samples later.
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
 #include <errno.h>
@@ -52,7 +52,7 @@ static void transfer_piece(alsa_filter *filter, const snd_pcm_channel_area_t *to
   }
 }
 
-// Takes all that is offered: some slaves, such as files, do not offer a remainder again.
+// Takes everything that is offered: some slaves, such as files, do not offer a remainder again.
 static snd_pcm_sframes_t transfer(snd_pcm_extplug_t *ext, const snd_pcm_channel_area_t *to,
                                   snd_pcm_uframes_t to_offset, const snd_pcm_channel_area_t *from,
                                   snd_pcm_uframes_t from_offset, snd_pcm_uframes_t size) {
@@ -76,7 +76,7 @@ static int set_hw_params(snd_pcm_extplug_t *ext, snd_pcm_hw_params_t *) {
   return -EINVAL;
 }
 
-// Called before each recording: the processing starts anew.
+// Called before each recording: the processing starts again.
 static int start(snd_pcm_extplug_t *ext) {
   alsa_filter *filter = static_cast<alsa_filter *>(ext->private_data);
   plugin_stream_close(&filter->stream);

@@ -28,7 +28,7 @@ void plugin_stream_open(plugin_stream *stream, const plugin_scene *scene) {
   config.plain = scene->plain;
   if (directed != (scene->mic_distance > 0.0f)) {
     tell_once(&g_direction_told,
-              "tm_se_bf: no direction is preferred; that takes both the spacing of the microphones "
+              "tm_se_bf: no direction is preferred; this needs both the spacing of the microphones "
               "and the direction of the talker, -180 to 180 degrees\n");
   }
   stream->enhancer = host_create(&config);

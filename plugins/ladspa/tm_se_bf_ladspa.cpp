@@ -1,8 +1,8 @@
 // LADSPA plug-in tm_se_bf: speech enhancement with two microphones for any LADSPA host.
 //
 // A stream is opened in activate, since hosts instantiate plug-ins that they never run. Controls
-// may change at any time; a new value starts the processing anew, which allocates memory and leaves
-// PLUGIN_LATENCY samples of silence.
+// may change at any time; after a new value processing starts again, which allocates memory and
+// returns PLUGIN_LATENCY samples of silence.
 #include <ladspa.h>
 #include <math.h>
 #include <stdio.h>
@@ -36,7 +36,7 @@ struct ladspa_instance {
   plugin_stream stream;
 };
 
-// The value of a control within its range; `standard` when it is not connected or no number.
+// The value of a control, limited to its range; `standard` if it is not connected or not a number.
 static float control(const ladspa_instance *instance, int port, float low, float high,
                      float standard) {
   const LADSPA_Data *value = instance->ports[port];
@@ -113,7 +113,7 @@ static void run(LADSPA_Handle handle, unsigned long frames) {
   }
 }
 
-// A host that was refused an instance may still come to release it.
+// A host that got no instance may still release it.
 static void deactivate(LADSPA_Handle handle) {
   if (handle != nullptr) {
     plugin_stream_close(&static_cast<ladspa_instance *>(handle)->stream);
@@ -150,7 +150,7 @@ static const LADSPA_PortRangeHint HINTS[PORT_COUNT] = {
     {BOUNDED | LADSPA_HINT_DEFAULT_0, 0.0f, MAX_SPACING_M},
     {BOUNDED | LADSPA_HINT_DEFAULT_MINIMUM, PLUGIN_NO_ANGLE, PLUGIN_MAX_ANGLE},
     {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f,
-     0.0f}};  // SoX asks for a default of outputs, too
+     0.0f}};  // SoX asks for the default of an output as well
 
 static const LADSPA_Descriptor DESCRIPTOR = {UNIQUE_ID,
                                              "tm_se_bf",

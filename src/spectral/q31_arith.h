@@ -11,8 +11,7 @@
 
 #include <cstdint>
 
-// One half of the kept word's last place: rounds a 64-bit product to its high word.
-constexpr int64_t kQ31RoundHalf = int64_t{1} << 31;
+#include "spectral/q31_format.h"
 
 #if defined(TM_SE_BF_CHECK_Q31)
 

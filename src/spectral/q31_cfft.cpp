@@ -10,13 +10,6 @@
 
 namespace {
 
-// Headroom taken on the way into the first radix-4 stage, and by each later one, in bits. A radix-4
-// stage grows by two bits; the first takes the last stage's share as well, which then needs no
-// shift.
-constexpr int kFirstStageShift = 4;
-constexpr int kMiddleStageShift = 2;
-constexpr int kRadix2Shift = 2;
-
 // Interleaved complex data seen as two word streams with a step of two.
 struct q31_view {
   int32_t *re;

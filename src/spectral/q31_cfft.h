@@ -10,6 +10,13 @@
 
 #include <cstdint>
 
+// Headroom taken on the way into the first radix-4 stage, and by each later one, in bits. A radix-4
+// stage grows by two bits; the first takes the last stage's share as well, which then needs no
+// shift. The radix-2 stage takes its own share and that of the doubling at the end.
+constexpr int kFirstStageShift = 4;
+constexpr int kMiddleStageShift = 2;
+constexpr int kRadix2Shift = 2;
+
 // One transform length: constant data, shared by all users.
 struct cfft_q31_instance {
   uint16_t fftLen;               // complex points L

@@ -81,7 +81,7 @@ void process(fuzz_world *world, se_bf_inst **handle) {
     const int32_t done = se_bf_do(inst, out.get(), in.get());
     assert(done == asked);
     const bool runs = alive && inst->stream_state == SE_BF_STREAM_READY && asked > 0;
-    assert(!runs || inst->mode == SE_BF_MODE_MONO || state_is_finite(inst));
+    assert(!runs || inst->mode == SE_BF_MODE_MONO || not_finite(inst).empty());
     const bool silent = alive && !runs && inst->mode != SE_BF_MODE_MONO;
     assert(!silent || inst->hop_len == kLossyHop ||
            std::count(out.get(), out.get() + samples, 0) == samples);

@@ -36,7 +36,7 @@ except ModuleNotFoundError as missing:
     sys.exit(f"{missing}; install the packages python3-numpy python3-matplotlib")
 except ImportError as error:
     sys.exit(f"Python cannot load what it draws with ({str(error).strip().splitlines()[-1]}); free "
-             "some memory, or install the packages python3-numpy python3-matplotlib anew")
+             "some memory, or install the packages python3-numpy python3-matplotlib again")
 
 WINDOW_S = 0.032
 STEP_S = 0.008
@@ -66,7 +66,7 @@ def loudest_levels(sound, columns, report=lambda samples: None):
     """Spectrogram with a Hann window in at most so many columns, each the maximum of its moments.
 
     Returns the levels in dB (full-scale sine: 0), columns x frequencies, and the edges of the
-    picture: first and last in s, lowest and highest in Hz. `report` is told of samples done.
+    picture: first and last in s, lowest and highest in Hz. `report` is called with the samples done.
     """
     window = max(16, int(WINDOW_S * sound.rate_hz))
     step = max(1, int(STEP_S * sound.rate_hz))
@@ -107,7 +107,7 @@ def parse_arguments():
 
 
 def progress_report(sounds):
-    """Function that is told of samples read and prints the share of all of them."""
+    """Function that takes the number of samples read and prints their share of all samples."""
     total = max(1, sum(sound.frames for column in sounds for sound in column))
     done = 0
 

@@ -25,58 +25,61 @@ static const char *const FORMAT_NAMES = "wav, flac, ogg, opus, aiff, au, caf, w6
 
 static const char *const ENHANCE_HELP =
     "Enhance speech recorded with one or two microphones.\n"
-    "IN and OUT are sound files (OUT: the extension names the format; rates other than 16 kHz are\n"
-    "converted). - is standard input or output: a sound file as IN, WAV as it comes; as OUT raw\n"
-    "signed 16-bit little-endian PCM at 16 kHz, or what --format says:\n"
+    "IN and OUT are sound files. The extension of OUT names its format. Rates other than 16 kHz "
+    "are\n"
+    "converted and converted back. - is standard input or output: as IN a sound file, of which "
+    "WAV\n"
+    "is enhanced as it arrives; as OUT raw signed 16-bit little-endian PCM at 16 kHz, or the "
+    "format\n"
+    "that --format names:\n"
     "  arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay\n"
-    "With --raw-channels, IN - is raw PCM, too.\n"
+    "With --raw-channels, IN - is raw PCM as well.\n"
     "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
-    "With --out-dir DIR every IN is a sound file or a directory, which is searched with all that\n"
-    "is in it; results keep its tree and the names in DIR (n.mp3 and others that cannot be "
-    "written\n"
-    "become n.wav). DIR/se_bf-results.txt records what each result was made from: what is done is\n"
-    "skipped, what has changed is made anew, and a file made from anything else, or when IN was\n"
-    "longer, stays.";
+    "With --out-dir DIR every IN is a sound file or a directory, which is searched with all its\n"
+    "subdirectories. Results keep the tree and the names in DIR; formats that cannot be written\n"
+    "become WAV (n.mp3 becomes n.wav). DIR/se_bf-results.txt records what each result was made\n"
+    "from. What is done is skipped, and what has changed is made again. A file that was made from\n"
+    "another input, or when IN was longer, stays as it is.";
 
 static const char *const PLOT_HELP =
     "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
-    "Prints the name of the picture. A pixel shows the loudest of the moments that it covers.\n"
-    "The sound may have any length; an hour takes 231 MB of space in TMPDIR meanwhile.\n"
+    "Prints the name of the picture. A pixel shows the loudest moment of its time.\n"
+    "The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs.\n"
     "Needs Python 3 with NumPy and Matplotlib (packages python3-numpy python3-matplotlib).";
 
 static const char *const CONFORM_HELP =
     "Run the self-test of the library that is loaded on this machine and judge the library.\n"
-    "Exit status 0: type bf_mvdr at hop 192 equals the stored reference in every sample, which "
-    "the\n"
-    "program compares by itself, and both figures of the report are 1.000000. 3: it agrees "
-    "closely,\n"
-    "but not to the bit (similarity at least 0.999, power ratio within 1 %). 1: it does not "
-    "conform.\n"
-    "The figures of the other types and hops are for comparison; alone they allow no verdict, and\n"
-    "the exit status is 1.";
+    "Exit status 0: with type bf_mvdr and hop 192 every sample equals the stored reference, and\n"
+    "both figures of the report are 1.000000. 3: it agrees closely, but not to the bit "
+    "(similarity\n"
+    "at least 0.999, power ratio within 1 %). 1: it does not conform.\n"
+    "The figures of the other types and hops are for comparison only: without bf_mvdr at hop 192\n"
+    "there is no verdict, and the exit status is 1.";
 
 static std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
 }
 
 static void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {
-  command->add_option("FILES", batch->places, "IN OUT, or with --out-dir any number of IN")
+  command->add_option("FILES", batch->places, "IN OUT; with --out-dir any number of IN")
       ->required()
       ->type_name("");
-  CLI::Option *dir = command->add_option("--out-dir", batch->out_dir, "where the results go");
+  CLI::Option *dir = command->add_option("--out-dir", batch->out_dir, "directory for the results");
   dir->type_name("DIR")->check([](const std::string &text) {
     return text.empty() ? std::string("the directory has no name") : std::string();
   });
-  command->add_option("--jobs", batch->jobs, "files at a time; default: one for each processor")
+  command
+      ->add_option("--jobs", batch->jobs, "files at the same time; default: one for each processor")
       ->check(CLI::Range(1, MAX_JOBS))
       ->needs(dir)
       ->type_name("N");
   command
-      ->add_flag("--overwrite", batch->overwrite, "make all results anew, whatever has their names")
+      ->add_flag("--overwrite", batch->overwrite,
+                 "make all results again, replace any file of their names")
       ->needs(dir);
   command
       ->add_option("--raw-channels", options->raw_channels,
-                   "IN - is raw PCM with so many channels; default: a sound file")
+                   "IN - is raw PCM with this number of channels; default: a sound file")
       ->check(CLI::IsMember({1, 2}))
       ->type_name("");
   const auto known = [](const std::string &text) {
@@ -85,7 +88,7 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
   };
   command
       ->add_option("--format", options->format,
-                   std::string("format of OUT where no extension tells it: ") + FORMAT_NAMES +
+                   std::string("format of OUT where no extension names it: ") + FORMAT_NAMES +
                        "; default: raw")
       ->check(known)
       ->excludes(dir)
@@ -109,7 +112,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
           "--mode", options->mode,
           "mean: average of the channels; omlsa: noise suppression on it; mvdr: two-"
           "microphone beamformer; mono: channel 0 as it is. Default: mvdr for two channels, "
-          "omlsa for one, which knows only omlsa and mono")
+          "omlsa for one, where the only modes are omlsa and mono")
       ->check(CLI::IsMember({"mean", "omlsa", "mvdr", "mono"}))
       ->type_name("");
   const auto distance = [](const std::string &text) {
@@ -140,8 +143,8 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
   };
   command
       ->add_option("--gain", options->gain_db,
-                   "amplification of the input; mvdr is 3 dB louder than one microphone, and a "
-                   "negative gain keeps it from clipping")
+                   "amplification of the input; mvdr is 3 dB louder than one microphone; a "
+                   "negative gain prevents clipping")
       ->check(gain)
       ->capture_default_str()
       ->type_name("DB");
@@ -150,7 +153,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
 static void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
   declare_places(command, options, batch);
   declare_scene(command, options);
-  command->add_flag("--quiet", options->quiet, "neither progress bar nor summary");
+  command->add_flag("--quiet", options->quiet, "no progress bar and no summary");
   command->add_flag("--verbose", options->verbose, "show the library's notes on standard error");
   command->set_version_flag("--version", version_text());
 }
@@ -182,7 +185,7 @@ static void declare_conform(CLI::App *command, conform_options *options) {
       ->type_name("");
 }
 
-// Reports a mistake in the arguments, with where to read on.
+// Reports a mistake in the arguments, and which help to read.
 static int fail_usage(const CLI::App *app, const std::string &mistake) {
   std::string command = "se_bf";
   for (const CLI::App *parsed : app->get_subcommands()) {
@@ -204,7 +207,7 @@ static int print_wish(const CLI::App *app, const CLI::Success &wish) {
   return 0;
 }
 
-// The parser reports help, version and mistakes by exceptions; this is where they end.
+// The parser reports help, version and mistakes by exceptions, which end here.
 static int parse(CLI::App *app, int argc, char **argv, bool *done) {
   *done = true;
   try {

@@ -1,4 +1,4 @@
-// What may stand on the command line: the values of options, and options that go together.
+// Checks of the command line: values of options, and options that go together.
 #include "arguments_check.h"
 
 #include <math.h>

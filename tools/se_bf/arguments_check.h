@@ -1,4 +1,4 @@
-// What may stand on the command line: the values of options, and options that go together.
+// Checks of the command line: values of options, and options that go together.
 //
 // Each check returns what is wrong, or nothing.
 #ifndef SE_BF_ARGUMENTS_CHECK_H
@@ -22,7 +22,7 @@ std::string check_channels(const std::string &text, std::vector<size_t> *channel
 // Takes IN and OUT from the places, of which there may be any number with --out-dir.
 std::string check_places(const batch_options *batch, enhance_options *options);
 
-// Options that say nothing without another one, after check_places. `command` has been parsed.
+// Options that need another one, after check_places. `command` has been parsed.
 std::string check_pairs(const CLI::App *command, const enhance_options *options);
 
 #endif  // SE_BF_ARGUMENTS_CHECK_H

@@ -1,4 +1,4 @@
-// Where the audio goes: a sound file that appears under its name only when whole, or a stream.
+// Where the audio goes: a sound file that gets its name only when it is complete, or a stream.
 #include "audio_sink.h"
 
 #include <fcntl.h>
@@ -22,7 +22,7 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-// What the user asked for, else what the extension tells; null when nothing does.
+// The format that the user asked for, or that of the extension; null if neither names one.
 static const sound_format *choose_format(const sink_request *request) {
   return request->format.empty() ? sound_format_of(request->out)
                                  : sound_format_named(request->format);
@@ -62,7 +62,7 @@ static bool check_length(const audio_sink *sink) {
               "; use one of" + sound_format_list_holding(writer->expected));
 }
 
-// True when bytes that were written before can be written anew.
+// True when bytes that were written before can be overwritten.
 static bool is_seekable(const output_file *place) {
   struct stat status = {};
   return fstat(place->fd, &status) == 0 && S_ISREG(status.st_mode) &&
@@ -114,7 +114,7 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
   return true;
 }
 
-// Raw PCM has all that comes; a sound file is as long as the input.
+// Raw PCM holds everything that arrives; a sound file is as long as the input.
 static bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
   const int64_t room = frame_limit - sink->writer.frames;
   const bool all = sink->writer.format->format == 0 || static_cast<int64_t>(samples) < room;

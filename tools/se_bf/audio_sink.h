@@ -1,4 +1,4 @@
-// Where the audio goes: a sound file that appears under its name only when whole, or a stream.
+// Where the audio goes: a sound file that gets its name only when it is complete, or a stream.
 #ifndef SE_BF_AUDIO_SINK_H
 #define SE_BF_AUDIO_SINK_H
 

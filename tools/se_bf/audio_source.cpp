@@ -13,7 +13,7 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-// Without a choice all channels are used, of which there may be two.
+// Without a choice all channels are used; there may be two at most.
 static bool choose_channels(audio_source *src, const enhance_options *options) {
   const std::string count = std::to_string(src->input.channels);
   src->picks = options->channels;
@@ -54,7 +54,7 @@ bool source_open(audio_source *src, const enhance_options *options) {
   return true;
 }
 
-// Reads up to `frames` frames, picks channels and puts them, cleaned, to `out`.
+// Reads up to `frames` frames and writes the picked channels to `out`, without non-finite samples.
 static size_t read_picked(audio_source *src, float *out, size_t frames) {
   const size_t limit = src->stored.size() / src->input.channels;
   const size_t wanted = frames < limit ? frames : limit;

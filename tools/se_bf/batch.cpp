@@ -1,6 +1,6 @@
 // The subcommand `se_bf enhance` with --out-dir: worker processes and their progress.
 //
-// The library runs one instance a process, so every file has a process of its own.
+// The library runs one instance per process, so every file has a process of its own.
 #include "batch.h"
 
 #include <errno.h>
@@ -35,7 +35,7 @@ struct batch {
   double total_s;
 };
 
-// An older result stands in the place.
+// There is an older result of this name.
 static bool is_older(const batch_file *file) {
   return file->verdict == RESULT_INPUT_CHANGED || file->verdict == RESULT_OPTIONS_CHANGED ||
          file->verdict == RESULT_VERSION_CHANGED;
@@ -52,7 +52,7 @@ static bool start(batch *b, size_t index) {
   return true;
 }
 
-// As many workers as there may be. Where the system has no room for so many, fewer do.
+// As many workers as allowed, or fewer if the system cannot run as many.
 static void start_some(batch *b) {
   const std::vector<batch_file> &files = b->plan.files;
   while (b->shortage == 0 && b->workers.size() < b->jobs && b->next < files.size()) {
@@ -71,7 +71,7 @@ static void show_progress(const batch *b) {
   report_progress(done, b->total_s);
 }
 
-// Waits until a worker says something or ends, for a moment at most.
+// Waits a short time for a worker to write something or to end.
 static void attend(batch *b) {
   std::vector<pollfd> watched;
   std::vector<batch_worker> running;
@@ -95,7 +95,7 @@ static void attend(batch *b) {
   show_progress(b);
 }
 
-// Without a worker whose end could be waited for, none can be started at all.
+// If no worker runs whose end could be waited for, none can be started at all.
 static void give_up(batch *b) {
   report_line("cannot start a process for " + b->plan.files[b->next].place.in + ": " +
               strerror(b->shortage) +
@@ -135,7 +135,7 @@ static void warn_of_skipped(const batch *b) {
   }
 }
 
-// An older result is not replaced without a word.
+// A line says that an older result is replaced.
 static void tell_of_older(const batch *b, result_verdict verdict, const std::string &change) {
   size_t count = 0;
   std::string names;
@@ -157,7 +157,7 @@ static size_t default_jobs() {
   return processors > 0 ? static_cast<size_t>(processors) : 1;
 }
 
-// Figures in memory that the workers share with this process; null without memory.
+// Figures in memory that the workers share with this process; null if memory is short.
 static enhance_figures *share_figures(size_t count) {
   void *memory = mmap(nullptr, count * sizeof(enhance_figures), PROT_READ | PROT_WRITE,
                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);

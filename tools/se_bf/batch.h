@@ -5,8 +5,8 @@
 #include "options.h"
 
 // Enhances every file with the scene of `scene`, shows one progress bar for all of them and a table
-// on standard output. Returns 0, or 1 when a file failed. When a signal ends the work the process
-// dies of it, after its workers have cleaned up.
+// on standard output. Returns 0, or 1 when a file failed. When a signal ends the work, the process
+// ends by it after its workers have cleaned up.
 int batch_run(const enhance_options *scene, const batch_options *options);
 
 #endif  // SE_BF_BATCH_H

@@ -1,4 +1,4 @@
-// Many files: which there are, where their results go, and which are done already.
+// Many files: which files there are, where their results go, and which are done already.
 #include "batch_plan.h"
 
 #include <sndfile.h>
@@ -41,7 +41,7 @@ static bool is_same_path(const std::string &a, const std::string &b) {
   return !unknown && real == fs::canonical(b, unknown);
 }
 
-// Every worker is a copy of this process: what is not needed any more is not kept.
+// Every worker is a copy of this process, so that memory no longer needed is released.
 static bool place_results(batch_plan *plan, const std::string &out_dir) {
   std::unordered_map<std::string, size_t> makers;
   for (walk_file &file : plan->walk.files) {
@@ -60,7 +60,8 @@ static bool place_results(batch_plan *plan, const std::string &out_dir) {
   return true;
 }
 
-// No result may have the name of a folder that others need, as d/n.wav for n.wav and n.wav/1.wav.
+// No result may have the name of a folder that others need, such as d/n.wav for n.wav and
+// n.wav/1.wav.
 static bool check_folders(const batch_plan *plan) {
   std::unordered_map<std::string, const batch_file *> folders;
   for (const batch_file &file : plan->files) {
@@ -91,7 +92,7 @@ static void refuse_name_of_record(batch_plan *plan) {
   }
 }
 
-// No result may take the place of a recording. What is a link is judged as such.
+// No result may replace a recording. A link is judged as a link.
 static void refuse_inputs(batch_plan *plan) {
   std::map<file_id, std::string> inputs;
   struct stat status = {};
@@ -175,7 +176,7 @@ static double announced_duration(const std::string &path) {
   return static_cast<double>(info.frames) / info.samplerate;
 }
 
-// One by one, so that the reason belongs to the directory that could not be made.
+// One by one, so that the error names the directory that could not be made.
 static bool make_directories(const fs::path &directory) {
   fs::path made;
   for (const fs::path &name : directory) {

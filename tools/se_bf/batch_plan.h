@@ -1,4 +1,4 @@
-// Many files: which there are, where their results go, and which are done already.
+// Many files: which files there are, where their results go, and which are done already.
 #ifndef SE_BF_BATCH_PLAN_H
 #define SE_BF_BATCH_PLAN_H
 
@@ -33,9 +33,9 @@ struct batch_plan {
   batch_record record;
 };
 
-// Lists the files in the order given, those of folders by name; finds out which are done (SKIPPED)
-// and which must not be (FAILED, after a line); makes the folders that are needed and removes from
-// those of all results what dead processes left behind. A file that is named twice counts once.
+// Lists the files in the order given, those of folders by name. Finds out which are done (SKIPPED)
+// and which must not be enhanced (FAILED, after a line). Makes the folders that are needed, and
+// removes files that dead processes left in folders of results. A file named twice counts once.
 // Returns false after one line when nothing can be done.
 bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options);
 

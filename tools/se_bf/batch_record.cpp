@@ -22,7 +22,8 @@ static const char *const HEADING =
     "# se_bf results: what each file in this folder was made from, for se_bf enhance --out-dir\n"
     "# result\tits size and time\tinput\tits size and time\tinput is\tversion\toptions\n";
 static constexpr mode_t ALL_READ_WRITE = 0666;
-// So many lines that do not count, and as many as do, are too many.
+// The record is shortened when it has more than this number of lines that do not count, and more of
+// them than lines that count.
 static constexpr size_t LINES_TO_DROP = 500;
 
 static bool fail(const std::string &text) {
@@ -54,7 +55,7 @@ bool record_is_in(const std::string &directory) {
   return ours;
 }
 
-// What a record that cannot be used means, and what to do.
+// What it means that a record cannot be used, and what to do.
 static std::string advice(int error) {
   const bool denied = error == EACCES || error == EPERM || error == EROFS;
   return std::string(strerror(error)) +
@@ -118,7 +119,7 @@ record_answer record_find(const batch_record *record, const std::string &result,
   if (known == record->lines.end()) {
     return answer;
   }
-  // A line is written before its result takes the name: a killed writer leaves the one before true.
+  // A line is written before its result gets the name: after a kill the earlier line is still true.
   for (const size_t start : known->second) {
     record_entry line;
     const bool good = record_read(&line, record->text, start);
@@ -145,7 +146,7 @@ static bool is_lockless(int error) {
   return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
 }
 
-// Whoever shortens a record puts a new file in its place: a lock on the old one is void.
+// A record is shortened by replacing it with a new file, which makes a lock on the old one void.
 static bool is_current(int fd, const std::string &path) {
   struct stat held = {};
   struct stat named = {};
@@ -184,7 +185,7 @@ bool record_is_usable(const batch_record *record) {
   return record->stamp.empty() || fd != -1;
 }
 
-// Finds the size of the record, and what stands before a new line: the heading of a new record, or
+// Finds the size of the record, and what must precede a new line: the heading of a new record, or
 // the end of a line whose writer was killed. False with errno set.
 static bool find_end(int fd, off_t *size, std::string *start) {
   struct stat status = {};

@@ -1,4 +1,4 @@
-// The place of a result: whether it is made already or may be made, and how it takes its name.
+// The name of a result: whether the result exists or may be made, and how it gets its name.
 #include "batch_result.h"
 
 #include <errno.h>
@@ -51,7 +51,7 @@ static result_verdict refuse_special(const result_place *place, bool link) {
                 "; nothing is written through it: remove it, or give another --out-dir");
 }
 
-// Whether the path stands for one recording. Anything may come through a pipe of the same name.
+// Whether the path means one recording. A pipe of the same name may carry any sound.
 static bool is_recording(const std::string &path) {
   struct stat status = {};
   char real[PATH_MAX];
@@ -67,13 +67,13 @@ static result_verdict refuse_stranger(const result_place *place, const std::stri
       " would have this name, too: --overwrite replaces it, another --out-dir keeps both");
 }
 
-// A result of the same recording, which cannot be had again once it is replaced.
+// A result of the same recording, which is lost once it is replaced.
 static result_verdict refuse_anew(const result_place *place, const std::string &change) {
   return refuse(place->out + " " + change +
                 "; --overwrite makes it anew, another --out-dir keeps both");
 }
 
-// A result that another run makes stands in the record before it has its name.
+// A result of another run is in the record before it has its name.
 static record_answer find_now(batch_record *record, const result_place *place,
                               const std::string &stamp, record_entry *made) {
   const record_answer answer = record_find(record, place->name, stamp, made);
@@ -133,7 +133,7 @@ result_verdict result_judge(batch_record *record, const result_place *place,
   return judge_change(place, wanted, made);
 }
 
-// Whether the name may be taken: what stands there is what was judged, or of the same input.
+// Whether the name may be taken: the file there is the one that was judged, or of the same input.
 static bool is_free(const result_claim *claim) {
   struct stat status = {};
   const result_place *place = claim->place;

@@ -1,4 +1,4 @@
-// The place of a result: whether it is made already or may be made, and how it takes its name.
+// The name of a result: whether the result exists or may be made, and how it gets its name.
 #ifndef SE_BF_BATCH_RESULT_H
 #define SE_BF_BATCH_RESULT_H
 
@@ -30,7 +30,7 @@ struct result_claim {
   record_entry entry;          // result_expect() before the input was read
 };
 
-// What stands at a path, so that a change shows; empty: nothing.
+// The state of the file at a path, so that a change shows; empty: there is none.
 std::string result_seen(const std::string &path);
 
 // The entry of a result yet to be made, with its input as it is now. False when that is not there.

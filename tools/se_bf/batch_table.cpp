@@ -14,7 +14,7 @@ static constexpr size_t NAME_WIDTH = 40;  // longer names push their row to the 
 static constexpr size_t RESULT_WIDTH = 17;
 static constexpr size_t FIGURES_LEN = 256;  // characters of the figures of a row, at most
 
-// By state. Running is no state at the end.
+// By state. No file is running at the end.
 static const char *const STATE_NAMES[] = {"not enhanced", "not enhanced", "enhanced",   "made anew",
                                           "skipped",      "failed",       "interrupted"};
 

@@ -32,7 +32,7 @@ static bool is_same(const std::string &a, const std::string &b) {
   return fs::equivalent(a, b, unknown);
 }
 
-// Text in UTF-16 begins like a frame of MPEG audio, and the decoder would complain of it.
+// Text in UTF-16 begins like a frame of MPEG audio, and the decoder would complain about it.
 static bool is_utf16(const std::string &path) {
   char start[sizeof UTF16_MARK] = "";
   FILE *file = fopen(path.c_str(), "rbe");
@@ -44,7 +44,7 @@ static bool is_utf16(const std::string &path) {
   return marked;
 }
 
-// Whether a file whose extension does not tell holds sound.
+// Whether a file with an unknown extension holds sound.
 static bool opens(const std::string &path) {
   if (is_utf16(path)) {
     return false;
@@ -86,7 +86,7 @@ static std::vector<std::string> names_in(batch_walk *walk, const std::string &di
 static void list_directory(batch_walk *walk, const std::string &directory,
                            const std::string &prefix, const std::string &out_dir);
 
-// Returns false with errno set when it cannot be known what the entry is.
+// Returns false with errno set when the kind of the entry cannot be found out.
 static bool take_entry(batch_walk *walk, const std::string &path, const std::string &name,
                        const std::string &out_dir) {
   struct stat itself = {};
@@ -171,7 +171,7 @@ bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
   return !walk->files.empty();
 }
 
-// A line on one reason, unless there is nothing of it.
+// A line about one reason, if any file was passed over for it.
 static void report_passed(const std::vector<std::string> &what, const std::string &why) {
   std::string text;
   for (size_t i = 0; i < what.size() && i < MAX_NAMED; ++i) {

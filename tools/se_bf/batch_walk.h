@@ -29,7 +29,7 @@ struct batch_walk {
 bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
                  const std::string &out_dir);
 
-// Tells what was passed over: a line for each reason.
+// Reports what was passed over: a line for each reason.
 void walk_report(const batch_walk *walk);
 
 #endif  // SE_BF_BATCH_WALK_H

@@ -56,7 +56,7 @@ bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
   const pid_t parent = getpid();
   const pid_t process = fork();
   if (process == 0) {
-    // Descriptors are scarce where many workers run: the ends of the others' pipes are not kept.
+    // With many workers descriptors are scarce: the ends of the others' pipes are closed.
     for (const batch_worker &other : *workers) {
       close(other.text_fd);
     }

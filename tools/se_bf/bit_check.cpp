@@ -13,8 +13,8 @@
 
 static constexpr int32_t CALL_FRAMES = 2560;  // 160 ms, as the library's own self-test
 
-// The output of the recording and of the silence that follows it, so much that its latency leaves
-// the whole reference. Returns false when a call did not give its samples.
+// The output of the recording and of enough silence behind it to complete the reference in spite of
+// the latency. Returns false if a call did not return all its samples.
 static bool run_recording(se_bf_inst *inst, size_t calls, std::vector<int16_t> *out) {
   constexpr size_t call_samples = static_cast<size_t>(CALL_FRAMES) * STORED_CHANNELS;
   std::vector<int16_t> in(calls * call_samples);

@@ -1,7 +1,6 @@
 // Runs the stored recording through the library that is loaded and compares every sample of the
-// output with the stored reference. Recording and reference are the program's own, and the
-// library's self-test plays no part: neither its report nor its copy of the samples has to be
-// trusted.
+// output with the stored reference. The recording and the reference are the program's own, so that
+// neither the report of the library's self-test nor its copy of the samples has to be trusted.
 #ifndef SE_BF_BIT_CHECK_H
 #define SE_BF_BIT_CHECK_H
 

@@ -1,5 +1,5 @@
 // The subcommand `se_bf conform`: runs the library's self-test and judges the library by its report
-// and by a comparison of samples of the program's own.
+// and by its own comparison of the samples.
 #include "conform.h"
 
 #include <errno.h>
@@ -17,7 +17,7 @@
 
 const char *const CONFORM_TYPES[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono", nullptr};
 
-// The stored reference is what this type gives at this hop; other figures are for comparison.
+// The stored reference is the output of this type at this hop; other figures are for comparison.
 static const char *const JUDGED_TYPE = "bf_mvdr";
 static constexpr int JUDGED_HOP = BIT_CHECK_HOP;
 static constexpr double MIN_SIMILARITY = 0.999;
@@ -122,8 +122,8 @@ static std::string describe_difference(const bit_check_result *check) {
          "), by at most " + std::to_string(check->largest);
 }
 
-// Prints the verdict and returns the exit status. The report alone would not do: it rounds, and
-// what it says is up to the library.
+// Prints the verdict and returns the exit status. The report alone is not enough: its figures are
+// rounded, and the library itself writes it.
 static int judge(const std::string &report, const bit_check_result *check) {
   const agreement told = {figure(report, "similarity="), figure(report, "pwr_sim=")};
   const agreement measured = {check->similarity, check->power};

@@ -39,7 +39,7 @@ bool drawing_find(std::string *directory) {
               "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
 }
 
-// What the script says comes through `text_fd`. It does not outlive this program.
+// The script writes its messages to `text_fd`. It does not outlive this program.
 [[noreturn]] static void become_script(const std::vector<std::string> &words,
                                        const std::vector<drawing_sound> &sounds, int text_fd) {
   std::vector<char *> arguments;
@@ -59,8 +59,8 @@ bool drawing_find(std::string *directory) {
   _exit(1);
 }
 
-// Takes whole lines from `text`: progress is shown, the last of the others is kept as the reason of
-// a failure.
+// Takes complete lines from `text`: progress is shown, and the last other line is kept as the
+// reason of a failure.
 static void take_lines(std::string *text, std::string *reason) {
   size_t end = text->find('\n');
   while (end != std::string::npos) {
@@ -75,7 +75,7 @@ static void take_lines(std::string *text, std::string *reason) {
   }
 }
 
-// Listens to the script until it ends; asks it to end when a signal arrives here.
+// Reads from the script until it ends; asks it to end when a signal arrives.
 static void follow(pid_t child, int fd, std::string *reason) {
   char piece[READ_BYTES];
   std::string text;

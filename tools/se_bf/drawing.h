@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-// Finds the directory of the plot scripts, told from where the program is. On failure prints one
-// line and returns false.
+// Finds the directory of the plot scripts from the place of the program. On failure prints one line
+// and returns false.
 bool drawing_find(std::string *directory);
 
 // One sound to draw: raw 16-bit little-endian PCM of one channel at 16 kHz in an open file.

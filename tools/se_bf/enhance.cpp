@@ -92,7 +92,7 @@ static bool open_host(enhance_job *job) {
   return job->engine != nullptr;
 }
 
-// Takes one block through the enhancer, or copies it where there is none. Returns the samples made.
+// Enhances one block, or copies it if there is no enhancer. Returns the number of samples made.
 static size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
                             int16_t *out) {
   if (job->engine == nullptr) {
@@ -123,8 +123,8 @@ static void show_progress(const enhance_job *job) {
   report_progress(done, static_cast<double>(in->announced) / rate);
 }
 
-// True when a signal ends the input instead of the work: a recording that comes through a pipe into
-// a file cannot be had again.
+// True when a signal ends the input instead of the work: a recording that arrives through a pipe
+// would be lost.
 static bool keeps_interrupted(const enhance_job *job) {
   return job->naming == nullptr && job->source.input.bytes.live && job->sink.writer.seekable;
 }
@@ -184,7 +184,7 @@ static void summarise(const enhance_job *job) {
               std::to_string(figures->clipped_out) + " out");
 }
 
-// What was wrong with the input, but not enough to stop.
+// Faults of the input that did not stop the work.
 static void warn_of_input(const enhance_job *job) {
   const audio_source *src = &job->source;
   const std::string verdict =

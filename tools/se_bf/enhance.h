@@ -11,7 +11,7 @@
 
 constexpr size_t MODE_TEXT_LEN = 8;  // characters of a mode's name, at most
 
-// What an enhancement has come to. It may lie in memory that another process watches.
+// Figures of an enhancement. They may be in memory that another process reads.
 struct enhance_figures {
   std::atomic<float> progress_s;  // seconds of audio read so far
   double duration_s;              // seconds of audio enhanced, once done
@@ -23,9 +23,9 @@ struct enhance_figures {
 };
 
 // Runs the subcommand on one file or stream and returns the exit status: 0, or 1 after one line on
-// standard error. `naming` gives the output its name; null: it is renamed, and its directory
-// cleaned of what dead processes left there. When a signal ends the work the process dies of it,
-// after cleaning up.
+// standard error. `naming` gives the output its name; null: it is renamed, and files that dead
+// processes left in its directory are removed. When a signal ends the work, the process cleans up
+// and ends by that signal.
 int enhance_run(const enhance_options *options, enhance_figures *figures,
                 const output_naming *naming = nullptr);
 

@@ -1,4 +1,4 @@
-// Messages on what happens to the microphones while sound is enhanced.
+// Messages on microphone faults during enhancement.
 #include "fault_report.h"
 
 #include "audio_source.h"

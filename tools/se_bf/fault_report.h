@@ -1,4 +1,4 @@
-// Messages on what happens to the microphones while sound is enhanced.
+// Messages on microphone faults during enhancement.
 #ifndef SE_BF_FAULT_REPORT_H
 #define SE_BF_FAULT_REPORT_H
 
@@ -14,7 +14,7 @@ struct fault_report {
 };
 
 // A host_config's on_event: prints a line on the event; `user` is its fault_report. After many
-// lines it prints one that says so, and then none: a loose contact fills screens.
+// lines it prints one that says so, and then none, because a loose contact would fill screens.
 void fault_report_event(void *user, const host_event *event);
 
 #endif  // SE_BF_FAULT_REPORT_H

@@ -1,4 +1,4 @@
-// Who may use a file: what a file that is replaced hands on to the one that takes its name.
+// Permissions of files: what a new file takes over from the file that it replaces.
 #include "file_rights.h"
 
 #include <string.h>
@@ -53,7 +53,7 @@ void file_rights_take_over(int fd, const std::string &path) {
   const bool list = copy_attribute(fd, path.c_str(), ACCESS_LIST);
   mode_t mode = old.st_mode & (owner ? RIGHTS_AND_IDENTITY : RIGHTS);
   if (!group || !list) {
-    // Another group may do no more than anybody.
+    // Another group gets no more rights than everybody.
     mode = (mode & ~GROUP_RIGHTS) | ((mode & OTHERS_RIGHTS) << GROUP_SHIFT);
   }
   fchmod(fd, mode);

@@ -38,8 +38,8 @@ static int named_descriptor(const std::string &path) {
   return -1;
 }
 
-// Goes one link on. Returns false at the end of the way, or with errno set to something else than
-// 0 where it cannot be followed.
+// Follows one link. Returns false if there is none (errno is 0) or it cannot be followed (errno is
+// set).
 static bool step(std::string *path) {
   char target[PATH_MAX];
   const ssize_t length = readlink(path->c_str(), target, sizeof target);

@@ -1,4 +1,4 @@
-// Where an MPEG audio stream begins, and whether it tells its length.
+// Where an MPEG audio stream begins, and whether it states its length.
 #include "mpeg_stream.h"
 
 #include <string.h>

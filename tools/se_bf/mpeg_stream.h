@@ -1,4 +1,4 @@
-// Where an MPEG audio stream begins, and whether it tells its length.
+// Where an MPEG audio stream begins, and whether it states its length.
 #ifndef SE_BF_MPEG_STREAM_H
 #define SE_BF_MPEG_STREAM_H
 
@@ -7,12 +7,12 @@
 // True when the bytes at `at` are those of the head of a frame (ISO/IEC 11172-3, 1993).
 bool mpeg_begins(const sound_bytes *bytes, int64_t at);
 
-// The first byte of a stream with something else in front, as in a recording of a broadcast that
-// begins within a frame; -1 when there is none near the start.
+// The first byte of a stream behind other bytes, for instance in a recording of a broadcast that
+// begins within a frame; -1 if no stream begins near the start.
 int64_t mpeg_find(const sound_bytes *bytes);
 
-// True when the count of the frames stands in the first one; otherwise libsndfile guesses it from a
-// few.
+// True when the first frame states the number of frames; otherwise libsndfile guesses it from a
+// few frames.
 bool mpeg_tells_length(const sound_bytes *bytes);
 
 #endif  // SE_BF_MPEG_STREAM_H

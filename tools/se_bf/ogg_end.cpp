@@ -1,4 +1,4 @@
-// Where the whole pages of an Ogg file end, and how.
+// Where the last complete page of an Ogg file ends, and how.
 #include "ogg_end.h"
 
 #include <string.h>
@@ -13,7 +13,7 @@ static constexpr size_t MAX_PAGE_BYTES = 65307;  // 27 + 255 segments of at most
 static constexpr size_t HEAD_BYTES = 282;        // 27 + sizes of 255 segments
 static constexpr int MAX_PAGES = 1000000;        // looked at: hours of sound
 
-// Size of the page at the start of `page`; 0 when there is none or it is not whole.
+// Size of the page at the start of `page`; 0 if there is none or it is incomplete.
 static size_t whole_page(const uint8_t *page, size_t left) {
   if (left <= SEGMENTS_AT || memcmp(page, MARK, MARK_BYTES) != 0) {
     return 0;
@@ -26,7 +26,7 @@ static size_t whole_page(const uint8_t *page, size_t left) {
   return size <= left ? size : 0;
 }
 
-// True when a stream begins behind the pages of another. Damage ends the walk.
+// True when a stream begins behind the pages of another. The search ends at damaged pages.
 static bool is_chained(const sound_bytes *bytes) {
   uint8_t head[HEAD_BYTES];
   bool begun = false;  // a page of sound has come
@@ -58,7 +58,7 @@ ogg_end ogg_find_end(const sound_bytes *bytes) {
     return end;
   }
   end.chained = is_chained(bytes);
-  // The page before one that is not whole lies within the last two pages' bytes.
+  // The last complete page is within the size of two pages from the end.
   std::vector<uint8_t> tail(2 * MAX_PAGE_BYTES);
   const int64_t longest = static_cast<int64_t>(tail.size());
   const int64_t from = bytes->held > longest ? bytes->held - longest : 0;

@@ -1,4 +1,4 @@
-// Where the whole pages of an Ogg file end, and how.
+// Where the last complete page of an Ogg file ends, and how.
 #ifndef SE_BF_OGG_END_H
 #define SE_BF_OGG_END_H
 
@@ -10,7 +10,7 @@ struct ogg_end {
   bool chained;  // other streams follow the first ones
 };
 
-// Finds the end of an Ogg file on disk. Of other files it is the last byte, marked.
+// Finds the end of an Ogg file on disk. For other files it is the last byte, marked as an end.
 ogg_end ogg_find_end(const sound_bytes *bytes);
 
 #endif  // SE_BF_OGG_END_H

@@ -5,7 +5,7 @@
 
 static constexpr size_t NUMBER_LEN = 32;  // characters of a number, at most
 
-// As short as it can be and still the same number.
+// The shortest text that still is the same number.
 static std::string number(float value) {
   char text[NUMBER_LEN];
   snprintf(text, sizeof text, "%.9g", static_cast<double>(value + 0.0f));  // -0 becomes 0

@@ -21,7 +21,7 @@ struct enhance_options {
   bool verbose = false;          // shows the library's notes
 };
 
-// The options that the sound of a result depends on, as one line: equal lines, equal sound.
+// The options that the sound of a result depends on, as one line: equal lines mean equal sound.
 std::string options_of_sound(const enhance_options *options);
 
 struct batch_options {

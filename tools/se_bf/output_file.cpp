@@ -1,4 +1,4 @@
-// A file that appears under its name only when whole, or a device that is written in place.
+// A file that gets its name only when it is complete, or a device that is written directly.
 #include "output_file.h"
 
 #include <ctype.h>
@@ -25,8 +25,8 @@ static bool fail(const std::string &text) {
   return false;
 }
 
-// A rename cannot take the place of a file that is a mount, nor of another user's file in a
-// directory such as /tmp.
+// A rename cannot replace a file that is a mount point, nor another user's file in a directory such
+// as /tmp.
 static bool is_replaceable(const output_file *file, const struct stat *status) {
   struct statx attributes = {};
   struct stat folder = {};
@@ -99,14 +99,14 @@ static bool is_named(int fd, int directory, const char *name) {
          held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
-// Locks a new file. A clean-up may have got hold of it before; then it is as good as gone. Without
-// locks in the file system there is no clean-up.
+// Locks a new file. If a clean-up has locked it before, that clean-up removes it. Without locks in
+// the file system there is no clean-up.
 static bool lock_temp(const output_file *file) {
   const bool locked = flock(file->fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
   return locked && is_named(file->fd, AT_FDCWD, file->temp.c_str());
 }
 
-// Makes the file that is written until it is whole. Returns false with errno set.
+// Makes the file that is written until it is complete. Returns false with errno set.
 static bool make_temp(output_file *file, const std::string &extension) {
   const std::string pattern = link_folder(file->path) + TEMP_START + TEMP_RANDOM + extension;
   for (int tries = 0; tries < MAX_TRIES; ++tries) {
@@ -128,7 +128,7 @@ static bool make_temp(output_file *file, const std::string &extension) {
   return false;
 }
 
-// Why there is no file beside the final path, and what to do.
+// Why no file can be made beside the final path, and what to do.
 static std::string advice(const output_file *file, int error) {
   const std::string folder = link_folder(file->path);
   std::string reason = strerror(error);
@@ -159,7 +159,7 @@ static bool close_at(int *fd) {
   return closed;
 }
 
-// Not every file system can be told to.
+// Not every file system can do this.
 bool output_file_store(int fd) {
   return fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
 }
@@ -174,13 +174,13 @@ bool output_file_store_folder(const std::string &path) {
   return stored;
 }
 
-// False with errno set, to 0 when the reason has been told.
+// False with errno set; 0 when the reason has been printed.
 static bool give_name(const output_file *file) {
   return file->naming != nullptr ? file->naming->rename(file->naming->user, file->temp, file->path)
                                  : rename(file->temp.c_str(), file->path.c_str()) == 0;
 }
 
-// Puts the whole file under its name; its lock lasts until then. As give_name fails.
+// Gives the complete file its name; its lock lasts until then. Fails as give_name does.
 static bool take_name(output_file *file) {
   file_rights_take_over(file->fd, file->path);
   if (fsync(file->fd) != 0 || !close_at(&file->fd) || !give_name(file)) {
@@ -219,12 +219,12 @@ static bool is_temp_name(const char *name) {
   return name[length] == '\0' || name[length] == '.';
 }
 
-// Removes one file if nobody holds its lock. The name may have gone on to another file meanwhile.
+// Removes one file if nobody holds its lock. Another file may have got the name in the meantime.
 static void remove_if_stale(int directory, const char *name) {
   struct stat status = {};
   const bool ours = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
                     S_ISREG(status.st_mode) && status.st_uid == geteuid();
-  // For writing, which locks across a network may require.
+  // Opened for writing, which locks on network file systems may require.
   int fd = ours ? openat(directory, name, O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK) : -1;
   if (fd != -1 && flock(fd, LOCK_EX | LOCK_NB) == 0 && is_named(fd, directory, name)) {
     unlinkat(directory, name, 0);

@@ -1,7 +1,7 @@
-// A file that appears under its name only when whole, or a device that is written in place.
+// A file that gets its name only when it is complete, or a device that is written directly.
 //
-// Until then it lies beside its final name as .se_bf-XXXXXX.EXTENSION, and its process holds a lock
-// (flock) on it. One that nobody holds was left behind by a process that is dead.
+// Until then it is called .se_bf-XXXXXX.EXTENSION in the same directory, and its process holds a
+// lock (flock) on it. A file without a lock was left behind by a dead process.
 #ifndef SE_BF_OUTPUT_FILE_H
 #define SE_BF_OUTPUT_FILE_H
 

@@ -48,7 +48,7 @@ static byte_list wav_header(int rate_hz, int64_t frames, bool wide) {
   put_low_first(&bytes, fits ? around + sound : UNKNOWN_SIZE, WIDTH_32);
   put_tag(&bytes, "WAVE");
   if (wide) {
-    // The place of the 64-bit sizes is kept free until they are needed.
+    // Room for the 64-bit sizes, should they be needed.
     put_tag(&bytes, rf64 ? "ds64" : "JUNK");
     put_low_first(&bytes, WIDE_BYTES, WIDTH_32);
     put_low_first(&bytes, rf64 ? around + sound : 0, WIDTH_64);

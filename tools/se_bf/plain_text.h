@@ -1,4 +1,4 @@
-// Names of files as text: harmless for a terminal, and on one line of a text file.
+// Names of files as text: harmless to a terminal, and on one line of a text file.
 #ifndef SE_BF_PLAIN_TEXT_H
 #define SE_BF_PLAIN_TEXT_H
 

@@ -1,4 +1,4 @@
-// The subcommand `se_bf plot`: has the sound before and after enhancement drawn.
+// The subcommand `se_bf plot`: draws the sound before and after enhancement.
 //
 // Both are kept as raw PCM in files without a name, which vanish with the program however it ends.
 #include "plot.h"
@@ -77,8 +77,8 @@ static bool read_sound(plot_job *job) {
   return good && (job->samples > 0 || fail(job->options->in + " holds no sound to draw"));
 }
 
-// Enhances to descriptor 1, which is lent to the file: raw PCM at 16 kHz comes out there. Its space
-// is taken first, so that a full disk shows before the work.
+// Enhances to descriptor 1, which stands for the file meanwhile: raw PCM at 16 kHz. Its space is
+// reserved first, so that a full disk shows before the work.
 static bool enhance_sound(plot_job *job) {
   enhance_figures figures = {};
   enhance_options enhancing = *job->options;
@@ -96,7 +96,7 @@ static bool enhance_sound(plot_job *job) {
   return enhance_run(&enhancing, &figures) == 0;
 }
 
-// Finds out before the work what would stop it at the end.
+// Checks before the work what would stop it at the end.
 static bool check_places(const plot_job *job) {
   const std::string &in = job->options->in;
   const fs::path picture = job->picture;

@@ -1,4 +1,4 @@
-// What the program arranges with the operating system: standard descriptors, signals, raw output.
+// Standard descriptors, signals, and raw input and output.
 #include "process.h"
 
 #include <errno.h>
@@ -49,7 +49,7 @@ void process_catch_signals() {
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
   sigaction(SIGXFSZ, &action, nullptr);
-  // No restart: a read that waits for a silent pipe must return. A second signal ends at once.
+  // No restart: a read that waits for an idle pipe must return. A second signal ends the process.
   action.sa_handler = note_signal;
   action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
@@ -68,7 +68,7 @@ bool process_wait(int fd) {
   sigaddset(&caught, SIGINT);
   sigaddset(&caught, SIGTERM);
   sigaddset(&caught, SIGHUP);
-  // One that arrives between the look and the wait would be missed.
+  // A signal that arrives between the check and the wait would be missed.
   sigprocmask(SIG_BLOCK, &caught, &before);
   pollfd watched = {fd, POLLIN, 0};
   while (g_signal == 0 && ppoll(&watched, 1, nullptr, &before) == -1 && errno == EINTR) {

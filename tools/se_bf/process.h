@@ -1,4 +1,4 @@
-// What the program arranges with the operating system: standard descriptors, signals, raw output.
+// Standard descriptors, signals, and raw input and output.
 #ifndef SE_BF_PROCESS_H
 #define SE_BF_PROCESS_H
 
@@ -6,8 +6,8 @@
 
 #include <string>
 
-// Opens /dev/null on standard descriptors that the caller closed, so that no file of ours takes
-// their place: in the wrong direction, so that using them is an error as before.
+// Opens /dev/null on standard descriptors that the caller closed, so that none of our files gets
+// them; in the wrong direction, so that using them is still an error.
 void process_fill_descriptors();
 
 // Takes standard output away from the library, which prints progress notes there: returns a new
@@ -15,8 +15,8 @@ void process_fill_descriptors();
 // error if `show_notes`. Returns -1 with errno set on failure.
 int process_claim_stdout(bool show_notes);
 
-// Lets interrupt, termination and hang-up end the work orderly. Closed pipes and files beyond the
-// user's limit show as errors of writing.
+// Makes interrupt, termination and hang-up end the work in an orderly way. Closed pipes and files
+// beyond the user's limit become errors of writing.
 void process_catch_signals();
 
 // True once one of those signals has arrived.
@@ -26,7 +26,7 @@ bool process_stopped();
 // whether it arrived before or during the wait.
 bool process_wait(int fd);
 
-// Ends the process by the signal that arrived, as its parent expects.
+// Ends the process with the signal that arrived, as its parent expects.
 void process_die_of_signal();
 
 // Writes all bytes. Returns false with errno set, EINTR when a signal asked for the end.

@@ -1,4 +1,4 @@
-// How much sound the header of a file promises, where the file may hold less.
+// How much sound the header of a file states, although the file may hold less.
 #include "promised_length.h"
 
 #include <stdlib.h>
@@ -18,7 +18,7 @@ static constexpr int VOC_SOUND_16 = 9;  // kind of block: sound of any encoding
 enum field_place { FROM_START, BEFORE_SOUND };
 enum field_unit { BYTES, FRAMES };
 
-// Where a header keeps the size of the sound that libsndfile does not look at.
+// Where a header has a size of the sound that libsndfile ignores.
 struct size_field {
   int format;
   field_place place;
@@ -41,12 +41,12 @@ static constexpr size_field FIELDS[] = {
     {SF_FORMAT_MPC2K, FROM_START, 30, 4, false, 0, FRAMES, NO_MARK},
 };
 
-// Formats whose promise libsndfile itself tells when the file seems to be long enough.
+// Formats whose stated length libsndfile returns if the file seems to be long enough.
 static constexpr int TOLD_IN_32_BITS[] = {SF_FORMAT_WAV, SF_FORMAT_WAVEX, SF_FORMAT_AIFF,
                                           SF_FORMAT_AU, SF_FORMAT_MAT4};
 static constexpr int TOLD_IN_64_BITS[] = {SF_FORMAT_RF64, SF_FORMAT_CAF, SF_FORMAT_W64};
 
-// True when the sound would end where sizes that stand for unknown say.
+// True when the sound would end where a size that means "unknown" says.
 static bool ends_at_unknown_size(const sound_bytes *bytes, int64_t frames) {
   int64_t first = 0;
   int64_t last = 0;
@@ -123,7 +123,7 @@ int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
   return frames;
 }
 
-// True when chunks, each with a tag that can be printed and a size, fill the file from `at` on.
+// True when chunks, each with a printable tag and a size, fill the file from `at` on.
 static bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
   uint8_t head[CHUNK_HEADER_BYTES];
   for (at += at % 2; at < bytes->held; at += at % 2) {

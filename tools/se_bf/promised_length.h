@@ -1,4 +1,4 @@
-// How much sound the header of a file promises, where the file may hold less.
+// How much sound the header of a file states, although the file may hold less.
 //
 // libsndfile takes what is there as the length of most files.
 #ifndef SE_BF_PROMISED_LENGTH_H

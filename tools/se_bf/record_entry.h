@@ -6,7 +6,7 @@
 
 #include <string>
 
-// What tells two states of a file apart: its size and modification time, to the nanosecond.
+// Size and modification time of a file, to the nanosecond: different for different contents.
 std::string record_stamp(const struct stat *status);
 
 // The size of a file in its stamp, in bytes.

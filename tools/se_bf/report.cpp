@@ -53,15 +53,15 @@ void report_progress_task(const std::string &task) {
   g_bar.task = task + " ";
 }
 
-// Characters that one line of the terminal holds without a break behind the last; without end where
-// the terminal does not tell.
+// Characters that fit on one line of the terminal without a break behind the last; unlimited if the
+// terminal does not report its width.
 static size_t line_room() {
   winsize size = {};
   const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
   return known ? static_cast<size_t>(size.ws_col) - 1 : SIZE_MAX;
 }
 
-// The bar, as long as `room` allows; without room for one the percentage.
+// The bar, as long as `room` allows; if there is too little room, the percentage.
 static std::string bar_text(double share, size_t room) {
   const std::string number = report_number(share * PER_CENT, 0) + " %";
   const size_t around = g_bar.task.size() + sizeof "[] " - 1 + SHARE_LEN;

@@ -10,12 +10,13 @@ void report_line(const std::string &text);
 // Draws the progress bar from now on, if standard error is a terminal.
 void report_progress_on();
 
-// Names the work beside the bar, as "enhancing", until it is removed. Without a name there is none.
+// Names the work beside the bar, such as "enhancing", until the bar is removed. Without a name
+// there is no bar.
 void report_progress_task(const std::string &task);
 
 // Shows how far processing has come: `seconds` of audio done, of `total` (not above 0: unknown).
-// Redraws a few times a second at most. The bar is as short as the terminal asks for; a very narrow
-// one shows the percentage alone.
+// Redraws a few times a second at most. The bar fits the width of the terminal; a very narrow
+// terminal shows the percentage alone.
 void report_progress(double seconds, double total);
 
 // Removes the bar.

@@ -14,7 +14,7 @@ static int64_t smaller(int64_t a, int64_t b) {
   return a < b ? a : b;
 }
 
-// Returns how many bytes came, 0 at the end and on an error, which is noted.
+// Returns the number of bytes read, 0 at the end and on an error, which is recorded.
 static size_t take(sound_bytes *bytes, uint8_t *out, size_t count) {
   for (;;) {
     if (!process_wait(bytes->fd)) {
@@ -116,7 +116,7 @@ static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
       next[n] = UINT8_MAX;
     }
   }
-  // A header that cannot be read to its end is at the end of the file, however long that seems.
+  // An incomplete header ends with the file, whatever length it states.
   const bool lost = bytes->opening && got < room;
   bytes->position = lost ? bytes->length : bytes->position + static_cast<int64_t>(got);
   return static_cast<sf_count_t>(got);
@@ -180,7 +180,7 @@ bool sound_bytes_go_on(sound_bytes *bytes, SNDFILE *file) {
   return true;
 }
 
-// Formats that pack samples of any encoding in a way of their own.
+// Formats that pack samples in their own way, whatever the encoding.
 static bool is_packed(int format) {
   const int container = format & SF_FORMAT_TYPEMASK;
   return container == SF_FORMAT_FLAC || container == SF_FORMAT_PAF || container == SF_FORMAT_SDS;

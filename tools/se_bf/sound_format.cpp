@@ -25,8 +25,7 @@ static const sound_format FORMATS[] = {
     {"raw", "", 0, LAYOUT_WORDS, NO_LIMIT},
 };
 
-// Formats that are read only. Extensions that other files have as well, as .mat, are not among
-// them.
+// Formats that can only be read. Extensions that other files also have, such as .mat, are left out.
 static const char *const READ_ONLY[] = {".mp3", ".mp2",  ".m1a", ".sph", ".nist", ".voc",
                                         ".snd", ".aifc", ".avr", ".paf", ".sds",  ".svx"};
 

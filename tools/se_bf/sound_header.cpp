@@ -1,4 +1,4 @@
-// Headers in front of plain samples, as programs write them that do not know the length yet.
+// Headers in front of plain samples, as written by programs that do not know the length yet.
 #include "sound_header.h"
 
 #include <string.h>
@@ -9,7 +9,7 @@ static constexpr size_t WIDE_SIZE_AT = 16;       // of the sound, in a chunk wit
 static constexpr size_t WIDE_SIZES_BYTES = 24;   // of that chunk, as far as it is looked at
 static constexpr size_t AU_HEADER_BYTES = 24;
 static constexpr size_t MAX_HEADER_BYTES = 1 << 20;
-// Sizes that stand for unknown: just below 2 GiB, 2 and 4 GiB, all with or without headers.
+// Sizes that mean "unknown": just below 2 GiB, 2 and 4 GiB, all with or without headers.
 static constexpr int64_t UNKNOWN_SIZES[] = {0x7f000000, 0x80000000, 0x100000000};
 static constexpr int64_t UNKNOWN_SLACK = 8192;
 
@@ -79,7 +79,7 @@ static bool walk_chunks(sound_bytes *bytes, bool big) {
       bytes->open_size_at = static_cast<int64_t>(at + WIDE_SIZE_AT);
     }
     if (is_tag(bytes, at, "data")) {
-      // The size of the whole file tells whether there is no sound, or no size yet.
+      // The size of the whole file shows whether there is no sound, or no size yet.
       const bool unknown = around <= at || sound_size_is_unknown(static_cast<int64_t>(around));
       bytes->open_size_at =
           size == 0 && unknown ? static_cast<int64_t>(at + TAG_BYTES) : bytes->open_size_at;

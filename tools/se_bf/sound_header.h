@@ -1,4 +1,4 @@
-// Headers in front of plain samples, as programs write them that do not know the length yet.
+// Headers in front of plain samples, as written by programs that do not know the length yet.
 #ifndef SE_BF_SOUND_HEADER_H
 #define SE_BF_SOUND_HEADER_H
 

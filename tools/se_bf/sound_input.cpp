@@ -1,4 +1,4 @@
-// A sound that is read, to its end or as far as that is possible.
+// A sound that is read to its end, or as far as possible.
 #include "sound_input.h"
 
 #include <string.h>
@@ -33,7 +33,7 @@ static void note_end(sound_input *in, int error) {
   in->cut = in->cut || (error != SF_ERR_NO_ERROR && at_end);
 }
 
-// Never asks beyond the last frame that libsndfile gives: it would take bytes and drop them.
+// Never asks for frames beyond the last one: libsndfile would read bytes and drop them.
 static size_t read_lap(sound_input *in, float *out, size_t count) {
   const int64_t left = in->lap - in->lap_read;
   const int64_t asked = static_cast<int64_t>(count);

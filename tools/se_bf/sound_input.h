@@ -1,4 +1,4 @@
-// A sound that is read, to its end or as far as that is possible.
+// A sound that is read to its end, or as far as possible.
 #ifndef SE_BF_SOUND_INPUT_H
 #define SE_BF_SOUND_INPUT_H
 

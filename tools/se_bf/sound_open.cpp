@@ -169,7 +169,7 @@ static bool drain(sound_input *in, int fd) {
   return true;
 }
 
-// Puts a file without a name, which holds all that a pipe carries, in the place of the pipe.
+// Reads from a file without a name, which holds all that a pipe carried, instead of the pipe.
 static bool spool(sound_input *in) {
   const int fd = temporary_file_open();
   const bool good = fd != -1 && drain(in, fd);
@@ -190,8 +190,8 @@ static bool is_known(const sound_bytes *bytes) {
   return file != nullptr || sf_error(nullptr) != SF_ERR_UNRECOGNISED_FORMAT;
 }
 
-// Opens a pipe: formats whose header stands in front of plain samples are read as they come, others
-// once all is there.
+// Opens a pipe: formats with a header in front of plain samples are read as they arrive, others
+// once everything is there.
 static bool open_pipe(sound_input *in) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};

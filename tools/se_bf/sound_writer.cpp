@@ -1,4 +1,4 @@
-// Writes 16-bit samples of one channel in any format: to a file, or to a pipe as they come.
+// Writes 16-bit samples of one channel in any format, to a file or to a pipe.
 #include "sound_writer.h"
 
 #include <errno.h>
@@ -50,8 +50,8 @@ static bool put_first(sound_writer *writer) {
   return process_write(writer->fd, writer->first.data(), writer->first.size());
 }
 
-// Writes what follows. The first piece that a pipe takes holds more than the header: readers that
-// tell the format by it may look only once.
+// Writes more data. The first piece for a pipe holds more than the header: readers that recognise
+// the format by it may look only once.
 static bool put_next(sound_writer *writer, const void *data, size_t bytes) {
   if (writer->begun) {
     return process_write(writer->fd, data, bytes);
@@ -61,7 +61,7 @@ static bool put_next(sound_writer *writer, const void *data, size_t bytes) {
   return writer->first.size() < LEAST_FIRST_BYTES || put_first(writer);
 }
 
-// libsndfile's writes. A pipe takes what follows; what libsndfile would write anew is dropped.
+// libsndfile's writes. A pipe gets new data; what libsndfile would overwrite is dropped.
 static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   sound_writer *writer = static_cast<sound_writer *>(user);
   const size_t bytes = static_cast<size_t>(count);
@@ -133,7 +133,7 @@ static bool open_words(sound_writer *writer) {
   const bool wav = (writer->format->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
   const bool fits = writer->expected != LENGTH_UNKNOWN && writer->expected <= MOST_FRAMES_32;
   writer->wide = wav && writer->seekable && !fits;
-  // A header without a length lets a pipe run on.
+  // A header without a length allows a pipe to continue.
   writer->most = !writer->seekable || writer->wide ? INT64_MAX
                  : wav                             ? MOST_FRAMES_32
                                                    : writer->most;
@@ -166,7 +166,7 @@ static bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples
   return true;
 }
 
-// Tells why libsndfile failed: the operating system's reason where there is one.
+// Reports why libsndfile failed: with the operating system's reason if there is one.
 static bool fail_encoding(const sound_writer *writer, int sndfile_error) {
   if (writer->error != 0) {
     return writer->spool != -1 ? temporary_file_failed(writer->error)
@@ -183,7 +183,7 @@ bool writer_write(sound_writer *writer, const int16_t *pcm, size_t samples) {
   if (writer->file == nullptr && !write_words(writer, pcm, static_cast<size_t>(count))) {
     return false;
   }
-  // Encoders do not pass on every write that fails.
+  // Encoders do not report every write that fails.
   if (writer->file != nullptr && count > 0 &&
       (sf_writef_short(writer->file, pcm, count) != count || writer->error != 0)) {
     return fail_encoding(writer, sf_error(writer->file));
@@ -236,7 +236,7 @@ bool writer_finish(sound_writer *writer) {
   if (!writer->seekable && !writer->begun && !put_first(writer)) {
     return fail_writing(writer, errno);
   }
-  // What is written next to the same file follows.
+  // What is written to the same file next continues here.
   return !writer->seekable || lseek(writer->fd, writer->start + writer->end, SEEK_SET) != -1 ||
          fail_writing(writer, errno);
 }

@@ -1,4 +1,4 @@
-// Writes 16-bit samples of one channel in any format: to a file, or to a pipe as they come.
+// Writes 16-bit samples of one channel in any format, to a file or to a pipe.
 #ifndef SE_BF_SOUND_WRITER_H
 #define SE_BF_SOUND_WRITER_H
 

@@ -1,4 +1,4 @@
-// Files without a name: what they hold vanishes with the program, however it ends.
+// Files without a name: their content vanishes when the program ends, however it ends.
 #include "temporary_file.h"
 
 #include <errno.h>

@@ -1,34 +1,34 @@
 // Lanes of x86-64 processors with AVX2: eight values a vector. Compiled for AVX2, called only where
 // it exists.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 #if defined(__AVX2__)
 
 #include <immintrin.h>
 
-#include "spectral/q31_vector_kernel.h"
+#include "spectral/q31_format.h"
+#include "spectral/vector/lanes.h"
+#include "spectral/vector/rfft.h"
 
 namespace {
 
 struct avx2_lanes {
   using ints = __m256i;
   using floats = __m256;
-  static constexpr int32_t kWidth = 8;
-
-  // High words in the order 0, 2, 1, 3 of each half: one shuffle collects them from the products
-  // of even and odd lanes.
+  // The order is 0, 2, 1, 3 in each half: the multiplier takes even lanes or odd lanes, and one
+  // shuffle gathers the high words of both.
   struct products {
     ints words;
   };
-  struct pair {
-    ints v0, v1;
-  };
-  struct float_pair {
-    floats v0, v1;
-  };
-  struct quad {
-    ints v0, v1, v2, v3;
-  };
+  using complex = q31_vector::complex<avx2_lanes>;
+  using columns = q31_vector::columns<avx2_lanes>;
+  using float_pair = q31_vector::float_pair<avx2_lanes>;
+  static constexpr int32_t kWidth = 8;
+
+  // Most instructions work on each half of the vectors apart. These selectors put together the low
+  // halves of two vectors, or the high ones.
+  static constexpr int kLowHalves = 0x20;
+  static constexpr int kHighHalves = 0x31;
 
   static ints load(const int32_t *p) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
@@ -36,19 +36,17 @@ struct avx2_lanes {
   static void store(int32_t *p, ints x) {
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), x);
   }
-  // Four values from p and four from p + offset.
-  static ints load_quads(const int32_t *p, int32_t offset) {
+  static ints load_fours(const int32_t *p, int32_t offset) {
     return _mm256_loadu2_m128i(reinterpret_cast<const __m128i *>(p + offset),
                                reinterpret_cast<const __m128i *>(p));
   }
-  static void store_quads(int32_t *p, int32_t offset, ints x) {
+  static void store_fours(int32_t *p, int32_t offset, ints x) {
     _mm256_storeu2_m128i(reinterpret_cast<__m128i *>(p + offset), reinterpret_cast<__m128i *>(p),
                          x);
   }
-  // Values p[0], p[-1], ... p[-7].
-  static ints load_reversed(const int32_t *p) {
+  static ints load_reversed(const int32_t *last) {
     const ints backwards = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
-    return _mm256_permutevar8x32_epi32(load(p - (kWidth - 1)), backwards);
+    return _mm256_permutevar8x32_epi32(load(last - (kWidth - 1)), backwards);
   }
 
   static ints add(ints x, ints y) {
@@ -68,7 +66,7 @@ struct avx2_lanes {
   static products subtract(products x, products y) {
     return {subtract(x.words, y.words)};
   }
-  static ints settle(products x) {
+  static ints in_lane_order(products x) {
     return _mm256_shuffle_epi32(x.words, _MM_SHUFFLE(3, 1, 2, 0));
   }
   static products high_words(ints even, ints odd) {
@@ -82,8 +80,8 @@ struct avx2_lanes {
   static ints odd_product(ints x, ints y) {
     return _mm256_mul_epi32(_mm256_srli_epi64(x, 32), _mm256_srli_epi64(y, 32));
   }
-  static ints half() {
-    return _mm256_set1_epi64x(int64_t{1} << 31);
+  static ints round_half() {
+    return _mm256_set1_epi64x(kQ31RoundHalf);
   }
   static products mul_high(ints x, ints y) {
     return high_words(even_product(x, y), odd_product(x, y));
@@ -92,16 +90,15 @@ struct avx2_lanes {
     return mul_high(x, c);
   }
   static products mul_high_round(ints x, ints y) {
-    return high_words(_mm256_add_epi64(half(), even_product(x, y)),
-                      _mm256_add_epi64(half(), odd_product(x, y)));
+    return high_words(_mm256_add_epi64(round_half(), even_product(x, y)),
+                      _mm256_add_epi64(round_half(), odd_product(x, y)));
   }
   static products mul_high_round_negated(ints x, ints y) {
-    return high_words(_mm256_sub_epi64(half(), even_product(x, y)),
-                      _mm256_sub_epi64(half(), odd_product(x, y)));
+    return high_words(_mm256_sub_epi64(round_half(), even_product(x, y)),
+                      _mm256_sub_epi64(round_half(), odd_product(x, y)));
   }
 
-  // Transposes 4 x 4 values in each half of the vectors.
-  static quad transpose(ints a, ints b, ints c, ints d) {
+  static columns transpose(ints a, ints b, ints c, ints d) {
     const ints ab_low = _mm256_unpacklo_epi32(a, b);
     const ints ab_high = _mm256_unpackhi_epi32(a, b);
     const ints cd_low = _mm256_unpacklo_epi32(c, d);
@@ -109,10 +106,11 @@ struct avx2_lanes {
     return {_mm256_unpacklo_epi64(ab_low, cd_low), _mm256_unpackhi_epi64(ab_low, cd_low),
             _mm256_unpacklo_epi64(ab_high, cd_high), _mm256_unpackhi_epi64(ab_high, cd_high)};
   }
-  static pair zip(ints x, ints y) {
+  static void store_zipped(int32_t *p, ints x, ints y) {
     const ints low = _mm256_unpacklo_epi32(x, y);
     const ints high = _mm256_unpackhi_epi32(x, y);
-    return {_mm256_permute2x128_si256(low, high, 0x20), _mm256_permute2x128_si256(low, high, 0x31)};
+    store(p, _mm256_permute2x128_si256(low, high, kLowHalves));
+    store(p + kWidth, _mm256_permute2x128_si256(low, high, kHighHalves));
   }
 
   static floats load_floats(const float *p) {
@@ -127,7 +125,7 @@ struct avx2_lanes {
   static floats no_peak() {
     return _mm256_setzero_ps();
   }
-  // Keeps the peak where the magnitude is not a number: the second operand wins then.
+  // The instruction returns its second operand where one is not a number.
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm256_max_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x), peaks);
   }
@@ -136,34 +134,35 @@ struct avx2_lanes {
     const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));
     return _mm_cvtss_f32(_mm_max_ss(two, _mm_shuffle_ps(two, two, 1)));
   }
-  // Truncated; not-a-number becomes 0.
-  static ints to_words(floats x) {
+  // The conversion makes -2^31 of not-a-number; the comparison makes it 0.
+  static ints truncate(floats x) {
     const floats ordered = _mm256_cmp_ps(x, x, _CMP_ORD_Q);
     return _mm256_and_si256(_mm256_cvttps_epi32(x), _mm256_castps_si256(ordered));
   }
-  static pair load_pairs(const float *in, float scale) {
+  static complex load_complex(const float *in, float scale) {
     const floats factor = _mm256_set1_ps(scale);
     const floats low = _mm256_loadu_ps(in);
     const floats high = _mm256_loadu_ps(in + kWidth);
-    const floats outer = _mm256_permute2f128_ps(low, high, 0x20);
-    const floats inner = _mm256_permute2f128_ps(low, high, 0x31);
+    const floats outer = _mm256_permute2f128_ps(low, high, kLowHalves);
+    const floats inner = _mm256_permute2f128_ps(low, high, kHighHalves);
     const floats even = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(2, 0, 2, 0));
     const floats odd = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(3, 1, 3, 1));
-    return {to_words(_mm256_mul_ps(factor, even)), to_words(_mm256_mul_ps(factor, odd))};
+    return {truncate(_mm256_mul_ps(factor, even)), truncate(_mm256_mul_ps(factor, odd))};
   }
-  static float_pair interleave(ints even, ints odd, float gain) {
+  static float_pair interleave(ints re, ints im, float gain) {
     const floats factor = _mm256_set1_ps(gain);
-    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(even), factor);
-    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(odd), factor);
+    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(re), factor);
+    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(im), factor);
     const floats low = _mm256_unpacklo_ps(first, second);
     const floats high = _mm256_unpackhi_ps(first, second);
-    return {_mm256_permute2f128_ps(low, high, 0x20), _mm256_permute2f128_ps(low, high, 0x31)};
+    return {_mm256_permute2f128_ps(low, high, kLowHalves),
+            _mm256_permute2f128_ps(low, high, kHighHalves)};
   }
 };
 
 }  // namespace
 
-const q31_vector_kernel q31_vector_avx2 = q31_vector::vector_kernel<avx2_lanes>();
+const q31_vector_kernel q31_vector_avx2 = q31_vector::make_kernel<avx2_lanes>();
 
 #else
 

@@ -1,11 +1,7 @@
 // Choice of the vector kernel by what the processor can run.
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 
 namespace {
-
-// Real lengths that the kernels are written for: those of the supported hops.
-constexpr int32_t kShortLength = 256;
-constexpr int32_t kLongLength = 512;
 
 #if defined(TM_SE_BF_CHECK_Q31)
 constexpr bool kUseVectors = false;  // the checking twins are on the scalar path
@@ -26,7 +22,7 @@ bool has_avx2() {
 }  // namespace
 
 const q31_vector_kernel *q31_vector_kernel_for(int32_t n) {
-  if (!kUseVectors || (n != kShortLength && n != kLongLength)) {
+  if (!kUseVectors || (n != kVectorShortLength && n != kVectorLongLength)) {
     return nullptr;
   }
   if (q31_vector_avx2.forward != nullptr && has_avx2()) {

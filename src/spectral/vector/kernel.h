@@ -1,13 +1,20 @@
-// Vector kernels of the block-scaled real transform, for the two lengths that the library streams
-// with.
+// Vector kernels: the block-scaled real transform of fftwrap_fixpoint on several values at a time.
 //
-// A kernel does what the scalar path of fftwrap_fixpoint does, to the bit, on several values at a
-// time: conversion, stages, split and conversion back, with real and imaginary parts in planes of
-// their own. The bit reversal costs nothing: the last stage loads its groups in reversed order.
-#ifndef TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
-#define TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
+// A kernel gives the bits of the scalar path. It exists for the two lengths that the library
+// streams with. The parts, from here inwards:
+//   kernel.cpp        picks the kernel that the processor can run
+//   lanes_*.cpp       one kernel each: the vector operations of a processor, put into the templates
+//   rfft.h, cfft.h    these templates: real transform, and the complex one inside it
+//   lanes.h           what the templates ask of a processor
+//   tables.h          factors in the order in which vectors take them
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
+#define TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
 
 #include <cstdint>
+
+// Real lengths N of the kernels: those of the hops that can be streamed.
+constexpr int32_t kVectorShortLength = 256;
+constexpr int32_t kVectorLongLength = 512;
 
 // Work space of a kernel for N points: `frame` of N words and `spectrum` of 2N words.
 struct q31_vector_work {
@@ -15,16 +22,17 @@ struct q31_vector_work {
   int32_t *spectrum;
 };
 
-// n: 256 or 512. A block whose peak is too small to be scaled in single precision gives silence.
+// Both directions return false, with `out` untouched, when the peak of the block is too small for a
+// finite scale.
 //
 // Forward: `in`, n time samples, to `out`, a packed spectrum (in may be out). With a window of n
 // floats the samples are first multiplied by it, into `product`, n floats; null for none.
-using q31_vector_forward = void (*)(q31_vector_work work, int32_t n, const float *in,
+using q31_vector_forward = bool (*)(q31_vector_work work, int32_t n, const float *in,
                                     const float *window, float *product, float *out);
 
 // Inverse: `in`, a packed spectrum, to `out`, n time samples (in may be out), multiplied by the
 // window of n floats, or null for none.
-using q31_vector_inverse = void (*)(q31_vector_work work, int32_t n, const float *in,
+using q31_vector_inverse = bool (*)(q31_vector_work work, int32_t n, const float *in,
                                     const float *window, float *out);
 
 struct q31_vector_kernel {
@@ -41,4 +49,4 @@ extern const q31_vector_kernel q31_vector_sse2;
 extern const q31_vector_kernel q31_vector_avx2;
 extern const q31_vector_kernel q31_vector_neon;
 
-#endif  // TM_SE_BF_SPECTRAL_Q31_VECTOR_RFFT_H
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
