@@ -97,8 +97,9 @@ TEST(Transform, EveryKernelGivesTheBitsOfTheScalarPathAtTheEdgesOfTheRange) {
   for (const int32_t n : {kVectorShortLength, kVectorLongLength}) {
     tamrin_free(nullptr);
     fft_setup *fft = spx_fft_init(n);
+    const q31_vector_kernel *const chosen = fft->kernel;  // of a packed record
     const std::pair<const char *, const q31_vector_kernel *> kernels[] = {
-        {"chosen", fft->kernel}, {"SSE2", &q31_vector_sse2}, {"NEON", &q31_vector_neon}};
+        {"chosen", chosen}, {"SSE2", &q31_vector_sse2}, {"NEON", &q31_vector_neon}};
     block window(static_cast<size_t>(n));
     std::iota(window.begin(), window.end(), 1.0f);
     for (const double level : {3000.0, 1e30, 1e-20, 0.0, 1e-34, 1e-40}) {
