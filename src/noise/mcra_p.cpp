@@ -75,7 +75,7 @@ SE_BF_RARELY_RUN void start_estimate(const mcra_state *state, const float *pwr) 
 }
 
 // Forgets the minima: the next frame's smoothed power takes the place of both.
-void forget_minima(const mcra_state *state) {
+SE_BF_RARELY_RUN void forget_minima(const mcra_state *state) {
   for (int32_t k = 0; k < state->num_bins; ++k) {
     state->s_min[k] = HUGE_VALF;
     state->s_tmp[k] = HUGE_VALF;

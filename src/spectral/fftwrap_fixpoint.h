@@ -46,9 +46,10 @@ void spx_fft_fixpoint(fft_setup *setup, const float *in, float *out);
 void spx_ifft(fft_setup *setup, const float *in, float *out);
 void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out);
 
-// The same with a window of N floats on the time samples, in the pass that converts them; null for
-// none. Forward: in[i] window[i] is transformed; `product` has room for it, N floats. Inverse:
-// out[i] is multiplied by window[i].
+// What the library itself calls (only tests and benches call the four above): the same with a
+// window of N floats on the time samples, in the pass that converts them; null for none. Forward:
+// in[i] window[i] is transformed; `product` has room for it, N floats. Inverse: out[i] is
+// multiplied by window[i].
 void spx_fft_windowed(fft_setup *setup, const float *in, const float *window, float *product,
                       float *out);
 void spx_ifft_windowed(fft_setup *setup, const float *in, const float *window, float *out);

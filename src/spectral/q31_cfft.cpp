@@ -161,33 +161,24 @@ void radix4by2_transform(q31_view x, uint32_t length, const int32_t *twiddle) {
 
 }  // namespace
 
-const cfft_q31_instance arm_cfft_sR_q31_len16 = {16, twiddleCoef_16_q31.data(),
-                                                 armBitRevIndexTable_fixed_16.data(),
-                                                 armBitRevIndexTable_fixed_16.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len32 = {32, twiddleCoef_32_q31.data(),
-                                                 armBitRevIndexTable_fixed_32.data(),
-                                                 armBitRevIndexTable_fixed_32.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len64 = {64, twiddleCoef_64_q31.data(),
-                                                 armBitRevIndexTable_fixed_64.data(),
-                                                 armBitRevIndexTable_fixed_64.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len128 = {128, twiddleCoef_128_q31.data(),
-                                                  armBitRevIndexTable_fixed_128.data(),
-                                                  armBitRevIndexTable_fixed_128.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len256 = {256, twiddleCoef_256_q31.data(),
-                                                  armBitRevIndexTable_fixed_256.data(),
-                                                  armBitRevIndexTable_fixed_256.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len512 = {512, twiddleCoef_512_q31.data(),
-                                                  armBitRevIndexTable_fixed_512.data(),
-                                                  armBitRevIndexTable_fixed_512.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len1024 = {1024, twiddleCoef_1024_q31.data(),
-                                                   armBitRevIndexTable_fixed_1024.data(),
-                                                   armBitRevIndexTable_fixed_1024.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len2048 = {2048, twiddleCoef_2048_q31.data(),
-                                                   armBitRevIndexTable_fixed_2048.data(),
-                                                   armBitRevIndexTable_fixed_2048.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len4096 = {4096, twiddleCoef_4096_q31.data(),
-                                                   armBitRevIndexTable_fixed_4096.data(),
-                                                   armBitRevIndexTable_fixed_4096.size()};
+const cfft_q31_instance arm_cfft_sR_q31_len16 = {
+    16, twiddleCoef_16_q31, armBitRevIndexTable_fixed_16, bit_reversal_words(16)};
+const cfft_q31_instance arm_cfft_sR_q31_len32 = {
+    32, twiddleCoef_32_q31, armBitRevIndexTable_fixed_32, bit_reversal_words(32)};
+const cfft_q31_instance arm_cfft_sR_q31_len64 = {
+    64, twiddleCoef_64_q31, armBitRevIndexTable_fixed_64, bit_reversal_words(64)};
+const cfft_q31_instance arm_cfft_sR_q31_len128 = {
+    128, twiddleCoef_128_q31, armBitRevIndexTable_fixed_128, bit_reversal_words(128)};
+const cfft_q31_instance arm_cfft_sR_q31_len256 = {
+    256, twiddleCoef_256_q31, armBitRevIndexTable_fixed_256, bit_reversal_words(256)};
+const cfft_q31_instance arm_cfft_sR_q31_len512 = {
+    512, twiddleCoef_512_q31, armBitRevIndexTable_fixed_512, bit_reversal_words(512)};
+const cfft_q31_instance arm_cfft_sR_q31_len1024 = {
+    1024, twiddleCoef_1024_q31, armBitRevIndexTable_fixed_1024, bit_reversal_words(1024)};
+const cfft_q31_instance arm_cfft_sR_q31_len2048 = {
+    2048, twiddleCoef_2048_q31, armBitRevIndexTable_fixed_2048, bit_reversal_words(2048)};
+const cfft_q31_instance arm_cfft_sR_q31_len4096 = {
+    4096, twiddleCoef_4096_q31, armBitRevIndexTable_fixed_4096, bit_reversal_words(4096)};
 
 void arm_cfft_q31(const cfft_q31_instance *S, int32_t *data, uint8_t ifftFlag,
                   uint8_t bitReverseFlag) {

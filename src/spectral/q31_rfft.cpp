@@ -65,8 +65,8 @@ int32_t arm_rfft_init_q31(rfft_q31_instance *S, uint32_t fftLenReal, uint32_t if
   S->fftLenReal = fftLenReal & kLengthMask;
   S->ifftFlagR = static_cast<uint8_t>(ifftFlagR);
   S->bitReverseFlagR = static_cast<uint8_t>(bitReverseFlag);
-  S->pTwiddleAReal = realCoefAQ31.data();
-  S->pTwiddleBReal = realCoefBQ31.data();
+  S->pTwiddleAReal = realCoefAQ31;
+  S->pTwiddleBReal = realCoefBQ31;
 
   const cfft_q31_instance *cfft = half_length_cfft(S->fftLenReal);
   if (cfft == nullptr) {

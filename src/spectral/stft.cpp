@@ -24,6 +24,14 @@ SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__r
   }
 }
 
+// What synthesis adds where the hop is shorter than the overlap: the tail reaches beyond the hop.
+SE_BF_RARELY_RUN void add_long_tail(const stft_buf *stft, int32_t hop, float *out) {
+  copy_floats(out, stft->frame, hop);
+  for (int32_t i = 0; i < stft->overlap; ++i) {
+    out[i] += stft->ola_tail[i];
+  }
+}
+
 }  // namespace
 
 SE_BF_RARELY_RUN stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
@@ -97,8 +105,12 @@ float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) 
   const float *synthesis = stft->window + length;
 
   spx_ifft_windowed(stft->fft, spectrum, synthesis, stft->frame);
-  add_samples(stft->frame, stft->ola_tail, out, overlap);
-  copy_floats(out + overlap, stft->frame + overlap, hop - overlap);
+  if (overlap > hop) {
+    add_long_tail(stft, hop, out);
+  } else {
+    add_samples(stft->frame, stft->ola_tail, out, overlap);
+    copy_floats(out + overlap, stft->frame + overlap, hop - overlap);
+  }
   copy_floats(stft->ola_tail, stft->frame + hop, overlap);
   return out;
 }

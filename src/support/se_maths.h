@@ -53,7 +53,8 @@ inline void complex_fset(se_complex *out, float re, float im) {
 // Magnitude, computed wholly in double precision and rounded to single. Only tests call it.
 float complex_abs(se_complex a);
 
-// a + b, a - b, a * b, conj(a) * b, a * conj(b).
+// a + b, a - b, a * b, conj(a) * b, a * conj(b). Only tests need
+// a - b and a * conj(b).
 inline se_complex complex_add(se_complex a, se_complex b) {
   return {a.re + b.re, a.im + b.im};
 }

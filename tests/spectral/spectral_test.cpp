@@ -5,7 +5,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "spectral/fftwrap_fixpoint.h"
+#include "spectral/stft.h"
 #include "test_signals.h"
 
 namespace {
@@ -118,6 +118,42 @@ TEST(Transform, EveryKernelGivesTheBitsOfTheScalarPathAtTheEdgesOfTheRange) {
         if (kernel != nullptr && kernel->forward != nullptr) {
           expect_same_bits(scalar, run(fft, kernel, in, window));
         }
+      }
+    }
+  }
+}
+
+// The windows of all frames that share a sample add up to 1. Where the hop is shorter than the
+// overlap, synthesis adds the tail of the last frame behind the hop as well.
+TEST(Stft, WindowsAddUpToOneAndSynthesisAddsTheWholeTail) {
+  constexpr int32_t kLength = 64;
+  constexpr float kBehind = 1000.0f;
+  for (const int32_t hop : {16, 32, 48, 64}) {
+    tamrin_free(nullptr);
+    fft_setup *fft = spx_fft_init(kLength);
+    stft_buf *stft = stft_buf_create(kLength, hop, fft, 1);
+    const wave x = white_noise(41, kLength, 3000.0);
+    const block spectrum(begin(x), end(x));
+    block frame(kLength);
+    for (int32_t i = 0; i < kLength; ++i) {
+      EXPECT_NEAR(stft->window[i], 0.54 - 0.46 * std::cos(6.2832 * i / kLength), 1e-6) << i;
+      double sum = 0.0;
+      for (int32_t k = i % hop; k < kLength; k += hop) {
+        sum += static_cast<double>(stft->window[k] * stft->window[kLength + k]);
+      }
+      EXPECT_NEAR(sum, 1.0, 1e-6) << "frames that share sample " << i << ", hop " << hop;
+    }
+    spx_ifft(fft, spectrum.data(), frame.data());
+    for (size_t i = 0; i < kLength; ++i) {
+      frame[i] *= stft->window[kLength + i];
+    }
+    for (const bool tail : {false, true}) {
+      block out(kLength, kBehind);
+      EXPECT_EQ(stft_spectrum_to_time(stft, spectrum.data(), out.data()), out.data());
+      for (int32_t i = 0; i < kLength; ++i) {
+        const float sample = i < hop ? frame[static_cast<size_t>(i)] : kBehind;
+        const float last = tail && i < kLength - hop ? frame[static_cast<size_t>(hop + i)] : 0.0f;
+        EXPECT_EQ(out[static_cast<size_t>(i)], sample + last) << "hop " << hop << ", sample " << i;
       }
     }
   }
