@@ -26,11 +26,12 @@ PER_FRAME = "instructions per frame"
 COUNTS = "ratio of instructions"
 TIMES = "ratio of times"
 
-# Name, where {} is each mode in turn; unit; how it is measured; goal, and the further one.
-# growth: by hop and channels. transforms: the share of forward and inverse transforms; share: the
-# whole over it. worst: call over the median call. pair: a forward and an inverse transform of the
-# library over those of another. silence: digital silence after speech over speech; denormals:
-# operations on them there. system: heap and system calls and page faults after the first call.
+# Name, where {} is each mode in turn; unit; how it is measured; goals, and stretch goals.
+# growth: by hop and channels. transforms: instructions of forward and inverse transforms. share: all
+# instructions over those of the transforms. worst: worst call over median call. pair: a forward and an
+# inverse transform of the library over those of another library. silence: digital silence after speech
+# over speech. denormals: operations on denormals in that silence. system: heap calls, system calls and
+# page faults after the first call.
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
