@@ -134,7 +134,7 @@ def worst_call(tree, variant, mode):
     with tempfile.TemporaryDirectory(dir=tree.builds) as calls:
         collected(f"{calls}/call", tree.builds / variant, tree.drivers / "run_stream", mode,
                   2 * COUNT_S, options=("--toggle-collect=se_bf_do", "--dump-after=se_bf_do"))
-        # A file a call; the last one holds what follows the last call, which is nothing.
+        # One file per call; the last file is empty, because nothing follows the last call.
         counts = [int(only(r"^totals: (\d+)", path.read_text()))
                   for path in pathlib.Path(calls).iterdir()]
     counts = [count for count in counts if count > 0]
@@ -287,8 +287,8 @@ def measure_memory(tree):
 # The report.
 
 def measure(tree, once):
-    """All figures of a tree; what cannot be measured is told and left out. once: with those that are
-    of interest for one tree only."""
+    """All figures of a tree; what cannot be measured is reported and left out. once: with the figures
+    that only one tree needs."""
     parts = [(count_variant, "baseline"), (worst_call, "baseline", 6001),
              (worst_call, "baseline", 6002)]
     if has_avx2():

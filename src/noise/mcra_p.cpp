@@ -66,8 +66,8 @@ SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, 
   }
 }
 
-// The power of the first frame is the first noise estimate. Old smoothed power is cleared, so that
-// nothing of it, not even a not-a-number, is left after a reset.
+// The power of the first frame is the first noise estimate. The smoothed power is cleared, because
+// after a reset it is that of an earlier stream and may even be not-a-number.
 SE_BF_RARELY_RUN void start_estimate(const mcra_state *state, const float *pwr) {
   copy_floats(state->lambdaD, pwr, state->num_bins);
   for (int32_t k = 0; k < state->num_bins; ++k) {

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-// The word that would stand for 1.0, the first one beyond the 32-bit range.
+// The word of 1.0, which is the first integer beyond the 32-bit range.
 constexpr double kQ31One = 2147483648.0;
 constexpr float kQ31Limit = static_cast<float>(kQ31One);
 

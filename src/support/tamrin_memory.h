@@ -45,8 +45,8 @@ uint32_t tamrin_generation();
 // Prints the message on standard output and ends the process with status 1. Only tests call it.
 [[noreturn]] void tamrin_fatal(const char *msg);
 
-// Print a warning, with an integer behind it in the second form, on standard error; return the
-// number of characters printed.
+// Print a warning on standard error, in the second form followed by an integer; return the number
+// of characters printed.
 int tamrin_warning(const char *msg);
 int tamrin_warning_int(const char *msg, int value);
 
