@@ -16,7 +16,7 @@ constexpr q31_table<int32_t, twiddle_words(kMaxCfftLength)> make_largest_twiddle
 
 constexpr auto kLargestTwiddles = make_largest_twiddles();
 
-// A shorter circle is the longest one sampled.
+// The table of a shorter length holds every (kMaxCfftLength / kLength)-th entry of the longest.
 template <size_t kLength>
 constexpr q31_table<int32_t, twiddle_words(kLength)> make_twiddles() {
   q31_table<int32_t, twiddle_words(kLength)> table = {};

@@ -13,8 +13,8 @@ namespace {
 constexpr double kHammingOffset = 0.54;
 constexpr double kHammingDepth = 0.46;
 
-// 2 pi, deliberately short: the window's period is very slightly longer than N, and the output bits
-// depend on it.
+// 2 pi, rounded deliberately: the period of the window is slightly shorter than N, and the output
+// bits depend on it.
 constexpr float kWindowTurn = 6.2832f;
 
 SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__restrict y,
@@ -77,10 +77,6 @@ SE_BF_RARELY_RUN void stft_buf_destroy(stft_buf *stft) {
   pool_release(stft->ola_tail);
   pool_release(stft->window);
   tamrin_free(stft);
-}
-
-float *stft_input(const stft_buf *stft) {
-  return stft->history + stft->overlap;
 }
 
 void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
