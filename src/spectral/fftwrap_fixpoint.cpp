@@ -8,8 +8,8 @@
 
 namespace {
 
-// Truncates toward zero; saturates, and takes not-a-number as 0, so that every processor gives the
-// same words.
+// Truncates toward zero and saturates; not-a-number becomes 0. So every processor gives the same
+// words.
 int32_t float_to_q31(float x) {
   if (x >= kQ31Limit) {
     return INT32_MAX;
@@ -20,7 +20,7 @@ int32_t float_to_q31(float x) {
   return x == x ? static_cast<int32_t>(x) : 0;
 }
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. A not-a-number never wins.
+// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
 float block_scale(const float *in, int32_t count) {
   float peak = 0.0f;
   for (int32_t i = 0; i < count; ++i) {
@@ -81,7 +81,7 @@ bool scalar_inverse(fft_setup *setup, const float *in, const float *window, floa
   }
 
   to_q31(in, scale, setup->spectrum_q31, n);
-  // The inverse reads bins 0 to N/2: the Nyquist pair behind the packed spectrum is nothing.
+  // The inverse reads bins 0 to N/2. Bin N/2, behind the packed spectrum, is set to 0.
   for (int32_t i = n; i < 2 * n; ++i) {
     setup->spectrum_q31[i] = 0;
   }
@@ -94,15 +94,15 @@ bool scalar_inverse(fft_setup *setup, const float *in, const float *window, floa
   return true;
 }
 
-// What becomes of a block that has no finite scale.
+// Result of a block that has no finite scale.
 void silence(float *out, int32_t count) {
   std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
 }
 
 }  // namespace
 
-fft_setup *spx_fft_init(core_state *core, int32_t n) {
-  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc(core, sizeof(fft_setup)));
+fft_setup *spx_fft_init_in(core_state *core, int32_t n) {
+  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc_in(core, sizeof(fft_setup)));
   tamrin_note(core, "cmsis fixpoint fft");
   if (setup == nullptr) {
     return nullptr;
@@ -114,8 +114,8 @@ fft_setup *spx_fft_init(core_state *core, int32_t n) {
   setup->n = n;
   setup->kernel = q31_vector_kernel_for(n);
   const int32_t word = sizeof(int32_t);
-  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc(core, 2 * n * word));
-  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc(core, n * word));
+  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc_in(core, 2 * n * word));
+  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc_in(core, n * word));
 
   const bool supported = forward_status == 0 && inverse_status == 0;
   const bool allocated = setup->spectrum_q31 != nullptr && setup->frame_q31 != nullptr;
