@@ -62,7 +62,7 @@ void fill_block(fuzz_world *world, int16_t *block, int32_t frames, int32_t chann
 // A run of calls, all with the same description of their blocks.
 void process(fuzz_world *world, se_bf_inst **handle) {
   se_bf_inst *inst = *handle;
-  const bool alive = se_bf_instance_alive(inst);
+  const bool alive = se_bf_instance_alive(&process_core, inst);
   const int32_t asked = alive ? inst->samples_per_call : 0;
   const int32_t samples = std::max(asked, 0);
   const int32_t channels = alive ? inst->num_ch_in : 2;
