@@ -8,7 +8,7 @@ constexpr int32_t kReferenceSamples = 32000;
 
 // What type "bf_mvdr" at hop 192 makes of the stored recording, from the sample on that
 // se_bf_init's latency names. Comes from pcm_bf_mvdr.s16 (16-bit little-endian), which
-// tools/recording makes.
+// recordings/ makes.
 extern const int16_t g_buf_bf_mvdr[kReferenceSamples];
 
 #endif  // TM_SE_BF_CONFORMANCE_PCM_BF_MVDR_H

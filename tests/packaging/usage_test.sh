@@ -6,7 +6,7 @@ mkdir bin recordings
 ln -s "$1" bin/se_bf
 export PATH=$work/bin:$PATH HOME=$work
 
-source "$top/tools/completion/se_bf"
+source "$top/program/completion/se_bf"
 offered() {  # WORD...: what bash would offer for the last one
   COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
   _se_bf se_bf "${@: -1}" "${@: -2:1}"
@@ -15,14 +15,14 @@ offered() {  # WORD...: what bash would offer for the last one
 for command in enhance plot conform; do
   [[ $(offered se_bf ${command:0:2}) == "$command" ]]
   for option in $(se_bf $command --help | sed -nE '/version/d; s/^  (-h,)?(--[a-z-]+).*/\2/p'); do
-    grep -qE -- "^\.BI? ${option//-/\\\\-}( |$)" "$top/docs/man/se_bf.1" &&
+    grep -qE -- "^\.BI? ${option//-/\\\\-}( |$)" "$top/program/man/se_bf.1" &&
       [[ $(offered se_bf $command --hop 320 "$option") == "$option"* ]] ||
       { echo "man page or completion lack $command $option"; exit 1; }
   done
 done
 [[ $(offered se_bf enhance --mode m) == "mean mvdr mono" ]]
 
-$python "$top/tools/recording/raw_to_wav.py" "$recording" noisy.wav
+$python "$top/recordings/raw_to_wav.py" "$recording" noisy.wav
 cp noisy.wav recordings/one.wav
 se_bf enhance --quiet noisy.wav alone.wav
 while read -r line; do

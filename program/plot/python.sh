@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs a Python script of this project with the first interpreter that has the modules it needs:
 # python3 on the PATH, else the system's own, for which Debian packages install them.
-# Usage: tools/plot/python.sh [--modules=NAME,...] SCRIPT [ARGUMENT...]
+# Usage: program/plot/python.sh [--modules=NAME,...] SCRIPT [ARGUMENT...]
 # Without --modules: NumPy, SciPy and Matplotlib.
 set -euo pipefail
 

@@ -10,11 +10,13 @@ plain attenuation does not pass for noise reduction. Mind that the loud frames o
 noise too: at 6 dB, taking only the noise away lowers them by 1 dB.
 """
 import argparse
+import pathlib
 import sys
 
 import numpy as np
 
-from audio_io import read_channel_0
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "program/plot"))
+from audio_io import read_channel_0  # noqa: E402
 
 FRAME_S = 0.02
 JUDGED_FRAMES = 5  # 100 ms, longer than the dips between two syllables

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the project needs, group by group, through apt.
-# Usage: tools/packages.sh GROUP...      (no group: lists the groups)
+# Usage: scripts/packages.sh GROUP...      (no group: lists the groups)
 # Only missing packages are installed, with sudo when not root.
 set -euo pipefail
 
@@ -85,7 +85,7 @@ if [[ ${#missing[@]} -eq 0 ]]; then
 fi
 
 readonly INSTALL="apt-get install --no-install-recommends"
-readonly BY_HAND="apt-get update && $INSTALL ${missing[*]}" AGAIN="then run again: tools/packages.sh $*"
+readonly BY_HAND="apt-get update && $INSTALL ${missing[*]}" AGAIN="then run again: scripts/packages.sh $*"
 sudo=()
 if [[ $(id -u) -ne 0 ]]; then
   command -v sudo >/dev/null || fail "Debian packages are missing, and only root may install them" \

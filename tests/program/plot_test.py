@@ -14,7 +14,7 @@ import numpy as np
 
 import program
 
-sys.path.insert(0, str(program.TOP / "tools/plot"))
+sys.path.insert(0, str(program.TOP / "program/plot"))
 import audio_io  # noqa: E402
 import spectrograms  # noqa: E402
 
@@ -125,7 +125,7 @@ class Plot(program.ProgramCase):
         self.fails("are the same file", "in.wav", "in.png")
         os.remove("in.png")
         pathlib.Path("old.png").write_text("as it was")
-        script = [str(program.TOP / "tools/plot/spectrograms.py"), "in.wav", "--output=old.png"]
+        script = [str(program.TOP / "program/plot/spectrograms.py"), "in.wav", "--output=old.png"]
         files = sorted(os.listdir())
         result = subprocess.run([sys.executable, *script], capture_output=True, check=False,
                                 restore_signals=False, **program.limited(RLIMIT_FSIZE, 4096))
@@ -142,7 +142,7 @@ class Plot(program.ProgramCase):
             pathlib.Path(f"lacking/{missing}/__init__.py").write_text("import not_installed")
             self.fails("install the packages python3-numpy python3-matplotlib", "in.wav",
                        env={**self.env, "PYTHONPATH": str(self.work / "lacking")})
-        lacking = subprocess.run([program.TOP / "tools/plot/python.sh", "--modules=numpy,not_there",
+        lacking = subprocess.run([program.TOP / "program/plot/python.sh", "--modules=numpy,not_there",
                                   "x"], capture_output=True, check=False)
         self.assertIn(b"install the packages python3-numpy python3-not_there\n", lacking.stderr)
         scripts = self.work / "scripts"
