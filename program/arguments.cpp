@@ -1,11 +1,11 @@
 // The command line: the options of the subcommands and their help.
 #include "arguments.h"
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
 #include <sstream>
 
 #include "arguments_check.h"
@@ -15,15 +15,17 @@
 #include "sound_format.h"
 #include "tm_se_bf.h"
 
-static constexpr int USAGE_ERROR = 2;
-static constexpr double MAX_DISTANCE_M = 10.0;
-static constexpr double MAX_ANGLE_DEG = 180.0;
-static constexpr double MAX_GAIN_DB = 60.0;
-static constexpr int MAX_JOBS = 1024;
+namespace {
 
-static const char *const FORMAT_NAMES = "wav, flac, ogg, opus, aiff, au, caf, w64, rf64, raw";
+constexpr int kUsageError = 2;
+constexpr double kMaxDistanceM = 10.0;
+constexpr double kMaxAngleDeg = 180.0;
+constexpr double kMaxGainDb = 60.0;
+constexpr int kMaxJobs = 1024;
 
-static const char *const ENHANCE_HELP =
+constexpr char kFormatNames[] = "wav, flac, ogg, opus, aiff, au, caf, w64, rf64, raw";
+
+constexpr char kEnhanceHelp[] =
     "Enhance speech recorded with one or two microphones.\n"
     "IN and OUT are sound files. The extension of OUT names its format. Rates other than 16 kHz "
     "are\n"
@@ -41,13 +43,13 @@ static const char *const ENHANCE_HELP =
     "from. What is done is skipped, and what has changed is made again. A file that was made from\n"
     "another input, or when IN was longer, stays as it is.";
 
-static const char *const PLOT_HELP =
+constexpr char kPlotHelp[] =
     "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
     "Prints the name of the picture. A pixel shows the loudest moment of its time.\n"
     "The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs.\n"
     "Needs Python 3 with NumPy and Matplotlib (packages python3-numpy python3-matplotlib).";
 
-static const char *const CONFORM_HELP =
+constexpr char kConformHelp[] =
     "Run the self-test of the library that is loaded on this machine and judge the library.\n"
     "Exit status 0: with type bf_mvdr and hop 192 every sample equals the stored reference, and\n"
     "both figures of the report are 1.000000. 3: it agrees closely, but not to the bit "
@@ -56,11 +58,11 @@ static const char *const CONFORM_HELP =
     "The figures of the other types and hops are for comparison only: without bf_mvdr at hop 192\n"
     "there is no verdict, and the exit status is 1.";
 
-static std::string version_text() {
+std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
 }
 
-static void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {
+void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {
   command->add_option("FILES", batch->places, "IN OUT; with --out-dir any number of IN")
       ->required()
       ->type_name("");
@@ -70,7 +72,7 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
   });
   command
       ->add_option("--jobs", batch->jobs, "files at the same time; default: one for each processor")
-      ->check(CLI::Range(1, MAX_JOBS))
+      ->check(CLI::Range(1, kMaxJobs))
       ->needs(dir)
       ->type_name("N");
   command
@@ -84,18 +86,18 @@ static void declare_places(CLI::App *command, enhance_options *options, batch_op
       ->type_name("");
   const auto known = [](const std::string &text) {
     return sound_format_named(text) != nullptr ? std::string()
-                                               : "'" + text + "' is none of " + FORMAT_NAMES;
+                                               : "'" + text + "' is none of " + kFormatNames;
   };
   command
       ->add_option("--format", options->format,
-                   std::string("format of OUT where no extension names it: ") + FORMAT_NAMES +
+                   std::string("format of OUT where no extension names it: ") + kFormatNames +
                        "; default: raw")
       ->check(known)
       ->excludes(dir)
       ->type_name("");
 }
 
-static void declare_scene(CLI::App *command, enhance_options *options) {
+void declare_scene(CLI::App *command, enhance_options *options) {
   const auto channels = [options](const std::string &text) {
     return check_channels(text, &options->channels);
   };
@@ -116,7 +118,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
       ->check(CLI::IsMember({"mean", "omlsa", "mvdr", "mono"}))
       ->type_name("");
   const auto distance = [](const std::string &text) {
-    return check_range(text, 0.0, MAX_DISTANCE_M);
+    return check_range(text, 0.0, kMaxDistanceM);
   };
   command
       ->add_option("--mic-distance", options->mic_distance_m,
@@ -125,7 +127,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
       ->capture_default_str()
       ->type_name("METRES");
   const auto angle = [](const std::string &text) {
-    return check_range(text, -MAX_ANGLE_DEG, MAX_ANGLE_DEG);
+    return check_range(text, -kMaxAngleDeg, kMaxAngleDeg);
   };
   command
       ->add_option("--doa", options->doa_deg,
@@ -139,7 +141,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
       ->capture_default_str()
       ->type_name("");
   const auto gain = [](const std::string &text) {
-    return check_range(text, -MAX_GAIN_DB, MAX_GAIN_DB);
+    return check_range(text, -kMaxGainDb, kMaxGainDb);
   };
   command
       ->add_option("--gain", options->gain_db,
@@ -150,7 +152,7 @@ static void declare_scene(CLI::App *command, enhance_options *options) {
       ->type_name("DB");
 }
 
-static void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
+void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
   declare_places(command, options, batch);
   declare_scene(command, options);
   command->add_flag("--quiet", options->quiet, "no progress bar and no summary");
@@ -158,17 +160,17 @@ static void declare_enhance(CLI::App *command, enhance_options *options, batch_o
   command->set_version_flag("--version", version_text());
 }
 
-static void declare_plot(CLI::App *command, enhance_options *options, std::string *picture) {
+void declare_plot(CLI::App *command, enhance_options *options, std::string *picture) {
   command->add_option("IN", options->in, "sound file")->required()->type_name("");
   command->add_option("PICTURE", *picture, "PNG file; default: named after IN, here")
       ->type_name("");
   declare_scene(command, options);
 }
 
-static void declare_conform(CLI::App *command, conform_options *options) {
+void declare_conform(CLI::App *command, conform_options *options) {
   const auto known = [](const std::string &text) {
-    for (size_t i = 0; CONFORM_TYPES[i] != nullptr; ++i) {
-      if (text == CONFORM_TYPES[i]) {
+    for (size_t i = 0; kConformTypes[i] != nullptr; ++i) {
+      if (text == kConformTypes[i]) {
         return std::string();
       }
     }
@@ -186,29 +188,29 @@ static void declare_conform(CLI::App *command, conform_options *options) {
 }
 
 // Reports a mistake in the arguments, and which help to read.
-static int fail_usage(const CLI::App *app, const std::string &mistake) {
+int fail_usage(const CLI::App *app, const std::string &mistake) {
   std::string command = "se_bf";
   for (const CLI::App *parsed : app->get_subcommands()) {
     command += " " + parsed->get_name();
   }
   report_line(mistake + " (see " + command + " --help)");
-  return USAGE_ERROR;
+  return kUsageError;
 }
 
 // Prints help or version. Returns 0, or 1 after one line on standard error.
-static int print_wish(const CLI::App *app, const CLI::Success &wish) {
+int print_wish(const CLI::App *app, const CLI::Success &wish) {
   std::ostringstream text;
   app->exit(wish, text, text);
   const std::string words = text.str();
   if (!process_write(STDOUT_FILENO, words.data(), words.size())) {
-    report_line(std::string("writing to standard output failed: ") + strerror(errno));
+    report_line(std::string("writing to standard output failed: ") + std::strerror(errno));
     return 1;
   }
   return 0;
 }
 
 // The parser reports help, version and mistakes by exceptions, which end here.
-static int parse(CLI::App *app, int argc, char **argv, bool *done) {
+int parse(CLI::App *app, int argc, char **argv, bool *done) {
   *done = true;
   try {
     app->parse(argc, argv);
@@ -224,13 +226,15 @@ static int parse(CLI::App *app, int argc, char **argv, bool *done) {
   return 0;
 }
 
+}  // namespace
+
 int arguments_read(int argc, char **argv, arguments *args) {
   CLI::App app("Speech enhancement with one or two microphones.", "se_bf");
   app.set_version_flag("--version", version_text());
   app.require_subcommand(1);
-  CLI::App *enhance = app.add_subcommand("enhance", ENHANCE_HELP);
-  CLI::App *plot = app.add_subcommand("plot", PLOT_HELP);
-  CLI::App *conform = app.add_subcommand("conform", CONFORM_HELP);
+  CLI::App *enhance = app.add_subcommand("enhance", kEnhanceHelp);
+  CLI::App *plot = app.add_subcommand("plot", kPlotHelp);
+  CLI::App *conform = app.add_subcommand("conform", kConformHelp);
   declare_enhance(enhance, &args->enhance, &args->batch);
   declare_plot(plot, &args->enhance, &args->picture);
   declare_conform(conform, &args->conform);

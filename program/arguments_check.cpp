@@ -1,20 +1,23 @@
 // Checks of the command line: values of options, and options that go together.
 #include "arguments_check.h"
 
-#include <math.h>
-#include <stdlib.h>
-
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 
 #include "report.h"
 #include "sound_format.h"
 
-static constexpr size_t MAX_CHANNELS = 1024;  // more than a sound file holds
+namespace {
+
+constexpr size_t kMaxChannels = 1024;  // more than a sound file holds
+
+}  // namespace
 
 std::string check_range(const std::string &text, double low, double high) {
   char *end = nullptr;
-  const double value = strtod(text.c_str(), &end);
-  const bool number = end != text.c_str() && *end == '\0' && isfinite(value);
+  const double value = std::strtod(text.c_str(), &end);
+  const bool number = end != text.c_str() && *end == '\0' && std::isfinite(value);
   if (number && value >= low && value <= high) {
     return "";
   }
@@ -31,9 +34,9 @@ std::string check_channels(const std::string &text, std::vector<size_t> *channel
     if (*next < '0' || *next > '9') {
       return wrong;
     }
-    const unsigned long value = strtoul(next, &end, 10);
+    const unsigned long value = std::strtoul(next, &end, 10);
     const bool again = !channels->empty() && channels->front() == value;
-    if (value >= MAX_CHANNELS || again || channels->size() == 2) {
+    if (value >= kMaxChannels || again || channels->size() == 2) {
       return wrong;
     }
     channels->push_back(value);

@@ -2,10 +2,11 @@
 #include "audio_sink.h"
 
 #include <fcntl.h>
-#include <math.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cmath>
+#include <cstring>
 
 #include "audio_source.h"
 #include "link_path.h"
@@ -13,22 +14,24 @@
 #include "se_bf_host.h"
 #include "sound_format.h"
 
-static constexpr size_t CHUNK = 4096;  // samples converted at a time
-static constexpr float FULL_SCALE = 32768.0f;
-static constexpr double SECONDS_PER_HOUR = 3600.0;
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr size_t kChunk = 4096;  // samples converted at a time
+constexpr float kFullScale = 32768.0f;
+constexpr double kSecondsPerHour = 3600.0;
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
 // The format that the user asked for, or that of the extension; null if neither names one.
-static const sound_format *choose_format(const sink_request *request) {
+const sound_format *choose_format(const sink_request *request) {
   return request->format.empty() ? sound_format_of(request->out)
                                  : sound_format_named(request->format);
 }
 
-static bool find_place(audio_sink *sink, const sink_request *request) {
+bool find_place(audio_sink *sink, const sink_request *request) {
   const std::string &out = request->out;
   const bool standard = out == "-" || link_descriptor(out) == STDOUT_FILENO;
   const sound_format *raw = sound_format_named("raw");
@@ -48,11 +51,11 @@ static bool find_place(audio_sink *sink, const sink_request *request) {
   return true;
 }
 
-static std::string hours(int64_t frames, int rate_hz) {
-  return report_number(static_cast<double>(frames) / rate_hz / SECONDS_PER_HOUR, 1) + " h";
+std::string hours(int64_t frames, int rate_hz) {
+  return report_number(static_cast<double>(frames) / rate_hz / kSecondsPerHour, 1) + " h";
 }
 
-static bool check_length(const audio_sink *sink) {
+bool check_length(const audio_sink *sink) {
   const sound_writer *writer = &sink->writer;
   if (writer->expected <= writer->format->most_frames) {
     return true;
@@ -63,13 +66,13 @@ static bool check_length(const audio_sink *sink) {
 }
 
 // True when bytes that were written before can be overwritten.
-static bool is_seekable(const output_file *place) {
+bool is_seekable(const output_file *place) {
   struct stat status = {};
   return fstat(place->fd, &status) == 0 && S_ISREG(status.st_mode) &&
          (fcntl(place->fd, F_GETFL) & O_APPEND) == 0;
 }
 
-static bool open_writer(audio_sink *sink) {
+bool open_writer(audio_sink *sink) {
   sound_writer *writer = &sink->writer;
   if (isatty(sink->place.fd) == 1) {
     return fail(sink->place.name +
@@ -83,52 +86,28 @@ static bool open_writer(audio_sink *sink) {
 }
 
 // Frames at the output's rate for `frames` at the input's.
-static int64_t frames_out(const audio_sink *sink, int64_t frames) {
+int64_t frames_out(const audio_sink *sink, int64_t frames) {
   const double ratio = static_cast<double>(sink->writer.rate_hz) / sink->rate_in_hz;
-  return sink->writer.rate_hz == sink->rate_in_hz ? frames
-                                                  : llround(static_cast<double>(frames) * ratio);
-}
-
-bool sink_open(audio_sink *sink, const sink_request *request) {
-  sound_writer *writer = &sink->writer;
-  *sink = {};
-  sink->rate_in_hz = request->rate_hz;
-  if (!find_place(sink, request)) {
-    return false;
-  }
-  const bool raw = writer->format->format == 0;
-  writer->rate_hz = raw ? ENHANCE_RATE_HZ : sound_format_rate(writer->format, request->rate_hz);
-  writer->expected =
-      request->frames == LENGTH_UNKNOWN ? LENGTH_UNKNOWN : frames_out(sink, request->frames);
-  if (!check_length(sink) ||
-      (sink->place.fd == -1 && !output_file_open(&sink->place, writer->format->extension)) ||
-      !open_writer(sink)) {
-    return false;
-  }
-  if (!resampler_open(&sink->convert, ENHANCE_RATE_HZ, writer->rate_hz, 1)) {
-    return fail("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) + " Hz");
-  }
-  sink->unit.resize(CHUNK);
-  sink->converted.resize(CHUNK);
-  sink->pcm.resize(CHUNK);
-  return true;
+  return sink->writer.rate_hz == sink->rate_in_hz
+             ? frames
+             : std::llround(static_cast<double>(frames) * ratio);
 }
 
 // Raw PCM holds everything that arrives; a sound file is as long as the input.
-static bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
+bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
   const int64_t room = frame_limit - sink->writer.frames;
   const bool all = sink->writer.format->format == 0 || static_cast<int64_t>(samples) < room;
   const size_t count = all ? samples : room > 0 ? static_cast<size_t>(room) : 0;
   return writer_write(&sink->writer, pcm, count);
 }
 
-// Runs up to CHUNK samples of `unit` through the resampler and stores what comes out.
-static bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limit, bool end) {
+// Runs up to kChunk samples of `unit` through the resampler and stores what comes out.
+bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limit, bool end) {
   size_t at = 0;
   for (;;) {
     size_t used = samples - at;
     const long made = resampler_run(&sink->convert, sink->unit.data() + at, &used,
-                                    sink->converted.data(), CHUNK, end);
+                                    sink->converted.data(), kChunk, end);
     if (made < 0) {
       return fail("converting the sample rate for " + sink->place.name + " failed");
     }
@@ -145,28 +124,55 @@ static bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limi
   }
 }
 
-bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frames_in) {
-  const int64_t frame_limit = frames_out(sink, frames_in);
-  if (sink->convert.state == nullptr) {
-    return store(sink, pcm, samples, frame_limit);
-  }
-  for (size_t at = 0; at < samples; at += CHUNK) {
-    const size_t piece = samples - at < CHUNK ? samples - at : CHUNK;
-    for (size_t n = 0; n < piece; ++n) {
-      sink->unit[n] = static_cast<float>(pcm[at + n]) / FULL_SCALE;
-    }
-    if (!store_converted(sink, piece, frame_limit, false)) {
+// The resampler may end a frame early; the output is as long as the input.
+bool pad(audio_sink *sink, int64_t frames) {
+  std::memset(sink->pcm.data(), 0, sink->pcm.size() * sizeof(int16_t));
+  while (sink->writer.frames < frames && !sink->writer.full) {
+    if (!store(sink, sink->pcm.data(), kChunk, frames)) {
       return false;
     }
   }
   return true;
 }
 
-// The resampler may end a frame early; the output is as long as the input.
-static bool pad(audio_sink *sink, int64_t frames) {
-  memset(sink->pcm.data(), 0, sink->pcm.size() * sizeof(int16_t));
-  while (sink->writer.frames < frames && !sink->writer.full) {
-    if (!store(sink, sink->pcm.data(), CHUNK, frames)) {
+}  // namespace
+
+bool sink_open(audio_sink *sink, const sink_request *request) {
+  sound_writer *writer = &sink->writer;
+  *sink = {};
+  sink->rate_in_hz = request->rate_hz;
+  if (!find_place(sink, request)) {
+    return false;
+  }
+  const bool raw = writer->format->format == 0;
+  writer->rate_hz = raw ? kEnhanceRateHz : sound_format_rate(writer->format, request->rate_hz);
+  writer->expected =
+      request->frames == kLengthUnknown ? kLengthUnknown : frames_out(sink, request->frames);
+  if (!check_length(sink) ||
+      (sink->place.fd == -1 && !output_file_open(&sink->place, writer->format->extension)) ||
+      !open_writer(sink)) {
+    return false;
+  }
+  if (!resampler_open(&sink->convert, kEnhanceRateHz, writer->rate_hz, 1)) {
+    return fail("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) + " Hz");
+  }
+  sink->unit.resize(kChunk);
+  sink->converted.resize(kChunk);
+  sink->pcm.resize(kChunk);
+  return true;
+}
+
+bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frames_in) {
+  const int64_t frame_limit = frames_out(sink, frames_in);
+  if (sink->convert.state == nullptr) {
+    return store(sink, pcm, samples, frame_limit);
+  }
+  for (size_t at = 0; at < samples; at += kChunk) {
+    const size_t piece = samples - at < kChunk ? samples - at : kChunk;
+    for (size_t n = 0; n < piece; ++n) {
+      sink->unit[n] = static_cast<float>(pcm[at + n]) / kFullScale;
+    }
+    if (!store_converted(sink, piece, frame_limit, false)) {
       return false;
     }
   }

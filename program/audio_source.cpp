@@ -1,20 +1,22 @@
 // Where the audio comes from: the channels in use of a sound, as 16 kHz float frames.
 #include "audio_source.h"
 
-#include <math.h>
+#include <cmath>
 
 #include "report.h"
 #include "sound_open.h"
 
-static constexpr size_t MAX_PICKS = 2;
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr size_t kMaxPicks = 2;
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
 // Without a choice all channels are used; there may be two at most.
-static bool choose_channels(audio_source *src, const enhance_options *options) {
+bool choose_channels(audio_source *src, const enhance_options *options) {
   const std::string count = std::to_string(src->input.channels);
   src->picks = options->channels;
   for (const size_t pick : src->picks) {
@@ -27,7 +29,7 @@ static bool choose_channels(audio_source *src, const enhance_options *options) {
   if (!src->picks.empty()) {
     return true;
   }
-  if (src->input.channels > MAX_PICKS) {
+  if (src->input.channels > kMaxPicks) {
     return fail(src->input.name + " has " + count +
                 " channels; pick one or two microphones with --channels, for example "
                 "--channels 0,1");
@@ -38,31 +40,15 @@ static bool choose_channels(audio_source *src, const enhance_options *options) {
   return true;
 }
 
-bool source_open(audio_source *src, const enhance_options *options) {
-  *src = {};
-  if (!sound_open(&src->input, options) || !choose_channels(src, options)) {
-    return false;
-  }
-  if (!resampler_open(&src->convert, src->input.rate_hz, ENHANCE_RATE_HZ, src->picks.size())) {
-    return fail("cannot convert " + src->input.name + " from " +
-                std::to_string(src->input.rate_hz) +
-                " Hz to 16000 Hz; convert it with another program first");
-  }
-  const size_t frames = input_chunk(&src->input);
-  src->stored.resize(frames * src->input.channels);
-  src->pending.resize(frames * src->picks.size());
-  return true;
-}
-
 // Reads up to `frames` frames and writes the picked channels to `out`, without non-finite samples.
-static size_t read_picked(audio_source *src, float *out, size_t frames) {
+size_t read_picked(audio_source *src, float *out, size_t frames) {
   const size_t limit = src->stored.size() / src->input.channels;
   const size_t wanted = frames < limit ? frames : limit;
   const size_t count = input_read(&src->input, src->stored.data(), wanted);
   for (size_t t = 0; t < count; ++t) {
     const float *frame = src->stored.data() + t * src->input.channels;
     for (const size_t pick : src->picks) {
-      const bool good = isfinite(frame[pick]);
+      const bool good = std::isfinite(frame[pick]);
       src->not_finite += good ? 0 : 1;
       *out++ = good ? frame[pick] : 0.0f;
     }
@@ -70,7 +56,7 @@ static size_t read_picked(audio_source *src, float *out, size_t frames) {
   return count;
 }
 
-static long read_converted(audio_source *src, float *out, size_t room) {
+long read_converted(audio_source *src, float *out, size_t room) {
   const size_t channels = src->picks.size();
   for (;;) {
     if (src->pending_frames == 0 && !src->input.ended) {
@@ -90,6 +76,24 @@ static long read_converted(audio_source *src, float *out, size_t room) {
       return made;
     }
   }
+}
+
+}  // namespace
+
+bool source_open(audio_source *src, const enhance_options *options) {
+  *src = {};
+  if (!sound_open(&src->input, options) || !choose_channels(src, options)) {
+    return false;
+  }
+  if (!resampler_open(&src->convert, src->input.rate_hz, kEnhanceRateHz, src->picks.size())) {
+    return fail("cannot convert " + src->input.name + " from " +
+                std::to_string(src->input.rate_hz) +
+                " Hz to 16000 Hz; convert it with another program first");
+  }
+  const size_t frames = input_chunk(&src->input);
+  src->stored.resize(frames * src->input.channels);
+  src->pending.resize(frames * src->picks.size());
+  return true;
 }
 
 long source_read(audio_source *src, float *out, size_t room) {

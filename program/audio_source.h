@@ -2,15 +2,14 @@
 #ifndef SE_BF_AUDIO_SOURCE_H
 #define SE_BF_AUDIO_SOURCE_H
 
-#include <stdint.h>
-
+#include <cstdint>
 #include <vector>
 
 #include "options.h"
 #include "resampler.h"
 #include "sound_input.h"
 
-constexpr int ENHANCE_RATE_HZ = 16000;
+constexpr int kEnhanceRateHz = 16000;
 
 struct audio_source {
   sound_input input;

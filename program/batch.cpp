@@ -3,13 +3,13 @@
 // The library runs one instance per process, so every file has a process of its own.
 #include "batch.h"
 
-#include <errno.h>
 #include <poll.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <new>
 
 #include "batch_plan.h"
@@ -19,8 +19,10 @@
 #include "process.h"
 #include "report.h"
 
-static constexpr int POLL_MS = 100;     // between two looks at the progress
-static constexpr size_t MAX_NAMED = 4;  // results in a line; of more there is a count
+namespace {
+
+constexpr int kPollMs = 100;     // between two looks at the progress
+constexpr size_t kMaxNamed = 4;  // results in a line; of more there is a count
 
 struct batch {
   const enhance_options *scene;
@@ -36,12 +38,12 @@ struct batch {
 };
 
 // There is an older result of this name.
-static bool is_older(const batch_file *file) {
+bool is_older(const batch_file *file) {
   return file->verdict == RESULT_INPUT_CHANGED || file->verdict == RESULT_OPTIONS_CHANGED ||
          file->verdict == RESULT_VERSION_CHANGED;
 }
 
-static bool start(batch *b, size_t index) {
+bool start(batch *b, size_t index) {
   batch_file *file = &b->plan.files[index];
   const worker_task task = {index, b->scene, &file->place, &b->plan.record, &b->figures[index]};
   if (!worker_start(&b->workers, &task)) {
@@ -53,7 +55,7 @@ static bool start(batch *b, size_t index) {
 }
 
 // As many workers as allowed, or fewer if the system cannot run as many.
-static void start_some(batch *b) {
+void start_some(batch *b) {
   const std::vector<batch_file> &files = b->plan.files;
   while (b->shortage == 0 && b->workers.size() < b->jobs && b->next < files.size()) {
     if (files[b->next].state == BATCH_WAITING && !start(b, b->next)) {
@@ -63,7 +65,7 @@ static void start_some(batch *b) {
   }
 }
 
-static void show_progress(const batch *b) {
+void show_progress(const batch *b) {
   double done = b->ended_s;
   for (const batch_worker &worker : b->workers) {
     done += static_cast<double>(b->figures[worker.index].progress_s.load());
@@ -72,13 +74,13 @@ static void show_progress(const batch *b) {
 }
 
 // Waits a short time for a worker to write something or to end.
-static void attend(batch *b) {
+void attend(batch *b) {
   std::vector<pollfd> watched;
   std::vector<batch_worker> running;
   for (const batch_worker &worker : b->workers) {
     watched.push_back({worker.text_fd, POLLIN, 0});
   }
-  const bool news = poll(watched.data(), watched.size(), POLL_MS) > 0;
+  const bool news = poll(watched.data(), watched.size(), kPollMs) > 0;
   for (size_t i = 0; i < watched.size(); ++i) {
     batch_worker *worker = &b->workers[i];
     if (news && watched[i].revents != 0 && !worker_listen(worker)) {
@@ -96,15 +98,15 @@ static void attend(batch *b) {
 }
 
 // If no worker runs whose end could be waited for, none can be started at all.
-static void give_up(batch *b) {
+void give_up(batch *b) {
   report_line("cannot start a process for " + b->plan.files[b->next].place.in + ": " +
-              strerror(b->shortage) +
+              std::strerror(b->shortage) +
               "; raise the limits (ulimit -n, ulimit -u) or close other programs");
   b->plan.files[b->next].state = BATCH_FAILED;
   b->next = b->plan.files.size();
 }
 
-static void run_all(batch *b) {
+void run_all(batch *b) {
   bool told = false;
   for (;;) {
     if (!process_stopped()) {
@@ -126,7 +128,7 @@ static void run_all(batch *b) {
   }
 }
 
-static void warn_of_skipped(const batch *b) {
+void warn_of_skipped(const batch *b) {
   for (const batch_file &file : b->plan.files) {
     if (file.state == BATCH_SKIPPED && file.cut_off) {
       report_line(file.place.in + ": warning: it is cut off or damaged; " + file.place.out +
@@ -136,29 +138,29 @@ static void warn_of_skipped(const batch *b) {
 }
 
 // A line says that an older result is replaced.
-static void tell_of_older(const batch *b, result_verdict verdict, const std::string &change) {
+void tell_of_older(const batch *b, result_verdict verdict, const std::string &change) {
   size_t count = 0;
   std::string names;
   for (const batch_file &file : b->plan.files) {
-    if (file.verdict == verdict && count++ < MAX_NAMED) {
+    if (file.verdict == verdict && count++ < kMaxNamed) {
       names += (names.empty() ? "" : ", ") + file.place.out;
     }
   }
-  if (count > MAX_NAMED) {
-    names += " and " + std::to_string(count - MAX_NAMED) + " more";
+  if (count > kMaxNamed) {
+    names += " and " + std::to_string(count - kMaxNamed) + " more";
   }
   if (count > 0) {
     report_line("making anew: " + names + " (" + change + ")");
   }
 }
 
-static size_t default_jobs() {
+size_t default_jobs() {
   const long processors = sysconf(_SC_NPROCESSORS_ONLN);
   return processors > 0 ? static_cast<size_t>(processors) : 1;
 }
 
 // Figures in memory that the workers share with this process; null if memory is short.
-static enhance_figures *share_figures(size_t count) {
+enhance_figures *share_figures(size_t count) {
   void *memory = mmap(nullptr, count * sizeof(enhance_figures), PROT_READ | PROT_WRITE,
                       MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) {
@@ -172,12 +174,14 @@ static enhance_figures *share_figures(size_t count) {
   return figures;
 }
 
-static bool all_good(const batch *b) {
+bool all_good(const batch *b) {
   const std::vector<batch_file> &files = b->plan.files;
   const size_t good = table_count(files, BATCH_DONE) + table_count(files, BATCH_ANEW) +
                       table_count(files, BATCH_SKIPPED);
   return good == files.size() && b->plan.walk.complete;
 }
+
+}  // namespace
 
 int batch_run(const enhance_options *scene, const batch_options *options) {
   batch b = {};

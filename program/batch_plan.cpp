@@ -16,33 +16,35 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
 using file_id = std::pair<dev_t, ino_t>;
 
-static bool fail(const std::string &text) {
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static void refuse(batch_file *file, const std::string &text) {
+void refuse(batch_file *file, const std::string &text) {
   report_line(text);
   file->state = BATCH_FAILED;
 }
 
 // The same name; a format that cannot be written becomes WAV.
-static std::string result_name(const std::string &name) {
+std::string result_name(const std::string &name) {
   return sound_format_of(name) != nullptr ? name
                                           : fs::path(name).replace_extension(".wav").string();
 }
 
 // Whether two paths lead to one name of a file.
-static bool is_same_path(const std::string &a, const std::string &b) {
+bool is_same_path(const std::string &a, const std::string &b) {
   std::error_code unknown;
   const fs::path real = fs::canonical(a, unknown);
   return !unknown && real == fs::canonical(b, unknown);
 }
 
 // Every worker is a copy of this process, so that memory no longer needed is released.
-static bool place_results(batch_plan *plan, const std::string &out_dir) {
+bool place_results(batch_plan *plan, const std::string &out_dir) {
   std::unordered_map<std::string, size_t> makers;
   for (walk_file &file : plan->walk.files) {
     const std::string name = result_name(file.name);
@@ -62,7 +64,7 @@ static bool place_results(batch_plan *plan, const std::string &out_dir) {
 
 // No result may have the name of a folder that others need, such as d/n.wav for n.wav and
 // n.wav/1.wav.
-static bool check_folders(const batch_plan *plan) {
+bool check_folders(const batch_plan *plan) {
   std::unordered_map<std::string, const batch_file *> folders;
   for (const batch_file &file : plan->files) {
     fs::path folder = fs::path(file.place.name).parent_path();
@@ -82,7 +84,7 @@ static bool check_folders(const batch_plan *plan) {
 }
 
 // The record cannot be a folder of results.
-static void refuse_name_of_record(batch_plan *plan) {
+void refuse_name_of_record(batch_plan *plan) {
   for (batch_file &file : plan->files) {
     const fs::path name(file.place.name);
     if (record_is_name(name.begin()->string())) {
@@ -93,7 +95,7 @@ static void refuse_name_of_record(batch_plan *plan) {
 }
 
 // No result may replace a recording. A link is judged as a link.
-static void refuse_inputs(batch_plan *plan) {
+void refuse_inputs(batch_plan *plan) {
   std::map<file_id, std::string> inputs;
   struct stat status = {};
   for (const batch_file &file : plan->files) {
@@ -114,7 +116,7 @@ static void refuse_inputs(batch_plan *plan) {
 
 // The first directory on the way from the folder of the results to one of them that is a link;
 // empty: none.
-static std::string link_above(const fs::path &out_dir, const fs::path &name) {
+std::string link_above(const fs::path &out_dir, const fs::path &name) {
   fs::path directory = out_dir;
   for (const fs::path &step : name.parent_path()) {
     std::error_code unknown;
@@ -126,7 +128,7 @@ static std::string link_above(const fs::path &out_dir, const fs::path &name) {
   return "";
 }
 
-static void refuse_linked_folders(batch_plan *plan, const std::string &out_dir) {
+void refuse_linked_folders(batch_plan *plan, const std::string &out_dir) {
   std::unordered_map<std::string, std::string> known;
   for (batch_file &file : plan->files) {
     const std::string folder = fs::path(file.place.name).parent_path().string();
@@ -141,7 +143,7 @@ static void refuse_linked_folders(batch_plan *plan, const std::string &out_dir) 
   }
 }
 
-static void judge(batch_plan *plan, batch_file *file, const std::string &sound, bool overwrite) {
+void judge(batch_plan *plan, batch_file *file, const std::string &sound, bool overwrite) {
   record_entry wanted;
   record_entry made;
   file->place.seen = result_seen(file->place.out);
@@ -162,7 +164,7 @@ static void judge(batch_plan *plan, batch_file *file, const std::string &sound, 
   }
 }
 
-static double announced_duration(const std::string &path) {
+double announced_duration(const std::string &path) {
   SF_INFO info = {};
   std::error_code error;
   if (!fs::is_regular_file(path, error)) {
@@ -177,7 +179,7 @@ static double announced_duration(const std::string &path) {
 }
 
 // One by one, so that the error names the directory that could not be made.
-static bool make_directories(const fs::path &directory) {
+bool make_directories(const fs::path &directory) {
   fs::path made;
   for (const fs::path &name : directory) {
     std::error_code reason;
@@ -191,7 +193,7 @@ static bool make_directories(const fs::path &directory) {
   return true;
 }
 
-static bool prepare_folders(const batch_plan *plan, const std::string &out_dir) {
+bool prepare_folders(const batch_plan *plan, const std::string &out_dir) {
   std::map<std::string, bool> folders = {{out_dir, false}};  // whether a file waits for it
   bool waiting = false;
   for (const batch_file &file : plan->files) {
@@ -209,6 +211,8 @@ static bool prepare_folders(const batch_plan *plan, const std::string &out_dir) 
   }
   return !waiting || record_is_usable(&plan->record);
 }
+
+}  // namespace
 
 bool batch_list(batch_plan *plan, const enhance_options *scene, const batch_options *options) {
   if (!walk_places(&plan->walk, options->places, options->out_dir) ||

@@ -1,13 +1,13 @@
 // The record of a folder of results: a text file that says what each of them was made from.
 #include "batch_record.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 
@@ -16,55 +16,37 @@
 #include "process.h"
 #include "report.h"
 
-static const char *const NAME = "se_bf-results.txt";
-static constexpr char MARK[] = "# se_bf results";  // every record begins with it
-static const char *const HEADING =
+namespace {
+
+constexpr char kName[] = "se_bf-results.txt";
+constexpr char kMark[] = "# se_bf results";  // every record begins with it
+constexpr char kHeading[] =
     "# se_bf results: what each file in this folder was made from, for se_bf enhance --out-dir\n"
     "# result\tits size and time\tinput\tits size and time\tinput is\tversion\toptions\n";
-static constexpr mode_t ALL_READ_WRITE = 0666;
+constexpr mode_t kAllReadWrite = 0666;
 // The record is shortened when it has more than this number of lines that do not count, and more of
 // them than lines that count.
-static constexpr size_t LINES_TO_DROP = 500;
+constexpr size_t kLinesToDrop = 500;
 
-static bool fail(const std::string &text) {
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static std::string path_in(const std::string &directory) {
-  return (std::filesystem::path(directory) / NAME).string();
-}
-
-bool record_is_name(const std::string &name) {
-  return name == NAME;
-}
-
-bool record_is_in(const std::string &directory) {
-  const std::string path = path_in(directory);
-  struct stat status = {};
-  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return false;
-  }
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  char start[sizeof MARK] = "";
-  const bool ours =
-      fd != -1 && read(fd, start, strlen(MARK)) >= 0 && (*start == '\0' || !strcmp(start, MARK));
-  if (fd != -1) {
-    close(fd);
-  }
-  return ours;
+std::string path_in(const std::string &directory) {
+  return (std::filesystem::path(directory) / kName).string();
 }
 
 // What it means that a record cannot be used, and what to do.
-static std::string advice(int error) {
+std::string advice(int error) {
   const bool denied = error == EACCES || error == EPERM || error == EROFS;
-  return std::string(strerror(error)) +
+  return std::string(std::strerror(error)) +
          (denied ? "; the results here are recorded by another user: get the right to write the "
                    "record, or give another --out-dir"
                  : "");
 }
 
-static void index_lines(batch_record *record) {
+void index_lines(batch_record *record) {
   const std::string &text = record->text;
   record->lines.clear();
   record->line_count = 0;
@@ -76,6 +58,85 @@ static void index_lines(batch_record *record) {
       ++record->line_count;
     }
   }
+}
+
+// Waits for the lock; false with errno set.
+bool wait_for_lock(int fd) {
+  while (flock(fd, LOCK_EX) != 0) {
+    if (errno != EINTR || process_stopped()) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Whether the file system knows no locks.
+bool is_lockless(int error) {
+  return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
+}
+
+// A record is shortened by replacing it with a new file, which makes a lock on the old one void.
+bool is_current(int fd, const std::string &path) {
+  struct stat held = {};
+  struct stat named = {};
+  return fstat(fd, &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+         held.st_ino == named.st_ino;
+}
+
+// Finds the size of the record, and what must precede a new line: the heading of a new record, or
+// the end of a line whose writer was killed. False with errno set.
+bool find_end(int fd, off_t *size, std::string *start) {
+  struct stat status = {};
+  char last = '\n';
+  if (fstat(fd, &status) != 0 ||
+      (status.st_size > 0 && pread(fd, &last, 1, status.st_size - 1) < 0)) {
+    return false;
+  }
+  *size = status.st_size;
+  *start = status.st_size == 0 ? kHeading : last == '\n' ? "" : "\n";
+  return true;
+}
+
+// The lines that count, in the order of the names.
+std::string lines_that_count(const batch_record *record) {
+  std::string text = kHeading;
+  std::vector<std::string> results;
+  results.reserve(record->lines.size());
+  for (const auto &named : record->lines) {
+    results.push_back(text_unescape(named.first));
+  }
+  std::sort(results.begin(), results.end());
+  for (const std::string &result : results) {
+    struct stat status = {};
+    const bool there = lstat((record->directory + "/" + result).c_str(), &status) == 0;
+    record_entry entry;
+    if (record_find(record, result, there ? record_stamp(&status) : "", &entry) != RECORD_UNKNOWN) {
+      text += record_line(&entry);
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+bool record_is_name(const std::string &name) {
+  return name == kName;
+}
+
+bool record_is_in(const std::string &directory) {
+  const std::string path = path_in(directory);
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return false;
+  }
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  char start[sizeof kMark] = "";
+  const bool ours = fd != -1 && read(fd, start, std::strlen(kMark)) >= 0 &&
+                    (*start == '\0' || !std::strcmp(start, kMark));
+  if (fd != -1) {
+    close(fd);
+  }
+  return ours;
 }
 
 bool record_load(batch_record *record, std::string directory) {
@@ -99,7 +160,7 @@ bool record_load(batch_record *record, std::string directory) {
   if (!good) {
     return fail("cannot read " + record->path + ": " + advice(error));
   }
-  if (!record->text.empty() && record->text.rfind(MARK, 0) != 0) {
+  if (!record->text.empty() && record->text.rfind(kMark, 0) != 0) {
     return fail(record->path + " is no record of results; move it elsewhere, its name is needed");
   }
   index_lines(record);
@@ -131,34 +192,11 @@ record_answer record_find(const batch_record *record, const std::string &result,
   return answer;
 }
 
-// Waits for the lock; false with errno set.
-static bool wait_for_lock(int fd) {
-  while (flock(fd, LOCK_EX) != 0) {
-    if (errno != EINTR || process_stopped()) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// Whether the file system knows no locks.
-static bool is_lockless(int error) {
-  return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
-}
-
-// A record is shortened by replacing it with a new file, which makes a lock on the old one void.
-static bool is_current(int fd, const std::string &path) {
-  struct stat held = {};
-  struct stat named = {};
-  return fstat(fd, &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
-         held.st_ino == named.st_ino;
-}
-
 int record_lock(const std::string &path, bool *locked) {
   for (;;) {
     const int fd =
         open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-             ALL_READ_WRITE);
+             kAllReadWrite);
     *locked = fd != -1 && wait_for_lock(fd);
     if (fd == -1 || (!*locked && !is_lockless(errno))) {
       if (!process_stopped()) {
@@ -185,20 +223,6 @@ bool record_is_usable(const batch_record *record) {
   return record->stamp.empty() || fd != -1;
 }
 
-// Finds the size of the record, and what must precede a new line: the heading of a new record, or
-// the end of a line whose writer was killed. False with errno set.
-static bool find_end(int fd, off_t *size, std::string *start) {
-  struct stat status = {};
-  char last = '\n';
-  if (fstat(fd, &status) != 0 ||
-      (status.st_size > 0 && pread(fd, &last, 1, status.st_size - 1) < 0)) {
-    return false;
-  }
-  *size = status.st_size;
-  *start = status.st_size == 0 ? HEADING : last == '\n' ? "" : "\n";
-  return true;
-}
-
 bool record_add(int fd, bool locked, const std::string &path, const record_entry *entry) {
   off_t size = -1;
   std::string lines;
@@ -211,32 +235,12 @@ bool record_add(int fd, bool locked, const std::string &path, const record_entry
   }
   const int error = errno;
   const bool restored = !locked || size < 0 || ftruncate(fd, size) == 0;
-  return fail("writing " + path + " failed: " + strerror(error) +
+  return fail("writing " + path + " failed: " + std::strerror(error) +
               (restored ? "" : "; its last line is incomplete"));
 }
 
-// The lines that count, in the order of the names.
-static std::string lines_that_count(const batch_record *record) {
-  std::string text = HEADING;
-  std::vector<std::string> results;
-  results.reserve(record->lines.size());
-  for (const auto &named : record->lines) {
-    results.push_back(text_unescape(named.first));
-  }
-  std::sort(results.begin(), results.end());
-  for (const std::string &result : results) {
-    struct stat status = {};
-    const bool there = lstat((record->directory + "/" + result).c_str(), &status) == 0;
-    record_entry entry;
-    if (record_find(record, result, there ? record_stamp(&status) : "", &entry) != RECORD_UNKNOWN) {
-      text += record_line(&entry);
-    }
-  }
-  return text;
-}
-
 void record_shorten(batch_record *record) {
-  if (record->line_count < 2 * record->lines.size() + LINES_TO_DROP) {
+  if (record->line_count < 2 * record->lines.size() + kLinesToDrop) {
     return;
   }
   bool locked = false;

@@ -1,14 +1,14 @@
 // Which sound files the places on the command line hold, and what is passed over in folders.
 #include "batch_walk.h"
 
-#include <ctype.h>
-#include <errno.h>
 #include <sndfile.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -18,34 +18,36 @@
 
 namespace fs = std::filesystem;
 
-static constexpr size_t MAX_NAMED = 8;  // kinds or folders in a line; of more there is a count
+namespace {
 
-static constexpr char UTF16_MARK[] = "\xff\xfe";
+constexpr size_t kMaxNamed = 8;  // kinds or folders in a line; of more there is a count
 
-static bool fail(const std::string &text) {
+constexpr char kUtf16Mark[] = "\xff\xfe";
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static bool is_same(const std::string &a, const std::string &b) {
+bool is_same(const std::string &a, const std::string &b) {
   std::error_code unknown;
   return fs::equivalent(a, b, unknown);
 }
 
 // Text in UTF-16 begins like a frame of MPEG audio, and the decoder would complain about it.
-static bool is_utf16(const std::string &path) {
-  char start[sizeof UTF16_MARK] = "";
-  FILE *file = fopen(path.c_str(), "rbe");
-  const bool marked = file != nullptr && fgets(start, sizeof start, file) != nullptr &&
-                      strcmp(start, UTF16_MARK) == 0;
+bool is_utf16(const std::string &path) {
+  char start[sizeof kUtf16Mark] = "";
+  std::FILE *file = std::fopen(path.c_str(), "rbe");
+  const bool marked = file != nullptr && std::fgets(start, sizeof start, file) != nullptr &&
+                      std::strcmp(start, kUtf16Mark) == 0;
   if (file != nullptr) {
-    fclose(file);
+    std::fclose(file);
   }
   return marked;
 }
 
 // Whether a file with an unknown extension holds sound.
-static bool opens(const std::string &path) {
+bool opens(const std::string &path) {
   if (is_utf16(path)) {
     return false;
   }
@@ -57,18 +59,18 @@ static bool opens(const std::string &path) {
   return file != nullptr;
 }
 
-static void take_file(batch_walk *walk, const std::string &path, const std::string &name) {
+void take_file(batch_walk *walk, const std::string &path, const std::string &name) {
   if (sound_format_is_known(name) || opens(path)) {
     walk->files.push_back({path, name});
     return;
   }
   std::string kind = sound_extension(name);
   std::transform(kind.begin(), kind.end(), kind.begin(),
-                 [](unsigned char c) { return static_cast<char>(tolower(c)); });
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   ++walk->no_sound[kind.empty() ? "without extension" : kind];
 }
 
-static std::vector<std::string> names_in(batch_walk *walk, const std::string &directory) {
+std::vector<std::string> names_in(batch_walk *walk, const std::string &directory) {
   std::error_code error;
   std::vector<std::string> names;
   fs::directory_iterator entry(directory, error);
@@ -83,12 +85,12 @@ static std::vector<std::string> names_in(batch_walk *walk, const std::string &di
   return names;
 }
 
-static void list_directory(batch_walk *walk, const std::string &directory,
-                           const std::string &prefix, const std::string &out_dir);
+void list_directory(batch_walk *walk, const std::string &directory, const std::string &prefix,
+                    const std::string &out_dir);
 
 // Returns false with errno set when the kind of the entry cannot be found out.
-static bool take_entry(batch_walk *walk, const std::string &path, const std::string &name,
-                       const std::string &out_dir) {
+bool take_entry(batch_walk *walk, const std::string &path, const std::string &name,
+                const std::string &out_dir) {
   struct stat itself = {};
   struct stat target = {};
   const bool link = lstat(path.c_str(), &itself) == 0 && S_ISLNK(itself.st_mode);
@@ -110,8 +112,8 @@ static bool take_entry(batch_walk *walk, const std::string &path, const std::str
   return true;
 }
 
-static void list_directory(batch_walk *walk, const std::string &directory,
-                           const std::string &prefix, const std::string &out_dir) {
+void list_directory(batch_walk *walk, const std::string &directory, const std::string &prefix,
+                    const std::string &out_dir) {
   const std::string base = directory.back() == '/' ? directory : directory + "/";
   const bool recorded = record_is_in(directory);
   size_t unknown = 0;
@@ -121,7 +123,7 @@ static void list_directory(batch_walk *walk, const std::string &directory,
       ++walk->hidden;
     } else if ((!recorded || !record_is_name(name)) &&
                !take_entry(walk, base + name, prefix + name, out_dir) && ++unknown == 1) {
-      first = base + name + ": " + strerror(errno);
+      first = base + name + ": " + std::strerror(errno);
     }
   }
   if (unknown > 0) {
@@ -131,7 +133,7 @@ static void list_directory(batch_walk *walk, const std::string &directory,
   }
 }
 
-static bool list_place(batch_walk *walk, const std::string &place, const std::string &out_dir) {
+bool list_place(batch_walk *walk, const std::string &place, const std::string &out_dir) {
   std::error_code unknown;
   if (place == "-") {
     return fail("standard input has no name for a result; leave out --out-dir");
@@ -156,6 +158,26 @@ static bool list_place(batch_walk *walk, const std::string &place, const std::st
   return true;
 }
 
+// A line about one reason, if any file was passed over for it.
+void report_passed(const std::vector<std::string> &what, const std::string &why) {
+  std::string text;
+  for (size_t i = 0; i < what.size() && i < kMaxNamed; ++i) {
+    text += (i > 0 ? ", " : "") + what[i];
+  }
+  if (what.size() > kMaxNamed) {
+    text += " and " + std::to_string(what.size() - kMaxNamed) + " more";
+  }
+  if (!what.empty()) {
+    report_line("passed over: " + text + " (" + why + ")");
+  }
+}
+
+std::vector<std::string> counted(size_t count, const std::string &what) {
+  return count == 0 ? std::vector<std::string>() : std::vector{std::to_string(count) + " " + what};
+}
+
+}  // namespace
+
 bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
                  const std::string &out_dir) {
   *walk = {};
@@ -169,24 +191,6 @@ bool walk_places(batch_walk *walk, const std::vector<std::string> &places,
     walk_report(walk);
   }
   return !walk->files.empty();
-}
-
-// A line about one reason, if any file was passed over for it.
-static void report_passed(const std::vector<std::string> &what, const std::string &why) {
-  std::string text;
-  for (size_t i = 0; i < what.size() && i < MAX_NAMED; ++i) {
-    text += (i > 0 ? ", " : "") + what[i];
-  }
-  if (what.size() > MAX_NAMED) {
-    text += " and " + std::to_string(what.size() - MAX_NAMED) + " more";
-  }
-  if (!what.empty()) {
-    report_line("passed over: " + text + " (" + why + ")");
-  }
-}
-
-static std::vector<std::string> counted(size_t count, const std::string &what) {
-  return count == 0 ? std::vector<std::string>() : std::vector{std::to_string(count) + " " + what};
 }
 
 void walk_report(const batch_walk *walk) {

@@ -2,8 +2,7 @@
 #ifndef SE_BF_BATCH_WALK_H
 #define SE_BF_BATCH_WALK_H
 
-#include <stddef.h>
-
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>

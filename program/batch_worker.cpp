@@ -1,29 +1,32 @@
 // A worker process, which enhances one file of many.
 #include "batch_worker.h"
 
-#include <errno.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 #include "process.h"
 #include "report.h"
 
-static constexpr size_t READ_BYTES = 4096;
-static constexpr size_t NEEDED_DESCRIPTORS = 8;  // of a worker, beside the standard ones
-static constexpr char LINE_PREFIX[] = "se_bf: ";
+namespace {
+
+constexpr size_t kReadBytes = 4096;
+constexpr size_t kNeededDescriptors = 8;  // of a worker, beside the standard ones
+constexpr char kLinePrefix[] = "se_bf: ";
 
 // Whether one file can be enhanced within the limit of descriptors; false with errno set.
-static bool has_descriptors() {
-  int held[NEEDED_DESCRIPTORS];
+bool has_descriptors() {
+  int held[kNeededDescriptors];
   size_t count = 0;
-  while (count < NEEDED_DESCRIPTORS && (held[count] = dup(STDERR_FILENO)) != -1) {
+  while (count < kNeededDescriptors && (held[count] = dup(STDERR_FILENO)) != -1) {
     ++count;
   }
   const int error = errno;
-  const bool enough = count == NEEDED_DESCRIPTORS;
+  const bool enough = count == kNeededDescriptors;
   while (count > 0) {
     close(held[--count]);
   }
@@ -32,7 +35,7 @@ static bool has_descriptors() {
 }
 
 // In the worker: messages go to the pipe, and nothing is drawn. It does not outlive the batch.
-[[noreturn]] static void work(const worker_task *task, int text_fd, pid_t parent) {
+[[noreturn]] void work(const worker_task *task, int text_fd, pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (getppid() != parent || dup2(text_fd, STDERR_FILENO) == -1) {
     _exit(1);
@@ -47,6 +50,21 @@ static bool has_descriptors() {
   const output_naming naming = {result_take_name, &claim};
   _exit(enhance_run(&options, task->figures, &naming));
 }
+
+void show_lines(batch_worker *worker) {
+  size_t end = worker->text.find('\n');
+  while (end != std::string::npos) {
+    std::string line = worker->text.substr(0, end);
+    if (line.rfind(kLinePrefix, 0) == 0) {
+      line.erase(0, std::strlen(kLinePrefix));
+    }
+    report_line(worker->in + ": " + line);
+    worker->text.erase(0, end + 1);
+    end = worker->text.find('\n');
+  }
+}
+
+}  // namespace
 
 bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
   int ends[2];
@@ -74,21 +92,8 @@ bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
   return true;
 }
 
-static void show_lines(batch_worker *worker) {
-  size_t end = worker->text.find('\n');
-  while (end != std::string::npos) {
-    std::string line = worker->text.substr(0, end);
-    if (line.rfind(LINE_PREFIX, 0) == 0) {
-      line.erase(0, strlen(LINE_PREFIX));
-    }
-    report_line(worker->in + ": " + line);
-    worker->text.erase(0, end + 1);
-    end = worker->text.find('\n');
-  }
-}
-
 bool worker_listen(batch_worker *worker) {
-  char piece[READ_BYTES];
+  char piece[kReadBytes];
   const ssize_t count = read(worker->text_fd, piece, sizeof piece);
   if (count > 0) {
     worker->text.append(piece, static_cast<size_t>(count));

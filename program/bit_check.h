@@ -4,10 +4,10 @@
 #ifndef SE_BF_BIT_CHECK_H
 #define SE_BF_BIT_CHECK_H
 
-#include <stdint.h>
+#include <cstdint>
 
 // What the stored reference was made with: SE_BF_MODE_MVDR, this hop.
-constexpr int BIT_CHECK_HOP = 192;  // samples
+constexpr int kBitCheckHop = 192;  // samples
 
 struct bit_check_result {
   bool complete;      // every call gave its samples, at a latency that leaves enough of them

@@ -2,31 +2,32 @@
 // and by its own comparison of the samples.
 #include "conform.h"
 
-#include <errno.h>
-#include <math.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "bit_check.h"
 #include "process.h"
 #include "report.h"
 #include "tm_se_bf.h"
 
-const char *const CONFORM_TYPES[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono", nullptr};
+namespace {
 
 // The stored reference is the output of this type at this hop; other figures are for comparison.
-static const char *const JUDGED_TYPE = "bf_mvdr";
-static constexpr int JUDGED_HOP = BIT_CHECK_HOP;
-static constexpr double MIN_SIMILARITY = 0.999;
-static constexpr double MAX_POWER_ERROR = 0.01;  // of the power ratio 1
-static constexpr int DECIMALS = 6;               // of the figures in the report
-static const char *const EQUAL = "1.000000";     // both of them for an equal output
-static constexpr double RATE_HZ = 16000.0;
-static constexpr int AGREES_CLOSELY = 3;  // exit status
-static const char *const ADVICE =
+constexpr char kJudgedType[] = "bf_mvdr";
+constexpr int kJudgedHop = kBitCheckHop;
+constexpr double kMinSimilarity = 0.999;
+constexpr double kMaxPowerError = 0.01;  // of the power ratio 1
+constexpr int kDecimals = 6;             // of the figures in the report
+constexpr char kEqual[] = "1.000000";    // both of them for an equal output
+constexpr double kRateHz = 16000.0;
+constexpr int kAgreesClosely = 3;  // exit status
+constexpr char kAdvice[] =
     "; build the library as its CMake files do, without unsafe floating-point optimisation";
 
 struct agreement {
@@ -36,16 +37,16 @@ struct agreement {
 
 // Runs the test in this process, which ends with it. The levels and the pool of the library belong
 // to the process, so that every type needs one of its own.
-[[noreturn]] static void run_self_test(const std::string &type, int hop, int answer_fd) {
+[[noreturn]] void run_self_test(const std::string &type, int hop, int answer_fd) {
   if (dup2(answer_fd, STDOUT_FILENO) == -1) {
     _exit(1);
   }
   se_bf_conformance_test(type.c_str(), hop);
-  _exit(fflush(stdout) == 0 ? 0 : 1);
+  _exit(std::fflush(stdout) == 0 ? 0 : 1);
 }
 
 // Compares the samples in this process, which ends with it; the answer is a bit_check_result.
-[[noreturn]] static void run_bit_check(int answer_fd) {
+[[noreturn]] void run_bit_check(int answer_fd) {
   bit_check_result result;
   if (process_claim_stdout(false) == -1) {
     _exit(1);
@@ -54,17 +55,17 @@ struct agreement {
   _exit(process_write(answer_fd, &result, sizeof result) ? 0 : 1);
 }
 
-static bool fail(const std::string &text) {
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
 // Runs one type, or the comparison of samples for no type, in a process of its own and returns its
 // answer.
-static bool run_apart(const std::string &type, int hop, std::string *answer) {
+bool run_apart(const std::string &type, int hop, std::string *answer) {
   int ends[2];
   if (pipe(ends) != 0) {
-    return fail(std::string("cannot make a pipe: ") + strerror(errno));
+    return fail(std::string("cannot make a pipe: ") + std::strerror(errno));
   }
   const pid_t child = fork();
   if (child == 0) {
@@ -74,7 +75,7 @@ static bool run_apart(const std::string &type, int hop, std::string *answer) {
   close(ends[1]);
   if (child == -1) {
     close(ends[0]);
-    return fail(std::string("cannot start a process: ") + strerror(errno));
+    return fail(std::string("cannot start a process: ") + std::strerror(errno));
   }
   const bool read_all = process_read_all(ends[0], answer);
   close(ends[0]);
@@ -86,64 +87,64 @@ static bool run_apart(const std::string &type, int hop, std::string *answer) {
                                    : "the self-test of type " + type + " ended before its report");
 }
 
-static bool print_report(const std::string &text) {
+bool print_report(const std::string &text) {
   return process_write(STDOUT_FILENO, text.data(), text.size()) ||
-         fail(std::string("writing the report failed: ") + strerror(errno));
+         fail(std::string("writing the report failed: ") + std::strerror(errno));
 }
 
 // Reads the number that follows `label` in the last line of the report; NaN without one.
-static double figure(const std::string &report, const char *label) {
+double figure(const std::string &report, const char *label) {
   const size_t at = report.rfind(label);
   if (at == std::string::npos) {
-    return nan("");
+    return std::nan("");
   }
-  const char *number = report.c_str() + at + strlen(label);
+  const char *number = report.c_str() + at + std::strlen(label);
   char *end = nullptr;
-  const double value = strtod(number, &end);
-  return end == number ? nan("") : value;
+  const double value = std::strtod(number, &end);
+  return end == number ? std::nan("") : value;
 }
 
-static bool is_close(const agreement *a) {
-  return a->similarity >= MIN_SIMILARITY && fabs(a->power - 1.0) <= MAX_POWER_ERROR;
+bool is_close(const agreement *a) {
+  return a->similarity >= kMinSimilarity && std::fabs(a->power - 1.0) <= kMaxPowerError;
 }
 
-static std::string describe(const agreement *a) {
-  return "similarity " + report_number(a->similarity, DECIMALS) + ", power ratio " +
-         report_number(a->power, DECIMALS);
+std::string describe(const agreement *a) {
+  return "similarity " + report_number(a->similarity, kDecimals) + ", power ratio " +
+         report_number(a->power, kDecimals);
 }
 
-static std::string describe_difference(const bit_check_result *check) {
+std::string describe_difference(const bit_check_result *check) {
   const std::string all = std::to_string(check->compared);
   if (check->differing == 0) {
     return "all " + all + " samples equal the reference, but the library's own report denies it";
   }
   return std::to_string(check->differing) + " of " + all + " samples differ, the first at " +
-         report_number(check->first / RATE_HZ, 4) + " s (sample " + std::to_string(check->first) +
+         report_number(check->first / kRateHz, 4) + " s (sample " + std::to_string(check->first) +
          "), by at most " + std::to_string(check->largest);
 }
 
 // Prints the verdict and returns the exit status. The report alone is not enough: its figures are
 // rounded, and the library itself writes it.
-static int judge(const std::string &report, const bit_check_result *check) {
+int judge(const std::string &report, const bit_check_result *check) {
   const agreement told = {figure(report, "similarity="), figure(report, "pwr_sim=")};
   const agreement measured = {check->similarity, check->power};
   if (!check->complete) {
     report_line("this installation does not conform: se_bf_do or se_bf_init gives other counts" +
-                std::string(ADVICE));
+                std::string(kAdvice));
     return 1;
   }
   if (!is_close(&told) || !is_close(&measured)) {
     report_line("this installation does not conform: type bf_mvdr at hop 192 gives " +
                 describe(&told) + " by its own report and " + describe(&measured) +
-                " as measured, required are 0.999 and 0.99 to 1.01" + ADVICE);
+                " as measured, required are 0.999 and 0.99 to 1.01" + kAdvice);
     return 1;
   }
-  const bool says_equal = report_number(told.similarity, DECIMALS) == EQUAL &&
-                          report_number(told.power, DECIMALS) == EQUAL;
+  const bool says_equal = report_number(told.similarity, kDecimals) == kEqual &&
+                          report_number(told.power, kDecimals) == kEqual;
   if (!says_equal || check->differing > 0) {
     report_line("this installation agrees closely but not to the bit: " +
-                describe_difference(check) + " (" + describe(&told) + ")" + ADVICE);
-    return AGREES_CLOSELY;
+                describe_difference(check) + " (" + describe(&told) + ")" + kAdvice);
+    return kAgreesClosely;
   }
   return print_report("verdict: this installation conforms: all " +
                       std::to_string(check->compared) + " samples equal the reference (" +
@@ -152,21 +153,25 @@ static int judge(const std::string &report, const bit_check_result *check) {
              : 1;
 }
 
-static int compare_and_judge(const std::string &report) {
+int compare_and_judge(const std::string &report) {
   bit_check_result check;
   std::string answer;
-  if (!run_apart("", JUDGED_HOP, &answer) || answer.size() != sizeof check) {
+  if (!run_apart("", kJudgedHop, &answer) || answer.size() != sizeof check) {
     return 1;
   }
-  memcpy(&check, answer.data(), sizeof check);
+  std::memcpy(&check, answer.data(), sizeof check);
   return judge(report, &check);
 }
+
+}  // namespace
+
+const char *const kConformTypes[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono", nullptr};
 
 int conform_run(const conform_options *options) {
   process_catch_signals();
   std::string judged;
-  for (size_t i = 0; CONFORM_TYPES[i] != nullptr; ++i) {
-    const std::string type = CONFORM_TYPES[i];
+  for (size_t i = 0; kConformTypes[i] != nullptr; ++i) {
+    const std::string type = kConformTypes[i];
     std::string report;
     if (!options->type.empty() && options->type != type) {
       continue;
@@ -174,7 +179,7 @@ int conform_run(const conform_options *options) {
     if (process_stopped() || !run_apart(type, options->hop, &report) || !print_report(report)) {
       return 1;
     }
-    if (type == JUDGED_TYPE && options->hop == JUDGED_HOP) {
+    if (type == kJudgedType && options->hop == kJudgedHop) {
       judged = report;
     }
   }

@@ -5,7 +5,7 @@
 #include "options.h"
 
 // Names of the self-test types, ended by a null pointer.
-extern const char *const CONFORM_TYPES[];
+extern const char *const kConformTypes[];
 
 // Runs one type or all of them, prints the library's report on standard output, and returns 0 when
 // "bf_mvdr" at hop 192 equals the stored reference in every sample; otherwise, with one line on

@@ -1,15 +1,15 @@
 // Runs the script that draws spectrograms, in a process of its own.
 #include "drawing.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -19,29 +19,20 @@
 
 namespace fs = std::filesystem;
 
-static const char *const SCRIPTS = "share/tm_se_bf/plot";  // below the installation's prefix
-static constexpr char PROGRESS_MARK[] = "progress ";       // before the share that is done
-static constexpr size_t READ_BYTES = 4096;
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr char kScripts[] = "share/tm_se_bf/plot";  // below the installation's prefix
+constexpr char kProgressMark[] = "progress ";       // before the share that is done
+constexpr size_t kReadBytes = 4096;
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-bool drawing_find(std::string *directory) {
-  std::error_code error;
-  const char *chosen = getenv("SE_BF_PLOT_DIR");
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  *directory = chosen != nullptr ? std::string(chosen)
-                                 : (program.parent_path().parent_path() / SCRIPTS).string();
-  return fs::exists(fs::path(*directory) / "python.sh", error) ||
-         fail("the plot scripts are not in " + *directory +
-              "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
-}
-
 // The script writes its messages to `text_fd`. It does not outlive this program.
-[[noreturn]] static void become_script(const std::vector<std::string> &words,
-                                       const std::vector<drawing_sound> &sounds, int text_fd) {
+[[noreturn]] void become_script(const std::vector<std::string> &words,
+                                const std::vector<drawing_sound> &sounds, int text_fd) {
   std::vector<char *> arguments;
   arguments.reserve(words.size() + 1);
   for (const std::string &word : words) {
@@ -55,18 +46,18 @@ bool drawing_find(std::string *directory) {
   dup2(text_fd, STDOUT_FILENO);
   dup2(text_fd, STDERR_FILENO);
   execv(arguments[0], arguments.data());
-  dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], strerror(errno));
+  dprintf(STDERR_FILENO, "%s: %s\n", arguments[0], std::strerror(errno));
   _exit(1);
 }
 
 // Takes complete lines from `text`: progress is shown, and the last other line is kept as the
 // reason of a failure.
-static void take_lines(std::string *text, std::string *reason) {
+void take_lines(std::string *text, std::string *reason) {
   size_t end = text->find('\n');
   while (end != std::string::npos) {
     const std::string line = text->substr(0, end);
-    if (line.rfind(PROGRESS_MARK, 0) == 0) {
-      report_progress(strtod(line.c_str() + strlen(PROGRESS_MARK), nullptr), 1.0);
+    if (line.rfind(kProgressMark, 0) == 0) {
+      report_progress(std::strtod(line.c_str() + std::strlen(kProgressMark), nullptr), 1.0);
     } else if (!line.empty()) {
       *reason = line;
     }
@@ -76,8 +67,8 @@ static void take_lines(std::string *text, std::string *reason) {
 }
 
 // Reads from the script until it ends; asks it to end when a signal arrives.
-static void follow(pid_t child, int fd, std::string *reason) {
-  char piece[READ_BYTES];
+void follow(pid_t child, int fd, std::string *reason) {
+  char piece[kReadBytes];
   std::string text;
   bool told = false;
   for (;;) {
@@ -95,7 +86,7 @@ static void follow(pid_t child, int fd, std::string *reason) {
   }
 }
 
-static bool judge(int status, const std::string &reason) {
+bool judge(int status, const std::string &reason) {
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
     return true;
   }
@@ -110,11 +101,10 @@ static bool judge(int status, const std::string &reason) {
   return fail("the picture was not drawn: " + reason);
 }
 
-static bool run_script(const std::vector<std::string> &words,
-                       const std::vector<drawing_sound> &sounds) {
+bool run_script(const std::vector<std::string> &words, const std::vector<drawing_sound> &sounds) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
-    return fail(std::string("cannot make a pipe: ") + strerror(errno));
+    return fail(std::string("cannot make a pipe: ") + std::strerror(errno));
   }
   const pid_t child = fork();
   if (child == 0) {
@@ -123,7 +113,7 @@ static bool run_script(const std::vector<std::string> &words,
   close(ends[1]);
   if (child == -1) {
     close(ends[0]);
-    return fail(std::string("cannot start a process: ") + strerror(errno));
+    return fail(std::string("cannot start a process: ") + std::strerror(errno));
   }
   int status = 0;
   std::string reason = "its program ended without a word";
@@ -137,12 +127,25 @@ static bool run_script(const std::vector<std::string> &words,
   return judge(status, reason);
 }
 
+}  // namespace
+
+bool drawing_find(std::string *directory) {
+  std::error_code error;
+  const char *chosen = std::getenv("SE_BF_PLOT_DIR");
+  const fs::path program = fs::read_symlink("/proc/self/exe", error);
+  *directory = chosen != nullptr ? std::string(chosen)
+                                 : (program.parent_path().parent_path() / kScripts).string();
+  return fs::exists(fs::path(*directory) / "python.sh", error) ||
+         fail("the plot scripts are not in " + *directory +
+              "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
+}
+
 bool drawing_run(const std::string &directory, const std::vector<drawing_sound> &sounds,
                  const std::string &picture) {
   const fs::path scripts(directory);
   std::vector<std::string> words = {scripts / "python.sh", "--modules=numpy,matplotlib",
                                     scripts / "spectrograms.py", "--progress",
-                                    "--raw-rate=" + std::to_string(ENHANCE_RATE_HZ)};
+                                    "--raw-rate=" + std::to_string(kEnhanceRateHz)};
   for (const drawing_sound &sound : sounds) {
     words.push_back("/dev/fd/" + std::to_string(sound.fd));
   }

@@ -1,12 +1,12 @@
 // The subcommand `se_bf enhance`: enhances a recording or a stream.
 #include "enhance.h"
 
-#include <errno.h>
-#include <math.h>
-#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
 
 #include "audio_sink.h"
 #include "audio_source.h"
@@ -17,19 +17,21 @@
 #include "se_bf_host.h"
 #include "tm_se_bf.h"
 
-static constexpr size_t CHUNK_FRAMES = 4096;  // frames at 16 kHz taken through the host at a time
-static constexpr float DECIBEL_BASE = 10.0f;
-static constexpr float DECIBELS_PER_DECADE = 20.0f;  // of an amplitude
+namespace {
+
+constexpr size_t kChunkFrames = 4096;  // frames at 16 kHz taken through the host at a time
+constexpr float kDecibelBase = 10.0f;
+constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
 
 struct mode_name {
   const char *name;
   int32_t mode;
 };
 
-static const mode_name MODES[] = {{"mean", SE_BF_MODE_MEAN},
-                                  {"omlsa", SE_BF_MODE_OMLSA},
-                                  {"mvdr", SE_BF_MODE_MVDR},
-                                  {"mono", SE_BF_MODE_MONO}};
+constexpr mode_name kModes[] = {{"mean", SE_BF_MODE_MEAN},
+                                {"omlsa", SE_BF_MODE_OMLSA},
+                                {"mvdr", SE_BF_MODE_MVDR},
+                                {"mono", SE_BF_MODE_MONO}};
 
 struct enhance_job {
   const enhance_options *options;
@@ -46,15 +48,15 @@ struct enhance_job {
   bool kept;          // the output is complete
 };
 
-static int32_t mode_value(const std::string &name) {
+int32_t mode_value(const std::string &name) {
   int32_t value = SE_BF_MODE_OMLSA;
-  for (const mode_name &known : MODES) {
+  for (const mode_name &known : kModes) {
     value = name == known.name ? known.mode : value;
   }
   return value;
 }
 
-static void choose_mode(enhance_job *job) {
+void choose_mode(enhance_job *job) {
   const std::string &asked = job->options->mode;
   const bool single = job->source.picks.size() == 1;
   job->mode = single && asked != "mono" ? "omlsa" : asked.empty() ? "mvdr" : asked;
@@ -69,7 +71,7 @@ static void choose_mode(enhance_job *job) {
   }
 }
 
-static bool open_host(enhance_job *job) {
+bool open_host(enhance_job *job) {
   const enhance_options *options = job->options;
   host_config config = {};
   choose_mode(job);
@@ -93,8 +95,8 @@ static bool open_host(enhance_job *job) {
 }
 
 // Enhances one block, or copies it if there is no enhancer. Returns the number of samples made.
-static size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
-                            int16_t *out) {
+size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
+                     int16_t *out) {
   if (job->engine == nullptr) {
     std::copy_n(pcm.begin(), frames, out);
     return frames;
@@ -102,7 +104,7 @@ static size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, s
   return host_push_s16(job->engine, pcm.data(), frames, out);
 }
 
-static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
+int64_t count_full_scale(const int16_t *pcm, size_t samples) {
   int64_t count = 0;
   for (size_t n = 0; n < samples; ++n) {
     count += pcm[n] == INT16_MAX || pcm[n] == INT16_MIN ? 1 : 0;
@@ -110,12 +112,12 @@ static int64_t count_full_scale(const int16_t *pcm, size_t samples) {
   return count;
 }
 
-static bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
+bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
   job->figures->clipped_out += count_full_scale(pcm, samples);
   return sink_write(&job->sink, pcm, samples, job->source.input.frames_read);
 }
 
-static void show_progress(const enhance_job *job) {
+void show_progress(const enhance_job *job) {
   const sound_input *in = &job->source.input;
   const double rate = static_cast<double>(in->rate_hz);
   const double done = static_cast<double>(in->frames_read) / rate;
@@ -125,18 +127,18 @@ static void show_progress(const enhance_job *job) {
 
 // True when a signal ends the input instead of the work: a recording that arrives through a pipe
 // would be lost.
-static bool keeps_interrupted(const enhance_job *job) {
+bool keeps_interrupted(const enhance_job *job) {
   return job->naming == nullptr && job->source.input.bytes.live && job->sink.writer.seekable;
 }
 
 // Takes everything from the source through the host to the sink.
-static bool stream(enhance_job *job) {
+bool stream(enhance_job *job) {
   const size_t channels = job->source.picks.size();
-  const float gain = powf(DECIBEL_BASE, job->options->gain_db / DECIBELS_PER_DECADE);
-  std::vector<float> in(CHUNK_FRAMES * channels);
-  std::vector<int16_t> pcm(CHUNK_FRAMES * channels);
-  std::vector<int16_t> out(CHUNK_FRAMES + HOST_BLOCK);
-  long frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
+  const float gain = std::pow(kDecibelBase, job->options->gain_db / kDecibelsPerDecade);
+  std::vector<float> in(kChunkFrames * channels);
+  std::vector<int16_t> pcm(kChunkFrames * channels);
+  std::vector<int16_t> out(kChunkFrames + HOST_BLOCK);
+  long frames = source_read(&job->source, in.data(), kChunkFrames);
   const bool keep = keeps_interrupted(job);
   while (frames > 0 && (keep || !process_stopped()) && !sink_is_full(&job->sink)) {
     const size_t count = static_cast<size_t>(frames);
@@ -149,7 +151,7 @@ static bool stream(enhance_job *job) {
       return false;
     }
     show_progress(job);
-    frames = source_read(&job->source, in.data(), CHUNK_FRAMES);
+    frames = source_read(&job->source, in.data(), kChunkFrames);
   }
   job->interrupted = process_stopped();
   if (frames < 0 || (job->interrupted && !keep)) {
@@ -165,14 +167,14 @@ static bool stream(enhance_job *job) {
          write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
 }
 
-static void keep_figures(enhance_job *job) {
+void keep_figures(enhance_job *job) {
   enhance_figures *figures = job->figures;
-  figures->duration_s = static_cast<double>(job->samples_in) / ENHANCE_RATE_HZ;
+  figures->duration_s = static_cast<double>(job->samples_in) / kEnhanceRateHz;
   figures->computing_s = report_processor_time() - job->started_at;
-  job->mode.copy(figures->mode, MODE_TEXT_LEN - 1);
+  job->mode.copy(figures->mode, kModeTextLen - 1);
 }
 
-static void summarise(const enhance_job *job) {
+void summarise(const enhance_job *job) {
   const enhance_figures *figures = job->figures;
   const double duration = figures->duration_s;
   const double factor = duration > 0.0 ? figures->computing_s / duration : 0.0;
@@ -185,7 +187,7 @@ static void summarise(const enhance_job *job) {
 }
 
 // Faults of the input that did not stop the work.
-static void warn_of_input(const enhance_job *job) {
+void warn_of_input(const enhance_job *job) {
   const audio_source *src = &job->source;
   const std::string verdict =
       job->interrupted ? "interrupted after " + report_number(job->figures->duration_s, 2) +
@@ -200,7 +202,7 @@ static void warn_of_input(const enhance_job *job) {
   }
 }
 
-static bool open_sink(enhance_job *job, int standard_fd) {
+bool open_sink(enhance_job *job, int standard_fd) {
   const enhance_options *options = job->options;
   const sound_input *in = &job->source.input;
   const sink_request request = {options->out, options->format, options->in,
@@ -208,7 +210,7 @@ static bool open_sink(enhance_job *job, int standard_fd) {
   return sink_open(&job->sink, &request);
 }
 
-static bool run(enhance_job *job, int raw_out) {
+bool run(enhance_job *job, int raw_out) {
   const enhance_options *options = job->options;
   const sound_input *in = &job->source.input;
   if (!source_open(&job->source, options) || !open_sink(job, raw_out) || !open_host(job)) {
@@ -241,12 +243,14 @@ static bool run(enhance_job *job, int raw_out) {
   return in->failure.empty() && !sink_is_full(&job->sink);
 }
 
+}  // namespace
+
 int enhance_run(const enhance_options *options, enhance_figures *figures,
                 const output_naming *naming) {
   // Descriptor 1 belongs to the audio; the library prints progress notes on it.
   const int raw_out = process_claim_stdout(options->verbose);
   if (raw_out == -1) {
-    report_line(std::string("standard output is not usable: ") + strerror(errno));
+    report_line(std::string("standard output is not usable: ") + std::strerror(errno));
     return 1;
   }
   process_catch_signals();

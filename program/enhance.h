@@ -2,14 +2,13 @@
 #ifndef SE_BF_ENHANCE_H
 #define SE_BF_ENHANCE_H
 
-#include <stdint.h>
-
 #include <atomic>
+#include <cstdint>
 
 #include "options.h"
 #include "output_file.h"
 
-constexpr size_t MODE_TEXT_LEN = 8;  // characters of a mode's name, at most
+constexpr size_t kModeTextLen = 8;  // characters of a mode's name, at most
 
 // Figures of an enhancement. They may be in memory that another process reads.
 struct enhance_figures {
@@ -18,8 +17,8 @@ struct enhance_figures {
   double computing_s;             // processor time taken
   int64_t clipped_in;             // samples at full scale, after the gain
   int64_t clipped_out;
-  bool cut_off;              // the input holds less than it announces
-  char mode[MODE_TEXT_LEN];  // that ran
+  bool cut_off;             // the input holds less than it announces
+  char mode[kModeTextLen];  // that ran
 };
 
 // Runs the subcommand on one file or stream and returns the exit status: 0, or 1 after one line on

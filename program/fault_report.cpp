@@ -4,13 +4,15 @@
 #include "audio_source.h"
 #include "report.h"
 
-static constexpr int MAX_EVENTS = 20;  // reported per run
+namespace {
 
-static std::string seconds(int64_t samples) {
-  return report_number(static_cast<double>(samples) / ENHANCE_RATE_HZ, 2) + " s";
+constexpr int kMaxEvents = 20;  // reported per run
+
+std::string seconds(int64_t samples) {
+  return report_number(static_cast<double>(samples) / kEnhanceRateHz, 2) + " s";
 }
 
-static std::string describe(const fault_report *report, const host_event *event) {
+std::string describe(const fault_report *report, const host_event *event) {
   const std::string since = seconds(event->since);
   switch (event->kind) {
     case HOST_EVENT_DEAD:
@@ -37,12 +39,14 @@ static std::string describe(const fault_report *report, const host_event *event)
                                       : "; beamforming did not resume");
 }
 
+}  // namespace
+
 void fault_report_event(void *user, const host_event *event) {
   fault_report *report = static_cast<fault_report *>(user);
   ++report->events;
-  if (report->events < MAX_EVENTS) {
+  if (report->events < kMaxEvents) {
     report_line(describe(report, event));
-  } else if (report->events == MAX_EVENTS) {
+  } else if (report->events == kMaxEvents) {
     report_line("warning: the microphones keep failing; no more of it is reported");
   }
 }

@@ -1,5 +1,5 @@
 // se_bf: speech enhancement on the command line. Runs the subcommand that was asked for.
-#include <stdio.h>
+#include <cstdio>
 
 #include "arguments.h"
 #include "batch.h"
@@ -8,7 +8,9 @@
 #include "plot.h"
 #include "process.h"
 
-static int run(int argc, char **argv) {
+namespace {
+
+int run(int argc, char **argv) {
   process_fill_descriptors();
   arguments args = {};
   enhance_figures figures = {};
@@ -26,11 +28,13 @@ static int run(int argc, char **argv) {
   }
 }
 
+}  // namespace
+
 int main(int argc, char **argv) {
   try {
     return run(argc, argv);
   } catch (...) {
-    fputs("se_bf: out of memory; close other programs and try again\n", stderr);
+    std::fputs("se_bf: out of memory; close other programs and try again\n", stderr);
     return 1;
   }
 }

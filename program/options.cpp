@@ -1,16 +1,20 @@
 // What the user asked for on the command line, as text.
 #include "options.h"
 
-#include <stdio.h>
+#include <cstdio>
 
-static constexpr size_t NUMBER_LEN = 32;  // characters of a number, at most
+namespace {
+
+constexpr size_t kNumberLen = 32;  // characters of a number, at most
 
 // The shortest text that still is the same number.
-static std::string number(float value) {
-  char text[NUMBER_LEN];
-  snprintf(text, sizeof text, "%.9g", static_cast<double>(value + 0.0f));  // -0 becomes 0
+std::string number(float value) {
+  char text[kNumberLen];
+  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value + 0.0f));  // -0 becomes 0
   return text;
 }
+
+}  // namespace
 
 std::string options_of_sound(const enhance_options *options) {
   std::string channels;

@@ -1,33 +1,36 @@
 // A file that gets its name only when it is complete, or a device that is written directly.
 #include "output_file.h"
 
-#include <ctype.h>
 #include <dirent.h>
-#include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "file_rights.h"
 #include "link_path.h"
 #include "report.h"
 
-static constexpr int MAX_TRIES = 100;  // at a name that no clean-up takes away
-static constexpr char TEMP_START[] = ".se_bf-";
-static constexpr char TEMP_RANDOM[] = "XXXXXX";  // as the C library replaces it
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr int kMaxTries = 100;  // at a name that no clean-up takes away
+constexpr char kTempStart[] = ".se_bf-";
+constexpr char kTempRandom[] = "XXXXXX";  // as the C library replaces it
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
 // A rename cannot replace a file that is a mount point, nor another user's file in a directory such
 // as /tmp.
-static bool is_replaceable(const output_file *file, const struct stat *status) {
+bool is_replaceable(const output_file *file, const struct stat *status) {
   struct statx attributes = {};
   struct stat folder = {};
   const std::string where = link_folder(file->path);
@@ -41,14 +44,13 @@ static bool is_replaceable(const output_file *file, const struct stat *status) {
   return !mounted && !kept;
 }
 
-static bool is_source(const struct stat *status, const std::string &in) {
+bool is_source(const struct stat *status, const std::string &in) {
   struct stat source = {};
   const int found = in == "-" ? fstat(STDIN_FILENO, &source) : stat(in.c_str(), &source);
   return found == 0 && source.st_dev == status->st_dev && source.st_ino == status->st_ino;
 }
 
-static bool check_target(const output_file *file, const struct stat *status,
-                         const std::string &in) {
+bool check_target(const output_file *file, const struct stat *status, const std::string &in) {
   if (S_ISDIR(status->st_mode)) {
     return fail(file->name + " is a directory; name a file in it");
   }
@@ -56,43 +58,13 @@ static bool check_target(const output_file *file, const struct stat *status,
     return fail("IN and OUT are the same file, " + file->name + "; give OUT another name");
   }
   if (access(file->path.c_str(), W_OK) != 0) {
-    return fail("cannot write to " + file->name + ": " + strerror(errno));
+    return fail("cannot write to " + file->name + ": " + std::strerror(errno));
   }
   return file->in_place || is_replaceable(file, status) ||
          fail(file->name + " is there and cannot be replaced; give OUT another name");
 }
 
-bool output_file_find(output_file *file, const std::string &name, const std::string &in) {
-  struct stat status = {};
-  *file = {};
-  file->name = name;
-  file->path = name;
-  if (link_descriptor(name) == STDERR_FILENO) {
-    return fail(name +
-                " is standard error, which carries the messages; name a file, or - for "
-                "standard output");
-  }
-  const bool exists = stat(name.c_str(), &status) == 0;
-  file->in_place = exists && !S_ISREG(status.st_mode);
-  if (!file->in_place && !link_follow(&file->path)) {
-    return fail("cannot write to " + name + ": " + strerror(errno));
-  }
-  return !exists || check_target(file, &status, in);
-}
-
-bool output_file_adopt(output_file *file, int fd, const std::string &in) {
-  struct stat status = {};
-  *file = {};
-  file->name = "standard output";
-  file->in_place = true;
-  file->fd = fd;
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && is_source(&status, in)) {
-    return fail("IN and standard output are the same file; write to another one");
-  }
-  return true;
-}
-
-static bool is_named(int fd, int directory, const char *name) {
+bool is_named(int fd, int directory, const char *name) {
   struct stat held = {};
   struct stat named = {};
   return fstat(fd, &held) == 0 && fstatat(directory, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
@@ -101,15 +73,15 @@ static bool is_named(int fd, int directory, const char *name) {
 
 // Locks a new file. If a clean-up has locked it before, that clean-up removes it. Without locks in
 // the file system there is no clean-up.
-static bool lock_temp(const output_file *file) {
+bool lock_temp(const output_file *file) {
   const bool locked = flock(file->fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
   return locked && is_named(file->fd, AT_FDCWD, file->temp.c_str());
 }
 
 // Makes the file that is written until it is complete. Returns false with errno set.
-static bool make_temp(output_file *file, const std::string &extension) {
-  const std::string pattern = link_folder(file->path) + TEMP_START + TEMP_RANDOM + extension;
-  for (int tries = 0; tries < MAX_TRIES; ++tries) {
+bool make_temp(output_file *file, const std::string &extension) {
+  const std::string pattern = link_folder(file->path) + kTempStart + kTempRandom + extension;
+  for (int tries = 0; tries < kMaxTries; ++tries) {
     file->temp = pattern;
     file->fd = mkostemps(&file->temp[0], static_cast<int>(extension.size()), O_CLOEXEC);
     if (file->fd == -1) {
@@ -129,9 +101,9 @@ static bool make_temp(output_file *file, const std::string &extension) {
 }
 
 // Why no file can be made beside the final path, and what to do.
-static std::string advice(const output_file *file, int error) {
+std::string advice(const output_file *file, int error) {
   const std::string folder = link_folder(file->path);
-  std::string reason = strerror(error);
+  std::string reason = std::strerror(error);
   switch (error) {
     case ENOENT:
       return folder.empty() ? reason : "there is no directory " + folder + "; make it first";
@@ -144,19 +116,95 @@ static std::string advice(const output_file *file, int error) {
   }
 }
 
-bool output_file_open(output_file *file, const std::string &extension) {
-  if (file->in_place) {
-    file->fd = open(file->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    return file->fd != -1 || fail("cannot write to " + file->name + ": " + strerror(errno));
-  }
-  return make_temp(file, extension) ||
-         fail("cannot write to " + file->name + ": " + advice(file, errno));
-}
-
-static bool close_at(int *fd) {
+bool close_at(int *fd) {
   const bool closed = *fd == -1 || close(*fd) == 0;
   *fd = -1;
   return closed;
+}
+
+// False with errno set; 0 when the reason has been printed.
+bool give_name(const output_file *file) {
+  return file->naming != nullptr ? file->naming->rename(file->naming->user, file->temp, file->path)
+                                 : std::rename(file->temp.c_str(), file->path.c_str()) == 0;
+}
+
+// Gives the complete file its name; its lock lasts until then. Fails as give_name does.
+bool take_name(output_file *file) {
+  file_rights_take_over(file->fd, file->path);
+  if (fsync(file->fd) != 0 || !close_at(&file->fd) || !give_name(file)) {
+    return false;
+  }
+  file->temp.clear();
+  close_at(&file->lock);
+  return output_file_store_folder(file->path);
+}
+
+bool is_temp_name(const char *name) {
+  const size_t start = sizeof kTempStart - 1;
+  const size_t length = start + sizeof kTempRandom - 1;
+  if (std::strncmp(name, kTempStart, start) != 0 || std::strlen(name) < length) {
+    return false;
+  }
+  for (size_t n = start; n < length; ++n) {
+    if (std::isalnum(static_cast<unsigned char>(name[n])) == 0) {
+      return false;
+    }
+  }
+  return name[length] == '\0' || name[length] == '.';
+}
+
+// Removes one file if nobody holds its lock. Another file may have got the name in the meantime.
+void remove_if_stale(int directory, const char *name) {
+  struct stat status = {};
+  const bool ours = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                    S_ISREG(status.st_mode) && status.st_uid == geteuid();
+  // Opened for writing, which locks on network file systems may require.
+  int fd = ours ? openat(directory, name, O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK) : -1;
+  if (fd != -1 && flock(fd, LOCK_EX | LOCK_NB) == 0 && is_named(fd, directory, name)) {
+    unlinkat(directory, name, 0);
+  }
+  close_at(&fd);
+}
+
+}  // namespace
+
+bool output_file_find(output_file *file, const std::string &name, const std::string &in) {
+  struct stat status = {};
+  *file = {};
+  file->name = name;
+  file->path = name;
+  if (link_descriptor(name) == STDERR_FILENO) {
+    return fail(name +
+                " is standard error, which carries the messages; name a file, or - for "
+                "standard output");
+  }
+  const bool exists = stat(name.c_str(), &status) == 0;
+  file->in_place = exists && !S_ISREG(status.st_mode);
+  if (!file->in_place && !link_follow(&file->path)) {
+    return fail("cannot write to " + name + ": " + std::strerror(errno));
+  }
+  return !exists || check_target(file, &status, in);
+}
+
+bool output_file_adopt(output_file *file, int fd, const std::string &in) {
+  struct stat status = {};
+  *file = {};
+  file->name = "standard output";
+  file->in_place = true;
+  file->fd = fd;
+  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && is_source(&status, in)) {
+    return fail("IN and standard output are the same file; write to another one");
+  }
+  return true;
+}
+
+bool output_file_open(output_file *file, const std::string &extension) {
+  if (file->in_place) {
+    file->fd = open(file->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    return file->fd != -1 || fail("cannot write to " + file->name + ": " + std::strerror(errno));
+  }
+  return make_temp(file, extension) ||
+         fail("cannot write to " + file->name + ": " + advice(file, errno));
 }
 
 // Not every file system can do this.
@@ -174,26 +222,9 @@ bool output_file_store_folder(const std::string &path) {
   return stored;
 }
 
-// False with errno set; 0 when the reason has been printed.
-static bool give_name(const output_file *file) {
-  return file->naming != nullptr ? file->naming->rename(file->naming->user, file->temp, file->path)
-                                 : rename(file->temp.c_str(), file->path.c_str()) == 0;
-}
-
-// Gives the complete file its name; its lock lasts until then. Fails as give_name does.
-static bool take_name(output_file *file) {
-  file_rights_take_over(file->fd, file->path);
-  if (fsync(file->fd) != 0 || !close_at(&file->fd) || !give_name(file)) {
-    return false;
-  }
-  file->temp.clear();
-  close_at(&file->lock);
-  return output_file_store_folder(file->path);
-}
-
 bool output_file_commit(output_file *file) {
   const bool good = file->temp.empty() ? close_at(&file->fd) : take_name(file);
-  return good || (errno != 0 && fail("writing " + file->name + " failed: " + strerror(errno)));
+  return good || (errno != 0 && fail("writing " + file->name + " failed: " + std::strerror(errno)));
 }
 
 void output_file_abort(output_file *file) {
@@ -203,33 +234,6 @@ void output_file_abort(output_file *file) {
     file->temp.clear();
   }
   close_at(&file->lock);
-}
-
-static bool is_temp_name(const char *name) {
-  const size_t start = sizeof TEMP_START - 1;
-  const size_t length = start + sizeof TEMP_RANDOM - 1;
-  if (strncmp(name, TEMP_START, start) != 0 || strlen(name) < length) {
-    return false;
-  }
-  for (size_t n = start; n < length; ++n) {
-    if (isalnum(static_cast<unsigned char>(name[n])) == 0) {
-      return false;
-    }
-  }
-  return name[length] == '\0' || name[length] == '.';
-}
-
-// Removes one file if nobody holds its lock. Another file may have got the name in the meantime.
-static void remove_if_stale(int directory, const char *name) {
-  struct stat status = {};
-  const bool ours = fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                    S_ISREG(status.st_mode) && status.st_uid == geteuid();
-  // Opened for writing, which locks on network file systems may require.
-  int fd = ours ? openat(directory, name, O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK) : -1;
-  if (fd != -1 && flock(fd, LOCK_EX | LOCK_NB) == 0 && is_named(fd, directory, name)) {
-    unlinkat(directory, name, 0);
-  }
-  close_at(&fd);
 }
 
 void output_file_remove_stale(const std::string &directory) {

@@ -2,13 +2,12 @@
 #ifndef SE_BF_PLAIN_HEADER_H
 #define SE_BF_PLAIN_HEADER_H
 
-#include <stdint.h>
-
+#include <cstdint>
 #include <vector>
 
 #include "sound_format.h"
 
-constexpr int64_t LENGTH_UNKNOWN = -1;
+constexpr int64_t kLengthUnknown = -1;
 
 // The header in front of `frames` frames: of a WAV file 44 bytes, of raw PCM none. A length that is
 // unknown or does not fit gets the size that stands for this. With `wide` a WAV header is longer

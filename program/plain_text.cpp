@@ -1,42 +1,44 @@
 // Names of files as text: harmless to a terminal, and on one line of a text file.
 #include "plain_text.h"
 
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 
-static constexpr size_t MAX_SEQUENCE = 4;  // bytes of a character in UTF-8
-static constexpr unsigned BITS_FOLLOWING = 6;
-static constexpr uint32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};  // of each length
-static constexpr uint32_t LAST_C1 = 0x9f;
-static constexpr uint32_t FIRST_SURROGATE = 0xd800;
-static constexpr uint32_t LAST_SURROGATE = 0xdfff;
-static constexpr uint32_t LAST_CHARACTER = 0x10ffff;
+namespace {
+
+constexpr size_t kMaxSequence = 4;  // bytes of a character in UTF-8
+constexpr unsigned kBitsFollowing = 6;
+constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};  // of each length
+constexpr uint32_t kLastC1 = 0x9f;
+constexpr uint32_t kFirstSurrogate = 0xd800;
+constexpr uint32_t kLastSurrogate = 0xdfff;
+constexpr uint32_t kLastCharacter = 0x10ffff;
 // Marks, embeddings and isolates of writing direction, and separators of lines and paragraphs: they
 // reorder or break the line they stand in.
-static constexpr uint32_t STEERING[][2] = {
+constexpr uint32_t kSteering[][2] = {
     {0x61c, 0x61c}, {0x200e, 0x200f}, {0x2028, 0x202e}, {0x2066, 0x2069}};
-static constexpr size_t ESCAPE_LEN = 4;  // characters of \xHH
-static constexpr int HEXADECIMAL = 16;
+constexpr size_t kEscapeLen = 4;  // characters of \xHH
+constexpr int kHexadecimal = 16;
 
-static uint32_t byte_at(const std::string &text, size_t at) {
+uint32_t byte_at(const std::string &text, size_t at) {
   return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
 }
 
-static bool is_steering(uint32_t code) {
+bool is_steering(uint32_t code) {
   bool found = false;
-  for (const uint32_t *range : STEERING) {
+  for (const uint32_t *range : kSteering) {
     found = found || (code >= range[0] && code <= range[1]);
   }
   return found;
 }
 
-static bool is_following(uint32_t byte) {
+bool is_following(uint32_t byte) {
   return (byte & 0xc0) == 0x80;
 }
 
 // Bytes of the printable character at `at`, 0 when there is none.
-static size_t printable_length(const std::string &text, size_t at) {
+size_t printable_length(const std::string &text, size_t at) {
   const uint32_t first = byte_at(text, at);
   if (first < 0x80) {
     return first >= ' ' && first != 0x7f ? 1 : 0;
@@ -44,7 +46,7 @@ static size_t printable_length(const std::string &text, size_t at) {
   const size_t length = first < 0xc0   ? 0
                         : first < 0xe0 ? 2
                         : first < 0xf0 ? 3
-                        : first < 0xf8 ? MAX_SEQUENCE
+                        : first < 0xf8 ? kMaxSequence
                                        : 0;
   uint32_t code = first & (0xffu >> (length + 1));
   for (size_t n = 1; n < length; ++n) {
@@ -52,12 +54,14 @@ static size_t printable_length(const std::string &text, size_t at) {
     if (!is_following(byte)) {
       return 0;
     }
-    code = code << BITS_FOLLOWING | (byte & 0x3f);
+    code = code << kBitsFollowing | (byte & 0x3f);
   }
-  const bool surrogate = code >= FIRST_SURROGATE && code <= LAST_SURROGATE;
-  const bool good = code >= SMALLEST[length] && code > LAST_C1 && code <= LAST_CHARACTER;
+  const bool surrogate = code >= kFirstSurrogate && code <= kLastSurrogate;
+  const bool good = code >= kSmallest[length] && code > kLastC1 && code <= kLastCharacter;
   return good && !surrogate && !is_steering(code) ? length : 0;
 }
+
+}  // namespace
 
 std::string text_harmless(const std::string &text) {
   std::string harmless;
@@ -82,8 +86,8 @@ std::string text_escape(const std::string &text) {
   for (size_t at = 0; at < text.size();) {
     const size_t length = printable_length(text, at);
     if (length == 0 || text[at] == '\\' || (at == 0 && text[at] == '#')) {
-      char code[ESCAPE_LEN + 1];
-      snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(byte_at(text, at)));
+      char code[kEscapeLen + 1];
+      std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(byte_at(text, at)));
       escaped += code;
       ++at;
     } else {
@@ -97,10 +101,10 @@ std::string text_escape(const std::string &text) {
 std::string text_unescape(const std::string &text) {
   std::string plain;
   for (size_t at = 0; at < text.size();) {
-    if (text[at] == '\\' && at + ESCAPE_LEN <= text.size()) {
+    if (text[at] == '\\' && at + kEscapeLen <= text.size()) {
       const std::string code = text.substr(at + 2, 2);
-      plain += static_cast<char>(strtol(code.c_str(), nullptr, HEXADECIMAL));
-      at += ESCAPE_LEN;
+      plain += static_cast<char>(std::strtol(code.c_str(), nullptr, kHexadecimal));
+      at += kEscapeLen;
     } else {
       plain += text[at];
       ++at;

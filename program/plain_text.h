@@ -2,8 +2,7 @@
 #ifndef SE_BF_PLAIN_TEXT_H
 #define SE_BF_PLAIN_TEXT_H
 
-#include <stddef.h>
-
+#include <cstddef>
 #include <string>
 
 // The text with '?' for every byte that may steer a terminal: control characters (C0, DEL, C1),

@@ -3,12 +3,12 @@
 // Both are kept as raw PCM in files without a name, which vanish with the program however it ends.
 #include "plot.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <vector>
@@ -24,8 +24,10 @@
 
 namespace fs = std::filesystem;
 
-static constexpr size_t CHUNK_FRAMES = 4096;
-static constexpr size_t SAMPLE_BYTES = 2;
+namespace {
+
+constexpr size_t kChunkFrames = 4096;
+constexpr size_t kSampleBytes = 2;
 
 struct plot_job {
   const enhance_options *options;
@@ -36,19 +38,19 @@ struct plot_job {
   int64_t samples;  // of each
 };
 
-static bool fail(const std::string &text) {
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
 // Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
-static bool write_before(plot_job *job, audio_source *source) {
+bool write_before(plot_job *job, audio_source *source) {
   const size_t channels = source->picks.size();
   const sound_input *input = &source->input;
   const double rate = input->rate_hz;
-  std::vector<float> frames(CHUNK_FRAMES * channels);
-  uint8_t bytes[CHUNK_FRAMES * SAMPLE_BYTES];
-  long count = source_read(source, frames.data(), CHUNK_FRAMES);
+  std::vector<float> frames(kChunkFrames * channels);
+  uint8_t bytes[kChunkFrames * kSampleBytes];
+  long count = source_read(source, frames.data(), kChunkFrames);
   while (count > 0 && !process_stopped()) {
     const size_t samples = static_cast<size_t>(count);
     for (size_t n = 0; n < samples; ++n) {
@@ -56,18 +58,18 @@ static bool write_before(plot_job *job, audio_source *source) {
       bytes[2 * n] = static_cast<uint8_t>(sample & 0xff);
       bytes[2 * n + 1] = static_cast<uint8_t>(static_cast<uint16_t>(sample) >> 8);
     }
-    if (!process_write(job->before, bytes, samples * SAMPLE_BYTES)) {
+    if (!process_write(job->before, bytes, samples * kSampleBytes)) {
       return !process_stopped() && temporary_file_failed(errno);
     }
     job->samples += count;
     report_progress(static_cast<double>(input->frames_read) / rate,
                     static_cast<double>(input->announced) / rate);
-    count = source_read(source, frames.data(), CHUNK_FRAMES);
+    count = source_read(source, frames.data(), kChunkFrames);
   }
   return count >= 0 && !process_stopped();
 }
 
-static bool read_sound(plot_job *job) {
+bool read_sound(plot_job *job) {
   audio_source source = {};
   report_progress_task("reading");
   report_progress_on();
@@ -79,15 +81,15 @@ static bool read_sound(plot_job *job) {
 
 // Enhances to descriptor 1, which stands for the file meanwhile: raw PCM at 16 kHz. Its space is
 // reserved first, so that a full disk shows before the work.
-static bool enhance_sound(plot_job *job) {
+bool enhance_sound(plot_job *job) {
   enhance_figures figures = {};
   enhance_options enhancing = *job->options;
-  const int error = posix_fallocate(job->after, 0, job->samples * static_cast<off_t>(SAMPLE_BYTES));
+  const int error = posix_fallocate(job->after, 0, job->samples * static_cast<off_t>(kSampleBytes));
   if (error != 0) {
     return temporary_file_failed(error);
   }
   if (dup2(job->after, STDOUT_FILENO) == -1) {
-    return fail(std::string("standard output is not usable: ") + strerror(errno));
+    return fail(std::string("standard output is not usable: ") + std::strerror(errno));
   }
   enhancing.out = "-";
   enhancing.quiet = true;  // but for the progress
@@ -97,7 +99,7 @@ static bool enhance_sound(plot_job *job) {
 }
 
 // Checks before the work what would stop it at the end.
-static bool check_places(const plot_job *job) {
+bool check_places(const plot_job *job) {
   const std::string &in = job->options->in;
   const fs::path picture = job->picture;
   const fs::path directory = picture.has_parent_path() ? picture.parent_path() : fs::path(".");
@@ -117,17 +119,17 @@ static bool check_places(const plot_job *job) {
   }
   const bool there = fs::exists(picture, error);
   return access(there ? picture.c_str() : directory.c_str(), W_OK) == 0 ||
-         fail("cannot write " + job->picture + ": " + strerror(errno));
+         fail("cannot write " + job->picture + ": " + std::strerror(errno));
 }
 
-static bool print_name(const plot_job *job) {
+bool print_name(const plot_job *job) {
   const bool seen = isatty(job->own_stdout) == 1;
   const std::string line = (seen ? text_harmless(job->picture) : job->picture) + "\n";
   return process_write(job->own_stdout, line.data(), line.size()) ||
-         fail(std::string("writing the picture's name failed: ") + strerror(errno));
+         fail(std::string("writing the picture's name failed: ") + std::strerror(errno));
 }
 
-static bool run(plot_job *job) {
+bool run(plot_job *job) {
   std::string scripts;
   if (!check_places(job) || !drawing_find(&scripts)) {
     return false;
@@ -142,13 +144,15 @@ static bool run(plot_job *job) {
          print_name(job);
 }
 
+}  // namespace
+
 int plot_run(const enhance_options *options, const std::string &picture) {
   plot_job job = {};
   job.options = options;
   job.picture = picture.empty() ? fs::path(options->in).stem().string() + ".png" : picture;
   job.own_stdout = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (job.own_stdout == -1) {
-    report_line(std::string("standard output is not usable: ") + strerror(errno));
+    report_line(std::string("standard output is not usable: ") + std::strerror(errno));
     return 1;
   }
   process_catch_signals();

@@ -1,16 +1,25 @@
 // Standard descriptors, signals, and raw input and output.
 #include "process.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdio.h>
 #include <unistd.h>
 
-static constexpr size_t READ_BYTES = 4096;
+#include <cerrno>
+#include <cstdio>
 
-static volatile sig_atomic_t g_signal = 0;
+namespace {
+
+constexpr size_t kReadBytes = 4096;
+
+volatile sig_atomic_t g_signal = 0;
+
+void note_signal(int number) {
+  g_signal = number;
+}
+
+}  // namespace
 
 void process_fill_descriptors() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
@@ -22,7 +31,7 @@ void process_fill_descriptors() {
 }
 
 int process_claim_stdout(bool show_notes) {
-  fflush(stdout);
+  std::fflush(stdout);
   const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (own == -1) {
     return -1;
@@ -37,10 +46,6 @@ int process_claim_stdout(bool show_notes) {
     return -1;
   }
   return own;
-}
-
-static void note_signal(int number) {
-  g_signal = number;
 }
 
 void process_catch_signals() {
@@ -97,7 +102,7 @@ bool process_write(int fd, const void *data, size_t bytes) {
 }
 
 bool process_read_all(int fd, std::string *text) {
-  char piece[READ_BYTES];
+  char piece[kReadBytes];
   for (;;) {
     const ssize_t count = read(fd, piece, sizeof piece);
     if (count > 0) {

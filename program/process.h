@@ -2,8 +2,7 @@
 #ifndef SE_BF_PROCESS_H
 #define SE_BF_PROCESS_H
 
-#include <stddef.h>
-
+#include <cstddef>
 #include <string>
 
 // Opens /dev/null on standard descriptors that the caller closed, so that none of our files gets

@@ -6,9 +6,9 @@
 
 #include "sound_bytes.h"
 
-constexpr int64_t PROMISED_NOTHING = -1;
+constexpr int64_t kPromisedNothing = -1;
 
-// Frames that the header of an opened sound promises; PROMISED_NOTHING when it tells none, or only
+// Frames that the header of an opened sound promises; kPromisedNothing when it tells none, or only
 // a size as programs write it that cannot know the true one. `info` is as libsndfile filled it.
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
 

@@ -3,7 +3,8 @@
 #define SE_BF_RESAMPLER_H
 
 #include <samplerate.h>
-#include <stddef.h>
+
+#include <cstddef>
 
 struct resampler {
   SRC_STATE *state;  // null: rates are equal, nothing is converted

@@ -1,21 +1,24 @@
 // The bytes of a sound file, on disk or as a pipe delivers them, as libsndfile reads them.
 #include "sound_bytes.h"
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "process.h"
 
-static constexpr int64_t OPEN_SIZE_BYTES = 4;
-static constexpr size_t MAX_ZEROS = 4096;  // while a header is read: damaged ones ask for more
+namespace {
 
-static int64_t smaller(int64_t a, int64_t b) {
+constexpr int64_t kOpenSizeBytes = 4;
+constexpr size_t kMaxZeros = 4096;  // while a header is read: damaged ones ask for more
+
+int64_t smaller(int64_t a, int64_t b) {
   return a < b ? a : b;
 }
 
 // Returns the number of bytes read, 0 at the end and on an error, which is recorded.
-static size_t take(sound_bytes *bytes, uint8_t *out, size_t count) {
+size_t take(sound_bytes *bytes, uint8_t *out, size_t count) {
   for (;;) {
     if (!process_wait(bytes->fd)) {
       bytes->error = EINTR;
@@ -32,21 +35,7 @@ static size_t take(sound_bytes *bytes, uint8_t *out, size_t count) {
   }
 }
 
-bool sound_bytes_gather(sound_bytes *bytes, size_t count) {
-  size_t held = bytes->head.size();
-  bytes->head.resize(held < count ? count : held);
-  while (held < count) {
-    const size_t got = take(bytes, bytes->head.data() + held, count - held);
-    if (got == 0) {
-      break;
-    }
-    held += got;
-  }
-  bytes->head.resize(held);
-  return bytes->error == 0;
-}
-
-static size_t peek_disk(const sound_bytes *bytes, int64_t at, uint8_t *out, size_t count) {
+size_t peek_disk(const sound_bytes *bytes, int64_t at, uint8_t *out, size_t count) {
   size_t done = 0;
   while (done < count) {
     const ssize_t got =
@@ -59,21 +48,8 @@ static size_t peek_disk(const sound_bytes *bytes, int64_t at, uint8_t *out, size
   return done;
 }
 
-size_t sound_bytes_peek(const sound_bytes *bytes, int64_t at, void *out, size_t count) {
-  const int64_t end = bytes->live ? static_cast<int64_t>(bytes->head.size()) : bytes->held;
-  const int64_t there = smaller(end - at, static_cast<int64_t>(count));
-  if (at < 0 || there <= 0) {
-    return 0;
-  }
-  if (!bytes->live) {
-    return peek_disk(bytes, at, static_cast<uint8_t *>(out), static_cast<size_t>(there));
-  }
-  memcpy(out, bytes->head.data() + at, static_cast<size_t>(there));
-  return static_cast<size_t>(there);
-}
-
 // Of a pipe, whole frames are delivered as soon as there are some.
-static size_t read_pipe(sound_bytes *bytes, uint8_t *out, size_t count, size_t got) {
+size_t read_pipe(sound_bytes *bytes, uint8_t *out, size_t count, size_t got) {
   const size_t unit = bytes->unit;
   while (got < count) {
     const size_t frames_end = static_cast<size_t>(bytes->position - bytes->sound_at) + got;
@@ -89,7 +65,7 @@ static size_t read_pipe(sound_bytes *bytes, uint8_t *out, size_t count, size_t g
   return got;
 }
 
-static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
+sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
   sound_bytes *bytes = static_cast<sound_bytes *>(user);
   uint8_t *next = static_cast<uint8_t *>(out);
   const int64_t wanted = smaller(count, bytes->length - bytes->position);
@@ -100,9 +76,9 @@ static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
   const size_t room = static_cast<size_t>(wanted);
   size_t got = sound_bytes_peek(bytes, bytes->position + bytes->shift, next, room);
   if (bytes->opening && got < room) {
-    const size_t left = MAX_ZEROS - bytes->zeros;
+    const size_t left = kMaxZeros - bytes->zeros;
     const size_t zeros = room - got < left ? room - got : left;
-    memset(next + got, 0, zeros);
+    std::memset(next + got, 0, zeros);
     bytes->zeros += zeros;
     got += zeros;
   } else if (bytes->live) {
@@ -111,7 +87,7 @@ static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
     bytes->error = errno;
   }
   const int64_t open = bytes->open_size_at - bytes->position;  // of the first byte read
-  for (int64_t n = open; bytes->open_size_at > 0 && n < open + OPEN_SIZE_BYTES; ++n) {
+  for (int64_t n = open; bytes->open_size_at > 0 && n < open + kOpenSizeBytes; ++n) {
     if (n >= 0 && n < static_cast<int64_t>(got)) {
       next[n] = UINT8_MAX;
     }
@@ -122,7 +98,7 @@ static sf_count_t read_bytes(void *out, sf_count_t count, void *user) {
   return static_cast<sf_count_t>(got);
 }
 
-static sf_count_t seek_bytes(sf_count_t offset, int whence, void *user) {
+sf_count_t seek_bytes(sf_count_t offset, int whence, void *user) {
   sound_bytes *bytes = static_cast<sound_bytes *>(user);
   const int64_t base = whence == SEEK_SET   ? 0
                        : whence == SEEK_CUR ? bytes->position
@@ -132,16 +108,51 @@ static sf_count_t seek_bytes(sf_count_t offset, int whence, void *user) {
   return at < 0 ? -1 : at;
 }
 
-static sf_count_t tell_bytes(void *user) {
+sf_count_t tell_bytes(void *user) {
   return static_cast<const sound_bytes *>(user)->position;
 }
 
-static sf_count_t count_bytes(void *user) {
+sf_count_t count_bytes(void *user) {
   return static_cast<const sound_bytes *>(user)->length;
 }
 
-static sf_count_t write_nothing(const void *, sf_count_t, void *) {
+sf_count_t write_nothing(const void *, sf_count_t, void *) {
   return 0;
+}
+
+// Formats that pack samples in their own way, whatever the encoding.
+bool is_packed(int format) {
+  const int container = format & SF_FORMAT_TYPEMASK;
+  return container == SF_FORMAT_FLAC || container == SF_FORMAT_PAF || container == SF_FORMAT_SDS;
+}
+
+}  // namespace
+
+bool sound_bytes_gather(sound_bytes *bytes, size_t count) {
+  size_t held = bytes->head.size();
+  bytes->head.resize(held < count ? count : held);
+  while (held < count) {
+    const size_t got = take(bytes, bytes->head.data() + held, count - held);
+    if (got == 0) {
+      break;
+    }
+    held += got;
+  }
+  bytes->head.resize(held);
+  return bytes->error == 0;
+}
+
+size_t sound_bytes_peek(const sound_bytes *bytes, int64_t at, void *out, size_t count) {
+  const int64_t end = bytes->live ? static_cast<int64_t>(bytes->head.size()) : bytes->held;
+  const int64_t there = smaller(end - at, static_cast<int64_t>(count));
+  if (at < 0 || there <= 0) {
+    return 0;
+  }
+  if (!bytes->live) {
+    return peek_disk(bytes, at, static_cast<uint8_t *>(out), static_cast<size_t>(there));
+  }
+  std::memcpy(out, bytes->head.data() + at, static_cast<size_t>(there));
+  return static_cast<size_t>(there);
 }
 
 SNDFILE *sound_bytes_open(sound_bytes *bytes, int64_t length, SF_INFO *info) {
@@ -178,12 +189,6 @@ bool sound_bytes_go_on(sound_bytes *bytes, SNDFILE *file) {
   }
   bytes->shift = at - bytes->position;
   return true;
-}
-
-// Formats that pack samples in their own way, whatever the encoding.
-static bool is_packed(int format) {
-  const int container = format & SF_FORMAT_TYPEMASK;
-  return container == SF_FORMAT_FLAC || container == SF_FORMAT_PAF || container == SF_FORMAT_SDS;
 }
 
 size_t sound_sample_bytes(int format) {

@@ -6,13 +6,13 @@
 #define SE_BF_SOUND_BYTES_H
 
 #include <sndfile.h>
-#include <stddef.h>
-#include <stdint.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 // Length of a file without end, in bytes.
-constexpr int64_t SOUND_BYTES_FAR = INT64_C(1) << 50;
+constexpr int64_t kSoundBytesFar = INT64_C(1) << 50;
 
 struct sound_bytes {
   int fd = -1;                // of a file on disk (read with pread) or of a pipe

@@ -2,12 +2,11 @@
 #ifndef SE_BF_SOUND_FORMAT_H
 #define SE_BF_SOUND_FORMAT_H
 
-#include <stdint.h>
-
+#include <cstdint>
 #include <string>
 
 // Frames of one channel with 16 bits that sizes of 32 bits tell, with room for the header.
-constexpr int64_t MOST_FRAMES_32 = (INT64_C(0xffffffff) - 1024) / 2;
+constexpr int64_t kMostFrames32 = (INT64_C(0xffffffff) - 1024) / 2;
 
 // How a format is written.
 enum sound_layout {

@@ -4,7 +4,7 @@
 
 #include "sound_bytes.h"
 
-constexpr size_t SOUND_MARK_BYTES = 12;  // that tell a sound file
+constexpr size_t kSoundMarkBytes = 12;  // that tell a sound file
 
 // True for a size of 32 bits that programs write which cannot know the true one.
 bool sound_size_is_unknown(int64_t size);

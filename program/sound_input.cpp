@@ -1,24 +1,21 @@
 // A sound that is read to its end, or as far as possible.
 #include "sound_input.h"
 
-#include <string.h>
+#include <cstring>
 
 #include "process.h"
 #include "report.h"
 #include "sound_format.h"
 #include "sound_header.h"
 
-static constexpr size_t CHUNK_SAMPLES = 8192;  // all channels, read at a time
-static constexpr size_t LIVE_SAMPLES = 1024;   // of a pipe: libsndfile reads them at once
-static constexpr size_t MPEG_SAMPLES = 576;    // what is read with an error is lost: one frame
+namespace {
 
-size_t input_chunk(const sound_input *in) {
-  const size_t samples = in->bytes.live ? LIVE_SAMPLES : in->guessed ? MPEG_SAMPLES : CHUNK_SAMPLES;
-  return in->channels > samples ? 1 : samples / in->channels;
-}
+constexpr size_t kChunkSamples = 8192;  // all channels, read at a time
+constexpr size_t kLiveSamples = 1024;   // of a pipe: libsndfile reads them at once
+constexpr size_t kMpegSamples = 576;    // what is read with an error is lost: one frame
 
 // Why the sound has ended: its file does, or reading it fails before.
-static void note_end(sound_input *in, int error) {
+void note_end(sound_input *in, int error) {
   const sound_bytes *bytes = &in->bytes;
   const bool at_end = !bytes->live && bytes->position >= bytes->held;
   in->ended = true;
@@ -26,7 +23,7 @@ static void note_end(sound_input *in, int error) {
     return;
   }
   if (bytes->error != 0) {
-    in->failure = strerror(bytes->error);
+    in->failure = std::strerror(bytes->error);
   } else if (error != SF_ERR_NO_ERROR && !at_end) {
     in->failure = sound_reason(sf_error_number(error)) + "; the file is damaged";
   }
@@ -34,7 +31,7 @@ static void note_end(sound_input *in, int error) {
 }
 
 // Never asks for frames beyond the last one: libsndfile would read bytes and drop them.
-static size_t read_lap(sound_input *in, float *out, size_t count) {
+size_t read_lap(sound_input *in, float *out, size_t count) {
   const int64_t left = in->lap - in->lap_read;
   const int64_t asked = static_cast<int64_t>(count);
   const sf_count_t got = left > 0 ? sf_readf_float(in->file, out, asked < left ? asked : left) : 0;
@@ -44,12 +41,23 @@ static size_t read_lap(sound_input *in, float *out, size_t count) {
 }
 
 // Raw PCM must not begin as a sound file does.
-static bool check_raw(sound_input *in) {
-  const bool good = sound_bytes_gather(&in->bytes, SOUND_MARK_BYTES);
+bool check_raw(sound_input *in) {
+  const bool good = sound_bytes_gather(&in->bytes, kSoundMarkBytes);
   if (good && sound_header_begins(&in->bytes)) {
     in->failure = "it carries a sound file with a header, not raw PCM; leave out --raw-channels";
   }
   return good && in->failure.empty();
+}
+
+std::string seconds(const sound_input *in, int64_t frames) {
+  return report_number(static_cast<double>(frames) / in->rate_hz, 2);
+}
+
+}  // namespace
+
+size_t input_chunk(const sound_input *in) {
+  const size_t samples = in->bytes.live ? kLiveSamples : in->guessed ? kMpegSamples : kChunkSamples;
+  return in->channels > samples ? 1 : samples / in->channels;
 }
 
 size_t input_read(sound_input *in, float *out, size_t count) {
@@ -62,7 +70,7 @@ size_t input_read(sound_input *in, float *out, size_t count) {
   }
   size_t got = read_lap(in, out, count);
   int error = sf_error(in->file);
-  const bool more = in->most == UNKNOWN_LENGTH || in->frames_read < in->most;
+  const bool more = in->most == kUnknownLength || in->frames_read < in->most;
   if (got == 0 && error == SF_ERR_NO_ERROR && in->bytes.error == 0 && more &&
       in->lap_read == in->lap && sound_bytes_go_on(&in->bytes, in->file)) {
     in->lap_read = 0;
@@ -77,10 +85,6 @@ size_t input_read(sound_input *in, float *out, size_t count) {
 
 bool input_is_cut(const sound_input *in) {
   return in->cut || in->chained || in->frames_read < in->announced;
-}
-
-static std::string seconds(const sound_input *in, int64_t frames) {
-  return report_number(static_cast<double>(frames) / in->rate_hz, 2);
 }
 
 std::string input_verdict(const sound_input *in) {

@@ -8,7 +8,7 @@
 
 #include "sound_bytes.h"
 
-constexpr int64_t UNKNOWN_LENGTH = -1;
+constexpr int64_t kUnknownLength = -1;
 
 struct sound_input {
   std::string name;  // for messages
@@ -17,8 +17,8 @@ struct sound_input {
   // as it comes
   int rate_hz = 0;
   size_t channels = 0;
-  int64_t announced = UNKNOWN_LENGTH;  // frames
-  int64_t most = UNKNOWN_LENGTH;       // no more frames than these can come
+  int64_t announced = kUnknownLength;  // frames
+  int64_t most = kUnknownLength;       // no more frames than these can come
   int64_t frames_read = 0;
   int64_t lap = 0;       // frames that libsndfile gives before it must start anew
   int64_t lap_read = 0;  // of them

@@ -1,11 +1,12 @@
 // Opens a sound: a file, a pipe that carries one, or raw PCM on standard input.
 #include "sound_open.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "mpeg_stream.h"
 #include "ogg_end.h"
@@ -16,22 +17,24 @@
 #include "sound_header.h"
 #include "temporary_file.h"
 
-static constexpr int RAW_RATE_HZ = 16000;
-static constexpr size_t PREFIX_BYTES = 16384;  // of a pipe, which tell what it carries
-static constexpr size_t SPOOL_BYTES = 65536;   // copied at a time
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr int kRawRateHz = 16000;
+constexpr size_t kPrefixBytes = 16384;  // of a pipe, which tell what it carries
+constexpr size_t kSpoolBytes = 65536;   // copied at a time
+
+bool fail(const std::string &text) {
   if (!process_stopped()) {
     report_line(text);
   }
   return false;
 }
 
-static bool fail_reading(const sound_input *in, int error) {
-  return fail("reading " + in->name + " failed: " + strerror(error));
+bool fail_reading(const sound_input *in, int error) {
+  return fail("reading " + in->name + " failed: " + std::strerror(error));
 }
 
-static bool fail_format(const sound_input *in) {
+bool fail_format(const sound_input *in) {
   if (!in->bytes.live && in->bytes.held == 0) {
     return fail(in->name + " is empty");
   }
@@ -43,7 +46,7 @@ static bool fail_format(const sound_input *in) {
                         "enhance --raw-channels 1 - OUT"));
 }
 
-static bool fail_headerless(const sound_input *in) {
+bool fail_headerless(const sound_input *in) {
   if (in->bytes.head.empty()) {
     return fail(in->name + " is empty: nothing came through the pipe");
   }
@@ -53,7 +56,7 @@ static bool fail_headerless(const sound_input *in) {
                    : "; raw PCM is taken from standard input only, as IN -"));
 }
 
-static void close_file(sound_input *in) {
+void close_file(sound_input *in) {
   if (in->file != nullptr) {
     sf_close(in->file);
     in->file = nullptr;
@@ -61,48 +64,48 @@ static void close_file(sound_input *in) {
 }
 
 // Takes over what libsndfile found.
-static void adopt(sound_input *in, const SF_INFO *info) {
+void adopt(sound_input *in, const SF_INFO *info) {
   const sound_bytes *bytes = &in->bytes;
   in->lap = info->frames;
   in->rate_hz = info->samplerate;
   in->channels = static_cast<size_t>(info->channels);
-  in->announced = in->guessed || in->raw ? UNKNOWN_LENGTH : promised_frames(bytes, info);
-  if (in->announced != UNKNOWN_LENGTH || in->guessed || bytes->live) {
+  in->announced = in->guessed || in->raw ? kUnknownLength : promised_frames(bytes, info);
+  if (in->announced != kUnknownLength || in->guessed || bytes->live) {
     in->most = bytes->live ? in->announced : info->frames;
   } else if (bytes->unit > 0 && promised_goes_on(bytes, info)) {
     in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
   } else {
     in->most = info->frames;
   }
-  if (in->guessed || in->most >= SOUND_BYTES_FAR) {
-    in->most = UNKNOWN_LENGTH;
+  if (in->guessed || in->most >= kSoundBytesFar) {
+    in->most = kUnknownLength;
   }
   in->announced = in->announced > in->most ? in->announced : in->most;
 }
 
-static bool is_mpeg(const SF_INFO *info) {
+bool is_mpeg(const SF_INFO *info) {
   return (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
 }
 
 // Opens as if the file were longer: some formats are refused when they are cut off, and where
 // libsndfile guesses the length of a stream, the guess must not end it.
-static void open_longer(sound_input *in, SF_INFO *info) {
+void open_longer(sound_input *in, SF_INFO *info) {
   sound_bytes *bytes = &in->bytes;
   *info = {};
-  in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, info);
+  in->file = sound_bytes_open(bytes, kSoundBytesFar, info);
   const int64_t skipped = in->file != nullptr || sound_header_begins(bytes) ? 0 : mpeg_find(bytes);
   if (skipped > 0) {
     *info = {};
     bytes->start += skipped;
     bytes->held -= skipped;
-    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, info);
+    in->file = sound_bytes_open(bytes, kSoundBytesFar, info);
   }
   in->guessed = is_mpeg(info) && !mpeg_tells_length(bytes);
   in->cut = in->cut || (in->file != nullptr && !is_mpeg(info));
 }
 
 // Opens a file on disk: as it is, else as if it were longer, else by its name.
-static bool open_disk(sound_input *in, const std::string &path) {
+bool open_disk(sound_input *in, const std::string &path) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
   sound_header_take(bytes);
@@ -129,14 +132,14 @@ static bool open_disk(sound_input *in, const std::string &path) {
   return true;
 }
 
-static bool open_raw(sound_input *in, size_t channels) {
+bool open_raw(sound_input *in, size_t channels) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
-  info.samplerate = RAW_RATE_HZ;
+  info.samplerate = kRawRateHz;
   info.channels = static_cast<int>(channels);
   info.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
   in->raw = true;
-  in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+  in->file = sound_bytes_open(bytes, kSoundBytesFar, &info);
   if (in->file == nullptr) {
     return fail_format(in);
   }
@@ -144,7 +147,7 @@ static bool open_raw(sound_input *in, size_t channels) {
   return true;
 }
 
-static void close_bytes(sound_input *in) {
+void close_bytes(sound_input *in) {
   if (in->bytes.fd > STDIN_FILENO) {
     close(in->bytes.fd);
   }
@@ -152,7 +155,7 @@ static void close_bytes(sound_input *in) {
 }
 
 // Writes what a pipe carries, from its first byte to its last, to `fd`.
-static bool drain(sound_input *in, int fd) {
+bool drain(sound_input *in, int fd) {
   sound_bytes *bytes = &in->bytes;
   std::vector<uint8_t> piece = bytes->head;
   while (!piece.empty()) {
@@ -161,7 +164,7 @@ static bool drain(sound_input *in, int fd) {
     }
     bytes->held += static_cast<int64_t>(piece.size());
     bytes->head.clear();
-    if (!sound_bytes_gather(bytes, SPOOL_BYTES)) {
+    if (!sound_bytes_gather(bytes, kSpoolBytes)) {
       return fail_reading(in, bytes->error);
     }
     piece.swap(bytes->head);
@@ -170,7 +173,7 @@ static bool drain(sound_input *in, int fd) {
 }
 
 // Reads from a file without a name, which holds all that a pipe carried, instead of the pipe.
-static bool spool(sound_input *in) {
+bool spool(sound_input *in) {
   const int fd = temporary_file_open();
   const bool good = fd != -1 && drain(in, fd);
   close_bytes(in);
@@ -180,7 +183,7 @@ static bool spool(sound_input *in) {
 }
 
 // True when libsndfile knows the kind of file that the first bytes of a pipe belong to.
-static bool is_known(const sound_bytes *bytes) {
+bool is_known(const sound_bytes *bytes) {
   sound_bytes prefix = *bytes;
   SF_INFO info = {};
   SNDFILE *file = sound_bytes_open(&prefix, static_cast<int64_t>(bytes->head.size()), &info);
@@ -192,7 +195,7 @@ static bool is_known(const sound_bytes *bytes) {
 
 // Opens a pipe: formats with a header in front of plain samples are read as they arrive, others
 // once everything is there.
-static bool open_pipe(sound_input *in) {
+bool open_pipe(sound_input *in) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
   const bool plain = sound_header_take(bytes);
@@ -200,14 +203,14 @@ static bool open_pipe(sound_input *in) {
     return fail_reading(in, bytes->error);
   }
   if (plain) {
-    in->file = sound_bytes_open(bytes, SOUND_BYTES_FAR, &info);
+    in->file = sound_bytes_open(bytes, kSoundBytesFar, &info);
     if (in->file != nullptr && bytes->unit > 0) {
       adopt(in, &info);
       return true;
     }
     close_file(in);
   }
-  if (!sound_bytes_gather(bytes, PREFIX_BYTES)) {
+  if (!sound_bytes_gather(bytes, kPrefixBytes)) {
     return fail_reading(in, bytes->error);
   }
   const bool known = sound_header_begins(bytes) || mpeg_begins(bytes, 0) || is_known(bytes);
@@ -217,7 +220,7 @@ static bool open_pipe(sound_input *in) {
   return spool(in) && open_disk(in, "");
 }
 
-static bool open_standard_input(sound_input *in, size_t raw_channels) {
+bool open_standard_input(sound_input *in, size_t raw_channels) {
   struct stat status = {};
   in->name = "standard input";
   in->bytes.fd = STDIN_FILENO;
@@ -239,11 +242,11 @@ static bool open_standard_input(sound_input *in, size_t raw_channels) {
   return open_disk(in, "");
 }
 
-static bool open_named(sound_input *in, const std::string &path) {
+bool open_named(sound_input *in, const std::string &path) {
   struct stat status = {};
   in->name = path;
   if (stat(path.c_str(), &status) != 0) {
-    return fail("cannot open " + path + ": " + strerror(errno));
+    return fail("cannot open " + path + ": " + std::strerror(errno));
   }
   if (S_ISDIR(status.st_mode)) {
     return fail(path +
@@ -253,10 +256,12 @@ static bool open_named(sound_input *in, const std::string &path) {
   in->bytes.live = !S_ISREG(status.st_mode);
   in->bytes.held = status.st_size;
   if (in->bytes.fd == -1) {
-    return fail("cannot read " + path + ": " + strerror(errno));
+    return fail("cannot read " + path + ": " + std::strerror(errno));
   }
   return in->bytes.live ? open_pipe(in) : open_disk(in, path);
 }
+
+}  // namespace
 
 bool sound_open(sound_input *in, const enhance_options *options) {
   *in = {};

@@ -1,36 +1,39 @@
 // Writes 16-bit samples of one channel in any format, to a file or to a pipe.
 #include "sound_writer.h"
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "process.h"
 #include "report.h"
 #include "temporary_file.h"
 
-static constexpr size_t CHUNK = 4096;        // samples stored at a time
-static constexpr size_t COPY_BYTES = 65536;  // at a time
-static constexpr size_t LEAST_FIRST_BYTES = 4096;
+namespace {
 
-static bool fail(const std::string &text) {
+constexpr size_t kChunk = 4096;       // samples stored at a time
+constexpr size_t kCopyBytes = 65536;  // at a time
+constexpr size_t kLeastFirstBytes = 4096;
+
+bool fail(const std::string &text) {
   report_line(text);
   return false;
 }
 
-static bool fail_writing(const sound_writer *writer, int error) {
+bool fail_writing(const sound_writer *writer, int error) {
   if (error == EINTR && process_stopped()) {
     return false;
   }
   return fail("writing " + writer->name +
-              " failed: " + (error == EPIPE ? "the reader closed the pipe" : strerror(error)));
+              " failed: " + (error == EPIPE ? "the reader closed the pipe" : std::strerror(error)));
 }
 
-static int target(const sound_writer *writer) {
+int target(const sound_writer *writer) {
   return writer->spool != -1 ? writer->spool : writer->fd;
 }
 
-static bool put_at(int fd, const void *data, size_t bytes, int64_t at) {
+bool put_at(int fd, const void *data, size_t bytes, int64_t at) {
   const char *next = static_cast<const char *>(data);
   while (bytes > 0) {
     const ssize_t count = pwrite(fd, next, bytes, at);
@@ -45,24 +48,24 @@ static bool put_at(int fd, const void *data, size_t bytes, int64_t at) {
   return true;
 }
 
-static bool put_first(sound_writer *writer) {
+bool put_first(sound_writer *writer) {
   writer->begun = true;
   return process_write(writer->fd, writer->first.data(), writer->first.size());
 }
 
 // Writes more data. The first piece for a pipe holds more than the header: readers that recognise
 // the format by it may look only once.
-static bool put_next(sound_writer *writer, const void *data, size_t bytes) {
+bool put_next(sound_writer *writer, const void *data, size_t bytes) {
   if (writer->begun) {
     return process_write(writer->fd, data, bytes);
   }
   const uint8_t *next = static_cast<const uint8_t *>(data);
   writer->first.insert(writer->first.end(), next, next + bytes);
-  return writer->first.size() < LEAST_FIRST_BYTES || put_first(writer);
+  return writer->first.size() < kLeastFirstBytes || put_first(writer);
 }
 
 // libsndfile's writes. A pipe gets new data; what libsndfile would overwrite is dropped.
-static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
+sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   sound_writer *writer = static_cast<sound_writer *>(user);
   const size_t bytes = static_cast<size_t>(count);
   const bool anew = writer->position != writer->end;
@@ -82,26 +85,26 @@ static sf_count_t write_bytes(const void *data, sf_count_t count, void *user) {
   return count;
 }
 
-static sf_count_t seek_bytes(sf_count_t offset, int whence, void *user) {
+sf_count_t seek_bytes(sf_count_t offset, int whence, void *user) {
   sound_writer *writer = static_cast<sound_writer *>(user);
   const int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? writer->position : writer->end;
   writer->position = base + offset;
   return writer->position;
 }
 
-static sf_count_t read_nothing(void *, sf_count_t, void *) {
+sf_count_t read_nothing(void *, sf_count_t, void *) {
   return 0;
 }
 
-static sf_count_t tell_bytes(void *user) {
+sf_count_t tell_bytes(void *user) {
   return static_cast<const sound_writer *>(user)->position;
 }
 
-static sf_count_t count_bytes(void *user) {
+sf_count_t count_bytes(void *user) {
   return static_cast<const sound_writer *>(user)->end;
 }
 
-static bool open_sndfile(sound_writer *writer) {
+bool open_sndfile(sound_writer *writer) {
   SF_VIRTUAL_IO io = {count_bytes, seek_bytes, read_nothing, write_bytes, tell_bytes};
   SF_INFO info = {};
   info.samplerate = writer->rate_hz;
@@ -129,31 +132,23 @@ static bool open_sndfile(sound_writer *writer) {
   return true;
 }
 
-static bool open_words(sound_writer *writer) {
+bool open_words(sound_writer *writer) {
   const bool wav = (writer->format->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
-  const bool fits = writer->expected != LENGTH_UNKNOWN && writer->expected <= MOST_FRAMES_32;
+  const bool fits = writer->expected != kLengthUnknown && writer->expected <= kMostFrames32;
   writer->wide = wav && writer->seekable && !fits;
   // A header without a length allows a pipe to continue.
-  writer->most = !writer->seekable || writer->wide ? INT64_MAX
-                 : wav                             ? MOST_FRAMES_32
-                                                   : writer->most;
+  writer->most = !writer->seekable || writer->wide ? INT64_MAX : wav ? kMostFrames32 : writer->most;
   const std::vector<uint8_t> header =
       plain_header(writer->format, writer->rate_hz, writer->expected, writer->wide);
   writer->begun = writer->seekable || header.empty();
   return put_next(writer, header.data(), header.size()) || fail_writing(writer, errno);
 }
 
-bool writer_open(sound_writer *writer) {
-  writer->most = writer->format->most_frames;
-  writer->start = writer->seekable ? lseek(writer->fd, 0, SEEK_CUR) : 0;
-  return writer->format->layout == LAYOUT_WORDS ? open_words(writer) : open_sndfile(writer);
-}
-
-static bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples) {
+bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples) {
   const size_t low = plain_is_big_endian(writer->format) ? 1 : 0;
-  uint8_t bytes[2 * CHUNK];
-  for (size_t at = 0; at < samples; at += CHUNK) {
-    const size_t piece = samples - at < CHUNK ? samples - at : CHUNK;
+  uint8_t bytes[2 * kChunk];
+  for (size_t at = 0; at < samples; at += kChunk) {
+    const size_t piece = samples - at < kChunk ? samples - at : kChunk;
     for (size_t n = 0; n < piece; ++n) {
       const uint16_t word = static_cast<uint16_t>(pcm[at + n]);
       bytes[2 * n + low] = static_cast<uint8_t>(word & 0xff);
@@ -167,13 +162,46 @@ static bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples
 }
 
 // Reports why libsndfile failed: with the operating system's reason if there is one.
-static bool fail_encoding(const sound_writer *writer, int sndfile_error) {
+bool fail_encoding(const sound_writer *writer, int sndfile_error) {
   if (writer->error != 0) {
     return writer->spool != -1 ? temporary_file_failed(writer->error)
                                : fail_writing(writer, writer->error);
   }
   return fail("writing " + writer->name +
               " failed: " + sound_reason(sf_error_number(sndfile_error)));
+}
+
+bool copy_spool(sound_writer *writer) {
+  std::vector<uint8_t> piece(kCopyBytes);
+  int64_t at = 0;
+  while (at < writer->end) {
+    const ssize_t count = pread(writer->spool, piece.data(), piece.size(), at);
+    if (count <= 0 || !process_write(writer->fd, piece.data(), static_cast<size_t>(count))) {
+      return fail_writing(writer, errno);
+    }
+    at += count;
+  }
+  return true;
+}
+
+bool finish_words(sound_writer *writer) {
+  const std::vector<uint8_t> header =
+      plain_header(writer->format, writer->rate_hz, writer->frames, writer->wide);
+  const bool same = writer->frames == writer->expected && !writer->wide;
+  if (!writer->begun && !put_first(writer)) {
+    return fail_writing(writer, errno);
+  }
+  return same || !writer->seekable ||
+         put_at(writer->fd, header.data(), header.size(), writer->start) ||
+         fail_writing(writer, errno);
+}
+
+}  // namespace
+
+bool writer_open(sound_writer *writer) {
+  writer->most = writer->format->most_frames;
+  writer->start = writer->seekable ? lseek(writer->fd, 0, SEEK_CUR) : 0;
+  return writer->format->layout == LAYOUT_WORDS ? open_words(writer) : open_sndfile(writer);
 }
 
 bool writer_write(sound_writer *writer, const int16_t *pcm, size_t samples) {
@@ -190,31 +218,6 @@ bool writer_write(sound_writer *writer, const int16_t *pcm, size_t samples) {
   }
   writer->frames += count;
   return true;
-}
-
-static bool copy_spool(sound_writer *writer) {
-  std::vector<uint8_t> piece(COPY_BYTES);
-  int64_t at = 0;
-  while (at < writer->end) {
-    const ssize_t count = pread(writer->spool, piece.data(), piece.size(), at);
-    if (count <= 0 || !process_write(writer->fd, piece.data(), static_cast<size_t>(count))) {
-      return fail_writing(writer, errno);
-    }
-    at += count;
-  }
-  return true;
-}
-
-static bool finish_words(sound_writer *writer) {
-  const std::vector<uint8_t> header =
-      plain_header(writer->format, writer->rate_hz, writer->frames, writer->wide);
-  const bool same = writer->frames == writer->expected && !writer->wide;
-  if (!writer->begun && !put_first(writer)) {
-    return fail_writing(writer, errno);
-  }
-  return same || !writer->seekable ||
-         put_at(writer->fd, header.data(), header.size(), writer->start) ||
-         fail_writing(writer, errno);
 }
 
 bool writer_finish(sound_writer *writer) {

@@ -2,15 +2,15 @@
 #ifndef SE_BF_STORED_SOUND_H
 #define SE_BF_STORED_SOUND_H
 
-#include <stdint.h>
+#include <cstdint>
 
-constexpr int32_t STORED_FRAMES = 32000;  // 2 s at 16 kHz
-constexpr int16_t STORED_CHANNELS = 2;
+constexpr int32_t kStoredFrames = 32000;  // 2 s at 16 kHz
+constexpr int16_t kStoredChannels = 2;
 
 // Interleaved, channel 0 first.
-extern const int16_t g_stored_recording[STORED_FRAMES * STORED_CHANNELS];
+extern const int16_t g_stored_recording[kStoredFrames * kStoredChannels];
 
 // What SE_BF_MODE_MVDR at hop 192 makes of it, from the sample on that se_bf_init's latency names.
-extern const int16_t g_stored_reference[STORED_FRAMES];
+extern const int16_t g_stored_reference[kStoredFrames];
 
 #endif  // SE_BF_STORED_SOUND_H

@@ -1,16 +1,17 @@
 // Files without a name: their content vanishes when the program ends, however it ends.
 #include "temporary_file.h"
 
-#include <errno.h>
 #include <fcntl.h>
-#include <stdlib.h>
-#include <string.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include "report.h"
 
 std::string temporary_file_directory() {
-  const char *chosen = getenv("TMPDIR");
+  const char *chosen = std::getenv("TMPDIR");
   return chosen != nullptr && *chosen != '\0' ? chosen : "/tmp";
 }
 
@@ -19,7 +20,7 @@ int temporary_file_open() {
   std::string path = directory + "/se_bf-XXXXXX";
   const int fd = mkostemp(&path[0], O_CLOEXEC);
   if (fd == -1) {
-    report_line("cannot make a temporary file in " + directory + ": " + strerror(errno) +
+    report_line("cannot make a temporary file in " + directory + ": " + std::strerror(errno) +
                 "; name another directory in TMPDIR");
     return -1;
   }
@@ -28,7 +29,8 @@ int temporary_file_open() {
 }
 
 bool temporary_file_failed(int error) {
-  report_line("writing a temporary file in " + temporary_file_directory() + " failed: " +
-              strerror(error) + "; free some space there, or name another directory in TMPDIR");
+  report_line("writing a temporary file in " + temporary_file_directory() +
+              " failed: " + std::strerror(error) +
+              "; free some space there, or name another directory in TMPDIR");
   return false;
 }

@@ -8,9 +8,11 @@
 #include "sound_bytes.h"
 #include "sound_writer.h"
 
-static constexpr int RATE_HZ = 16000;
+namespace {
 
-static std::vector<int16_t> ramp(int64_t frames) {
+constexpr int kRateHz = 16000;
+
+std::vector<int16_t> ramp(int64_t frames) {
   std::vector<int16_t> pcm(static_cast<size_t>(frames));
   for (size_t n = 0; n < pcm.size(); ++n) {
     pcm[n] = static_cast<int16_t>(n);
@@ -19,25 +21,25 @@ static std::vector<int16_t> ramp(int64_t frames) {
 }
 
 struct scratch_file {
-  FILE *file = tmpfile();
+  std::FILE *file = std::tmpfile();
   int fd = fileno(file);
   ~scratch_file() {
-    fclose(file);
+    std::fclose(file);
   }
 };
 
-static sound_writer make_writer(const char *name, const sound_format *format, int fd) {
+sound_writer make_writer(const char *name, const sound_format *format, int fd) {
   sound_writer writer;
   writer.name = name;
   writer.format = format;
   writer.fd = fd;
   writer.seekable = true;
-  writer.rate_hz = RATE_HZ;
+  writer.rate_hz = kRateHz;
   return writer;
 }
 
 // The samples of a file as libsndfile reads it.
-static std::vector<int16_t> read_back(int fd, int64_t *frames) {
+std::vector<int16_t> read_back(int fd, int64_t *frames) {
   SF_INFO info = {};
   lseek(fd, 0, SEEK_SET);
   SNDFILE *file = sf_open_fd(fd, SFM_READ, &info, SF_FALSE);
@@ -47,6 +49,8 @@ static std::vector<int16_t> read_back(int fd, int64_t *frames) {
   sf_close(file);
   return pcm;
 }
+
+}  // namespace
 
 TEST(Sound, AFileThatIsFullHoldsWhatFits) {
   for (const char *name : {"aiff", "au", "flac"}) {
@@ -66,16 +70,16 @@ TEST(Sound, AFileThatIsFullHoldsWhatFits) {
 }
 
 TEST(Sound, WavHasSizesOf64BitsBeyondThoseOf32) {
-  for (const int64_t frames : {INT64_C(1000), MOST_FRAMES_32, MOST_FRAMES_32 + 1000}) {
+  for (const int64_t frames : {INT64_C(1000), kMostFrames32, kMostFrames32 + 1000}) {
     const scratch_file file;
     const std::vector<uint8_t> header =
-        plain_header(sound_format_named("wav"), RATE_HZ, frames, true);
+        plain_header(sound_format_named("wav"), kRateHz, frames, true);
     ASSERT_EQ(write(file.fd, header.data(), header.size()), static_cast<ssize_t>(header.size()));
     ASSERT_EQ(ftruncate(file.fd, static_cast<off_t>(header.size()) + 2 * frames), 0);
     int64_t found = 0;
     read_back(file.fd, &found);
     EXPECT_EQ(found, frames);
-    EXPECT_EQ(header[1], frames > MOST_FRAMES_32 ? 'F' : 'I') << "RF64 or RIFF";
+    EXPECT_EQ(header[1], frames > kMostFrames32 ? 'F' : 'I') << "RF64 or RIFF";
   }
 }
 
