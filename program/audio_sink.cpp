@@ -20,11 +20,6 @@ constexpr size_t kChunk = 4096;  // samples converted at a time
 constexpr float kFullScale = 32768.0f;
 constexpr double kSecondsPerHour = 3600.0;
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 // The format that the user asked for, or that of the extension; null if neither names one.
 const sound_format *choose_format(const sink_request *request) {
   return request->format.empty() ? sound_format_of(request->out)
@@ -44,8 +39,8 @@ bool find_place(audio_sink *sink, const sink_request *request) {
     return false;
   }
   if (sink->writer.format == nullptr && !sink->place.in_place) {
-    return fail("the extension of " + out + " tells no sound format; use one of" +
-                sound_format_list() + ", or name the format with --format");
+    return report_failure("the extension of " + out + " tells no sound format; use one of" +
+                          sound_format_list() + ", or name the format with --format");
   }
   sink->writer.format = sink->writer.format == nullptr ? raw : sink->writer.format;
   return true;
@@ -60,9 +55,10 @@ bool check_length(const audio_sink *sink) {
   if (writer->expected <= writer->format->most_frames) {
     return true;
   }
-  return fail(sink->place.name + " cannot hold " + hours(writer->expected, writer->rate_hz) +
-              " of sound, only " + hours(writer->format->most_frames, writer->rate_hz) +
-              "; use one of" + sound_format_list_holding(writer->expected));
+  return report_failure(sink->place.name + " cannot hold " +
+                        hours(writer->expected, writer->rate_hz) + " of sound, only " +
+                        hours(writer->format->most_frames, writer->rate_hz) + "; use one of" +
+                        sound_format_list_holding(writer->expected));
 }
 
 // True when bytes that were written before can be overwritten.
@@ -75,9 +71,9 @@ bool is_seekable(const output_file *place) {
 bool open_writer(audio_sink *sink) {
   sound_writer *writer = &sink->writer;
   if (isatty(sink->place.fd) == 1) {
-    return fail(sink->place.name +
-                " is a terminal; pipe it into a player, for example "
-                "aplay -t raw -f S16_LE -r 16000, or name a file");
+    return report_failure(sink->place.name +
+                          " is a terminal; pipe it into a player, for example "
+                          "aplay -t raw -f S16_LE -r 16000, or name a file");
   }
   writer->name = sink->place.name;
   writer->fd = sink->place.fd;
@@ -109,7 +105,7 @@ bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limit, bool
     const long made = resampler_run(&sink->convert, sink->unit.data() + at, &used,
                                     sink->converted.data(), kChunk, end);
     if (made < 0) {
-      return fail("converting the sample rate for " + sink->place.name + " failed");
+      return report_failure("converting the sample rate for " + sink->place.name + " failed");
     }
     at += used;
     for (size_t n = 0; n < static_cast<size_t>(made); ++n) {
@@ -147,14 +143,15 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
   const bool raw = writer->format->format == 0;
   writer->rate_hz = raw ? kEnhanceRateHz : sound_format_rate(writer->format, request->rate_hz);
   writer->expected =
-      request->frames == kLengthUnknown ? kLengthUnknown : frames_out(sink, request->frames);
+      request->frames == kUnknownLength ? kUnknownLength : frames_out(sink, request->frames);
   if (!check_length(sink) ||
       (sink->place.fd == -1 && !output_file_open(&sink->place, writer->format->extension)) ||
       !open_writer(sink)) {
     return false;
   }
   if (!resampler_open(&sink->convert, kEnhanceRateHz, writer->rate_hz, 1)) {
-    return fail("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) + " Hz");
+    return report_failure("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) +
+                          " Hz");
   }
   sink->unit.resize(kChunk);
   sink->converted.resize(kChunk);

@@ -16,7 +16,7 @@ struct sink_request {
   std::string format;  // name; empty: the extension of `out` tells, else it is raw PCM
   std::string in;      // path that is being read, which `out` must not lead to
   int rate_hz;         // of the input
-  int64_t frames;      // no more than these of the input will come; kLengthUnknown
+  int64_t frames;      // no more than these of the input will come; kUnknownLength
   int standard_fd;     // of standard output
 };
 

@@ -10,29 +10,24 @@ namespace {
 
 constexpr size_t kMaxPicks = 2;
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 // Without a choice all channels are used; there may be two at most.
 bool choose_channels(audio_source *src, const enhance_options *options) {
   const std::string count = std::to_string(src->input.channels);
   src->picks = options->channels;
   for (const size_t pick : src->picks) {
     if (pick >= src->input.channels) {
-      return fail(src->input.name + " has " + count +
-                  " channel(s), numbered from 0; there is no channel " + std::to_string(pick) +
-                  " for --channels");
+      return report_failure(src->input.name + " has " + count +
+                            " channel(s), numbered from 0; there is no channel " +
+                            std::to_string(pick) + " for --channels");
     }
   }
   if (!src->picks.empty()) {
     return true;
   }
   if (src->input.channels > kMaxPicks) {
-    return fail(src->input.name + " has " + count +
-                " channels; pick one or two microphones with --channels, for example "
-                "--channels 0,1");
+    return report_failure(src->input.name + " has " + count +
+                          " channels; pick one or two microphones with --channels, for example "
+                          "--channels 0,1");
   }
   for (size_t m = 0; m < src->input.channels; ++m) {
     src->picks.push_back(m);
@@ -86,9 +81,9 @@ bool source_open(audio_source *src, const enhance_options *options) {
     return false;
   }
   if (!resampler_open(&src->convert, src->input.rate_hz, kEnhanceRateHz, src->picks.size())) {
-    return fail("cannot convert " + src->input.name + " from " +
-                std::to_string(src->input.rate_hz) +
-                " Hz to 16000 Hz; convert it with another program first");
+    return report_failure("cannot convert " + src->input.name + " from " +
+                          std::to_string(src->input.rate_hz) +
+                          " Hz to 16000 Hz; convert it with another program first");
   }
   const size_t frames = input_chunk(&src->input);
   src->stored.resize(frames * src->input.channels);

@@ -16,6 +16,7 @@
 #include "batch_table.h"
 #include "batch_worker.h"
 #include "enhance.h"
+#include "plain_text.h"
 #include "process.h"
 #include "report.h"
 
@@ -78,7 +79,7 @@ void attend(batch *b) {
   std::vector<pollfd> watched;
   std::vector<batch_worker> running;
   for (const batch_worker &worker : b->workers) {
-    watched.push_back({worker.text_fd, POLLIN, 0});
+    watched.push_back({worker.child.fd, POLLIN, 0});
   }
   const bool news = poll(watched.data(), watched.size(), kPollMs) > 0;
   for (size_t i = 0; i < watched.size(); ++i) {
@@ -120,7 +121,7 @@ void run_all(batch *b) {
     }
     if (process_stopped() && !told) {
       for (const batch_worker &worker : b->workers) {
-        kill(worker.process, SIGTERM);
+        kill(worker.child.id, SIGTERM);
       }
       told = true;
     }
@@ -139,18 +140,14 @@ void warn_of_skipped(const batch *b) {
 
 // A line says that an older result is replaced.
 void tell_of_older(const batch *b, result_verdict verdict, const std::string &change) {
-  size_t count = 0;
-  std::string names;
+  std::vector<std::string> results;
   for (const batch_file &file : b->plan.files) {
-    if (file.verdict == verdict && count++ < kMaxNamed) {
-      names += (names.empty() ? "" : ", ") + file.place.out;
+    if (file.verdict == verdict) {
+      results.push_back(file.place.out);
     }
   }
-  if (count > kMaxNamed) {
-    names += " and " + std::to_string(count - kMaxNamed) + " more";
-  }
-  if (count > 0) {
-    report_line("making anew: " + names + " (" + change + ")");
+  if (!results.empty()) {
+    report_line("making anew: " + text_list(results, kMaxNamed) + " (" + change + ")");
   }
 }
 

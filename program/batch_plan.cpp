@@ -20,11 +20,6 @@ namespace {
 
 using file_id = std::pair<dev_t, ino_t>;
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 void refuse(batch_file *file, const std::string &text) {
   report_line(text);
   file->state = BATCH_FAILED;
@@ -54,8 +49,9 @@ bool place_results(batch_plan *plan, const std::string &out_dir) {
       plan->files.push_back(
           {{std::move(file.path), name, out, ""}, 0.0, BATCH_WAITING, RESULT_WANTED, false});
     } else if (!is_same_path(plan->files[maker->second].place.in, file.path)) {
-      return fail(plan->files[maker->second].place.in + " and " + file.path +
-                  " would both become " + out + "; enhance them into different directories");
+      return report_failure(plan->files[maker->second].place.in + " and " + file.path +
+                            " would both become " + out +
+                            "; enhance them into different directories");
     }
   }
   plan->walk.files = {};
@@ -75,9 +71,9 @@ bool check_folders(const batch_plan *plan) {
   for (const batch_file &file : plan->files) {
     const auto folder = folders.find(file.place.name);
     if (folder != folders.end()) {
-      return fail(file.place.out + " would be the result of " + file.place.in +
-                  " and the folder of the result of " + folder->second->place.in +
-                  "; enhance them into different directories");
+      return report_failure(file.place.out + " would be the result of " + file.place.in +
+                            " and the folder of the result of " + folder->second->place.in +
+                            "; enhance them into different directories");
     }
   }
   return true;
@@ -187,7 +183,7 @@ bool make_directories(const fs::path &directory) {
     made /= name;
     fs::create_directory(made, reason);
     if (!fs::is_directory(made, unknown)) {
-      return fail("cannot make the directory " + made.string() + ": " + reason.message());
+      return report_failure("cannot make the directory " + made.string() + ": " + reason.message());
     }
   }
   return true;

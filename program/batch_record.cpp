@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "file_rights.h"
 #include "output_file.h"
 #include "plain_text.h"
 #include "process.h"
@@ -23,15 +24,9 @@ constexpr char kMark[] = "# se_bf results";  // every record begins with it
 constexpr char kHeading[] =
     "# se_bf results: what each file in this folder was made from, for se_bf enhance --out-dir\n"
     "# result\tits size and time\tinput\tits size and time\tinput is\tversion\toptions\n";
-constexpr mode_t kAllReadWrite = 0666;
 // The record is shortened when it has more than this number of lines that do not count, and more of
 // them than lines that count.
 constexpr size_t kLinesToDrop = 500;
-
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
 
 std::string path_in(const std::string &directory) {
   return (std::filesystem::path(directory) / kName).string();
@@ -73,14 +68,6 @@ bool wait_for_lock(int fd) {
 // Whether the file system knows no locks.
 bool is_lockless(int error) {
   return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
-}
-
-// A record is shortened by replacing it with a new file, which makes a lock on the old one void.
-bool is_current(int fd, const std::string &path) {
-  struct stat held = {};
-  struct stat named = {};
-  return fstat(fd, &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
-         held.st_ino == named.st_ino;
 }
 
 // Finds the size of the record, and what must precede a new line: the heading of a new record, or
@@ -148,7 +135,8 @@ bool record_load(batch_record *record, std::string directory) {
     return true;
   }
   if (!S_ISREG(status.st_mode)) {
-    return fail(record->path + " is not a file; remove it, a record of the results has that name");
+    return report_failure(record->path +
+                          " is not a file; remove it, a record of the results has that name");
   }
   record->stamp = record_stamp(&status);
   const int fd = open(record->path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
@@ -158,10 +146,11 @@ bool record_load(batch_record *record, std::string directory) {
     close(fd);
   }
   if (!good) {
-    return fail("cannot read " + record->path + ": " + advice(error));
+    return report_failure("cannot read " + record->path + ": " + advice(error));
   }
   if (!record->text.empty() && record->text.rfind(kMark, 0) != 0) {
-    return fail(record->path + " is no record of results; move it elsewhere, its name is needed");
+    return report_failure(record->path +
+                          " is no record of results; move it elsewhere, its name is needed");
   }
   index_lines(record);
   return true;
@@ -196,7 +185,7 @@ int record_lock(const std::string &path, bool *locked) {
   for (;;) {
     const int fd =
         open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-             kAllReadWrite);
+             kNewFileMode);
     *locked = fd != -1 && wait_for_lock(fd);
     if (fd == -1 || (!*locked && !is_lockless(errno))) {
       if (!process_stopped()) {
@@ -207,7 +196,9 @@ int record_lock(const std::string &path, bool *locked) {
       }
       return -1;
     }
-    if (is_current(fd, path)) {
+    // A record is shortened by replacing it with a new file, which makes a lock on the old one
+    // void.
+    if (output_file_is_named(fd, path)) {
       return fd;
     }
     close(fd);
@@ -235,8 +226,8 @@ bool record_add(int fd, bool locked, const std::string &path, const record_entry
   }
   const int error = errno;
   const bool restored = !locked || size < 0 || ftruncate(fd, size) == 0;
-  return fail("writing " + path + " failed: " + std::strerror(error) +
-              (restored ? "" : "; its last line is incomplete"));
+  return report_failure("writing " + path + " failed: " + std::strerror(error) +
+                        (restored ? "" : "; its last line is incomplete"));
 }
 
 void record_shorten(batch_record *record) {

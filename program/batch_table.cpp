@@ -78,8 +78,7 @@ bool table_print(const std::vector<batch_file> &files, const enhance_figures *fi
   }
   table += sums(files);
   if (!process_write(STDOUT_FILENO, table.data(), table.size())) {
-    report_line(std::string("writing the table failed: ") + std::strerror(errno));
-    return false;
+    return report_failure(std::string("writing the table failed: ") + std::strerror(errno));
   }
   return true;
 }

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "batch_record.h"
+#include "plain_text.h"
 #include "report.h"
 #include "sound_format.h"
 
@@ -23,11 +24,6 @@ namespace {
 constexpr size_t kMaxNamed = 8;  // kinds or folders in a line; of more there is a count
 
 constexpr char kUtf16Mark[] = "\xff\xfe";
-
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
 
 bool is_same(const std::string &a, const std::string &b) {
   std::error_code unknown;
@@ -79,7 +75,7 @@ std::vector<std::string> names_in(batch_walk *walk, const std::string &directory
     entry.increment(error);
   }
   if (error) {
-    walk->complete = fail("cannot list " + directory + ": " + error.message());
+    walk->complete = report_failure("cannot list " + directory + ": " + error.message());
   }
   std::sort(names.begin(), names.end());
   return names;
@@ -127,24 +123,24 @@ void list_directory(batch_walk *walk, const std::string &directory, const std::s
     }
   }
   if (unknown > 0) {
-    walk->complete =
-        fail("cannot read " + first +
-             (unknown > 1 ? "; nor " + std::to_string(unknown - 1) + " more in this folder" : ""));
+    walk->complete = report_failure(
+        "cannot read " + first +
+        (unknown > 1 ? "; nor " + std::to_string(unknown - 1) + " more in this folder" : ""));
   }
 }
 
 bool list_place(batch_walk *walk, const std::string &place, const std::string &out_dir) {
   std::error_code unknown;
   if (place == "-") {
-    return fail("standard input has no name for a result; leave out --out-dir");
+    return report_failure("standard input has no name for a result; leave out --out-dir");
   }
   if (!fs::is_directory(place, unknown)) {
     walk->files.push_back({place, fs::path(place).filename().string()});
     return true;
   }
   if (is_same(place, out_dir)) {
-    return fail("the results of " + place +
-                " would go into the same folder; give --out-dir another one");
+    return report_failure("the results of " + place +
+                          " would go into the same folder; give --out-dir another one");
   }
   const size_t before = walk->files.size();
   const bool complete = walk->complete;
@@ -152,7 +148,7 @@ bool list_place(batch_walk *walk, const std::string &place, const std::string &o
   list_directory(walk, place, "", out_dir);
   if (walk->complete && walk->files.size() == before) {
     walk_report(walk);
-    return fail("there are no sound files in " + place);
+    return report_failure("there are no sound files in " + place);
   }
   walk->complete = walk->complete && complete;
   return true;
@@ -160,15 +156,8 @@ bool list_place(batch_walk *walk, const std::string &place, const std::string &o
 
 // A line about one reason, if any file was passed over for it.
 void report_passed(const std::vector<std::string> &what, const std::string &why) {
-  std::string text;
-  for (size_t i = 0; i < what.size() && i < kMaxNamed; ++i) {
-    text += (i > 0 ? ", " : "") + what[i];
-  }
-  if (what.size() > kMaxNamed) {
-    text += " and " + std::to_string(what.size() - kMaxNamed) + " more";
-  }
   if (!what.empty()) {
-    report_line("passed over: " + text + " (" + why + ")");
+    report_line("passed over: " + text_list(what, kMaxNamed) + " (" + why + ")");
   }
 }
 

@@ -2,7 +2,6 @@
 #include "batch_worker.h"
 
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 
 namespace {
 
-constexpr size_t kReadBytes = 4096;
 constexpr size_t kNeededDescriptors = 8;  // of a worker, beside the standard ones
 constexpr char kLinePrefix[] = "se_bf: ";
 
@@ -34,10 +32,9 @@ bool has_descriptors() {
   return enough;
 }
 
-// In the worker: messages go to the pipe, and nothing is drawn. It does not outlive the batch.
-[[noreturn]] void work(const worker_task *task, int text_fd, pid_t parent) {
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != parent || dup2(text_fd, STDERR_FILENO) == -1) {
+// In the worker: messages go to the pipe, and nothing is drawn.
+[[noreturn]] void work(const worker_task *task, int text_fd) {
+  if (dup2(text_fd, STDERR_FILENO) == -1) {
     _exit(1);
   }
   close(text_fd);
@@ -52,61 +49,39 @@ bool has_descriptors() {
 }
 
 void show_lines(batch_worker *worker) {
-  size_t end = worker->text.find('\n');
-  while (end != std::string::npos) {
-    std::string line = worker->text.substr(0, end);
-    if (line.rfind(kLinePrefix, 0) == 0) {
-      line.erase(0, std::strlen(kLinePrefix));
-    }
-    report_line(worker->in + ": " + line);
-    worker->text.erase(0, end + 1);
-    end = worker->text.find('\n');
+  std::string line;
+  while (child_take_line(&worker->text, &line)) {
+    const bool named = line.rfind(kLinePrefix, 0) == 0;
+    report_line(worker->in + ": " + (named ? line.substr(std::strlen(kLinePrefix)) : line));
   }
 }
 
 }  // namespace
 
 bool worker_start(std::vector<batch_worker> *workers, const worker_task *task) {
-  int ends[2];
-  if ((workers->empty() && !has_descriptors()) || pipe(ends) != 0) {
+  child_process child;
+  if ((workers->empty() && !has_descriptors()) || !child_start(&child)) {
     return false;
   }
-  const pid_t parent = getpid();
-  const pid_t process = fork();
-  if (process == 0) {
+  if (child.id == 0) {
     // With many workers descriptors are scarce: the ends of the others' pipes are closed.
     for (const batch_worker &other : *workers) {
-      close(other.text_fd);
+      close(other.child.fd);
     }
-    close(ends[0]);
-    work(task, ends[1], parent);
+    work(task, child.fd);
   }
-  const int error = errno;
-  close(ends[1]);
-  if (process == -1) {
-    close(ends[0]);
-    errno = error;
-    return false;
-  }
-  workers->push_back({task->index, task->place->in, process, ends[0], ""});
+  workers->push_back({task->index, task->place->in, child, ""});
   return true;
 }
 
 bool worker_listen(batch_worker *worker) {
-  char piece[kReadBytes];
-  const ssize_t count = read(worker->text_fd, piece, sizeof piece);
-  if (count > 0) {
-    worker->text.append(piece, static_cast<size_t>(count));
-    show_lines(worker);
-  }
-  return count > 0 || (count < 0 && errno == EINTR);
+  const bool more = child_listen(&worker->child, &worker->text);
+  show_lines(worker);
+  return more;
 }
 
 batch_state worker_end(const batch_worker *worker) {
-  int status = 0;
-  while (waitpid(worker->process, &status, 0) == -1 && errno == EINTR) {
-  }
-  close(worker->text_fd);
+  const int status = child_end(&worker->child);
   if (WIFEXITED(status)) {
     return WEXITSTATUS(status) == 0 ? BATCH_DONE : BATCH_FAILED;
   }

@@ -3,12 +3,11 @@
 #ifndef SE_BF_BATCH_WORKER_H
 #define SE_BF_BATCH_WORKER_H
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
 #include "batch_plan.h"
+#include "child_process.h"
 #include "enhance.h"
 
 struct worker_task {
@@ -22,9 +21,8 @@ struct worker_task {
 struct batch_worker {
   size_t index;  // of the file
   std::string in;
-  pid_t process;
-  int text_fd;       // where its messages come from
-  std::string text;  // of them, what does not end a line yet
+  child_process child;
+  std::string text;  // of its messages, what does not end a line yet
 };
 
 // Starts a process for a file and adds it to `workers`. Returns false with errno set when the

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "bit_check.h"
+#include "child_process.h"
 #include "process.h"
 #include "report.h"
 #include "tm_se_bf.h"
@@ -55,41 +56,27 @@ struct agreement {
   _exit(process_write(answer_fd, &result, sizeof result) ? 0 : 1);
 }
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 // Runs one type, or the comparison of samples for no type, in a process of its own and returns its
 // answer.
 bool run_apart(const std::string &type, int hop, std::string *answer) {
-  int ends[2];
-  if (pipe(ends) != 0) {
-    return fail(std::string("cannot make a pipe: ") + std::strerror(errno));
+  child_process child;
+  if (!child_start(&child)) {
+    return report_failure(std::string("cannot start a process: ") + std::strerror(errno));
   }
-  const pid_t child = fork();
-  if (child == 0) {
-    close(ends[0]);
-    type.empty() ? run_bit_check(ends[1]) : run_self_test(type, hop, ends[1]);
+  if (child.id == 0) {
+    type.empty() ? run_bit_check(child.fd) : run_self_test(type, hop, child.fd);
   }
-  close(ends[1]);
-  if (child == -1) {
-    close(ends[0]);
-    return fail(std::string("cannot start a process: ") + std::strerror(errno));
-  }
-  const bool read_all = process_read_all(ends[0], answer);
-  close(ends[0]);
-  int status = 0;
-  while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
+  const bool read_all = process_read_all(child.fd, answer);
+  const int status = child_end(&child);
   const bool good = read_all && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  return good || fail(type.empty() ? "the library ended the comparison of samples early"
-                                   : "the self-test of type " + type + " ended before its report");
+  return good || report_failure(type.empty()
+                                    ? "the library ended the comparison of samples early"
+                                    : "the self-test of type " + type + " ended before its report");
 }
 
 bool print_report(const std::string &text) {
   return process_write(STDOUT_FILENO, text.data(), text.size()) ||
-         fail(std::string("writing the report failed: ") + std::strerror(errno));
+         report_failure(std::string("writing the report failed: ") + std::strerror(errno));
 }
 
 // Reads the number that follows `label` in the last line of the report; NaN without one.

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <system_error>
 
 #include "audio_source.h"
+#include "child_process.h"
 #include "process.h"
 #include "report.h"
 
@@ -23,14 +23,8 @@ namespace {
 
 constexpr char kScripts[] = "share/tm_se_bf/plot";  // below the installation's prefix
 constexpr char kProgressMark[] = "progress ";       // before the share that is done
-constexpr size_t kReadBytes = 4096;
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
-// The script writes its messages to `text_fd`. It does not outlive this program.
+// The script writes its messages to `text_fd`.
 [[noreturn]] void become_script(const std::vector<std::string> &words,
                                 const std::vector<drawing_sound> &sounds, int text_fd) {
   std::vector<char *> arguments;
@@ -42,7 +36,6 @@ bool fail(const std::string &text) {
   for (const drawing_sound &sound : sounds) {
     fcntl(sound.fd, F_SETFD, 0);
   }
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
   dup2(text_fd, STDOUT_FILENO);
   dup2(text_fd, STDERR_FILENO);
   execv(arguments[0], arguments.data());
@@ -50,40 +43,29 @@ bool fail(const std::string &text) {
   _exit(1);
 }
 
-// Takes complete lines from `text`: progress is shown, and the last other line is kept as the
-// reason of a failure.
+// Progress is shown, and the last other line is kept as the reason of a failure.
 void take_lines(std::string *text, std::string *reason) {
-  size_t end = text->find('\n');
-  while (end != std::string::npos) {
-    const std::string line = text->substr(0, end);
+  std::string line;
+  while (child_take_line(text, &line)) {
     if (line.rfind(kProgressMark, 0) == 0) {
       report_progress(std::strtod(line.c_str() + std::strlen(kProgressMark), nullptr), 1.0);
     } else if (!line.empty()) {
       *reason = line;
     }
-    text->erase(0, end + 1);
-    end = text->find('\n');
   }
 }
 
 // Reads from the script until it ends; asks it to end when a signal arrives.
-void follow(pid_t child, int fd, std::string *reason) {
-  char piece[kReadBytes];
+void follow(const child_process *child, std::string *reason) {
   std::string text;
   bool told = false;
-  for (;;) {
+  do {
+    take_lines(&text, reason);
     if (process_stopped() && !told) {
-      kill(child, SIGTERM);
+      kill(child->id, SIGTERM);
       told = true;
     }
-    const ssize_t count = read(fd, piece, sizeof piece);
-    if (count > 0) {
-      text.append(piece, static_cast<size_t>(count));
-      take_lines(&text, reason);
-    } else if (count == 0 || errno != EINTR) {
-      return;
-    }
-  }
+  } while (child_listen(child, &text));
 }
 
 bool judge(int status, const std::string &reason) {
@@ -94,35 +76,26 @@ bool judge(int status, const std::string &reason) {
     return false;
   }
   if (WIFSIGNALED(status)) {
-    return fail("the picture was not drawn: its program was killed by signal " +
-                std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) +
-                "); if memory ran out, close other programs and try again");
+    return report_failure("the picture was not drawn: its program was killed by signal " +
+                          std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) +
+                          "); if memory ran out, close other programs and try again");
   }
-  return fail("the picture was not drawn: " + reason);
+  return report_failure("the picture was not drawn: " + reason);
 }
 
 bool run_script(const std::vector<std::string> &words, const std::vector<drawing_sound> &sounds) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
-    return fail(std::string("cannot make a pipe: ") + std::strerror(errno));
+  child_process child;
+  if (!child_start(&child)) {
+    return report_failure(std::string("cannot start a process: ") + std::strerror(errno));
   }
-  const pid_t child = fork();
-  if (child == 0) {
-    become_script(words, sounds, ends[1]);
+  if (child.id == 0) {
+    become_script(words, sounds, child.fd);
   }
-  close(ends[1]);
-  if (child == -1) {
-    close(ends[0]);
-    return fail(std::string("cannot start a process: ") + std::strerror(errno));
-  }
-  int status = 0;
   std::string reason = "its program ended without a word";
   report_progress_task("drawing");
   report_progress_on();
-  follow(child, ends[0], &reason);
-  close(ends[0]);
-  while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
+  follow(&child, &reason);
+  const int status = child_end(&child);
   report_progress_off();
   return judge(status, reason);
 }
@@ -136,8 +109,9 @@ bool drawing_find(std::string *directory) {
   *directory = chosen != nullptr ? std::string(chosen)
                                  : (program.parent_path().parent_path() / kScripts).string();
   return fs::exists(fs::path(*directory) / "python.sh", error) ||
-         fail("the plot scripts are not in " + *directory +
-              "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
+         report_failure(
+             "the plot scripts are not in " + *directory +
+             "; install them with the program, or name their directory in SE_BF_PLOT_DIR");
 }
 
 bool drawing_run(const std::string &directory, const std::vector<drawing_sound> &sounds,

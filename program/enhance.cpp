@@ -160,8 +160,7 @@ bool stream(enhance_job *job) {
   // Sound that was read before a failure is kept.
   const sound_input *input = &job->source.input;
   if (input->frames_read == 0 && !input->failure.empty()) {
-    report_line(input_verdict(input));
-    return false;
+    return report_failure(input_verdict(input));
   }
   return job->engine == nullptr ||
          write_out(job, out.data(), host_finish_s16(job->engine, out.data()));

@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr mode_t kAllReadWrite = 0666;
 constexpr mode_t kRights = 0777;
 constexpr mode_t kRightsAndIdentity = 07777;  // and whose rights a program runs with
 constexpr mode_t kGroupRights = S_IRWXG;
@@ -46,7 +45,7 @@ void file_rights_take_over(int fd, const std::string &path) {
   if (stat(path.c_str(), &old) != 0) {
     const mode_t mask = umask(0);
     umask(mask);
-    fchmod(fd, kAllReadWrite & ~mask);
+    fchmod(fd, kNewFileMode & ~mask);
     return;
   }
   copy_user_attributes(fd, path.c_str());

@@ -2,7 +2,11 @@
 #ifndef SE_BF_FILE_RIGHTS_H
 #define SE_BF_FILE_RIGHTS_H
 
+#include <sys/types.h>
+
 #include <string>
+
+constexpr mode_t kNewFileMode = 0666;  // before the mask of the user
 
 // Gives the open file `fd` of this process the mode, the access control list and the attributes of
 // the user that the file at `path` has, and its owner and group where the process may. Nobody gets

@@ -23,11 +23,6 @@ constexpr int kMaxTries = 100;  // at a name that no clean-up takes away
 constexpr char kTempStart[] = ".se_bf-";
 constexpr char kTempRandom[] = "XXXXXX";  // as the C library replaces it
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 // A rename cannot replace a file that is a mount point, nor another user's file in a directory such
 // as /tmp.
 bool is_replaceable(const output_file *file, const struct stat *status) {
@@ -52,16 +47,17 @@ bool is_source(const struct stat *status, const std::string &in) {
 
 bool check_target(const output_file *file, const struct stat *status, const std::string &in) {
   if (S_ISDIR(status->st_mode)) {
-    return fail(file->name + " is a directory; name a file in it");
+    return report_failure(file->name + " is a directory; name a file in it");
   }
   if (!S_ISCHR(status->st_mode) && is_source(status, in)) {
-    return fail("IN and OUT are the same file, " + file->name + "; give OUT another name");
+    return report_failure("IN and OUT are the same file, " + file->name +
+                          "; give OUT another name");
   }
   if (access(file->path.c_str(), W_OK) != 0) {
-    return fail("cannot write to " + file->name + ": " + std::strerror(errno));
+    return report_failure("cannot write to " + file->name + ": " + std::strerror(errno));
   }
   return file->in_place || is_replaceable(file, status) ||
-         fail(file->name + " is there and cannot be replaced; give OUT another name");
+         report_failure(file->name + " is there and cannot be replaced; give OUT another name");
 }
 
 bool is_named(int fd, int directory, const char *name) {
@@ -75,7 +71,7 @@ bool is_named(int fd, int directory, const char *name) {
 // the file system there is no clean-up.
 bool lock_temp(const output_file *file) {
   const bool locked = flock(file->fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-  return locked && is_named(file->fd, AT_FDCWD, file->temp.c_str());
+  return locked && output_file_is_named(file->fd, file->temp);
 }
 
 // Makes the file that is written until it is complete. Returns false with errno set.
@@ -174,14 +170,14 @@ bool output_file_find(output_file *file, const std::string &name, const std::str
   file->name = name;
   file->path = name;
   if (link_descriptor(name) == STDERR_FILENO) {
-    return fail(name +
-                " is standard error, which carries the messages; name a file, or - for "
-                "standard output");
+    return report_failure(name +
+                          " is standard error, which carries the messages; name a file, or - for "
+                          "standard output");
   }
   const bool exists = stat(name.c_str(), &status) == 0;
   file->in_place = exists && !S_ISREG(status.st_mode);
   if (!file->in_place && !link_follow(&file->path)) {
-    return fail("cannot write to " + name + ": " + std::strerror(errno));
+    return report_failure("cannot write to " + name + ": " + std::strerror(errno));
   }
   return !exists || check_target(file, &status, in);
 }
@@ -193,7 +189,7 @@ bool output_file_adopt(output_file *file, int fd, const std::string &in) {
   file->in_place = true;
   file->fd = fd;
   if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && is_source(&status, in)) {
-    return fail("IN and standard output are the same file; write to another one");
+    return report_failure("IN and standard output are the same file; write to another one");
   }
   return true;
 }
@@ -201,10 +197,15 @@ bool output_file_adopt(output_file *file, int fd, const std::string &in) {
 bool output_file_open(output_file *file, const std::string &extension) {
   if (file->in_place) {
     file->fd = open(file->path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    return file->fd != -1 || fail("cannot write to " + file->name + ": " + std::strerror(errno));
+    return file->fd != -1 ||
+           report_failure("cannot write to " + file->name + ": " + std::strerror(errno));
   }
   return make_temp(file, extension) ||
-         fail("cannot write to " + file->name + ": " + advice(file, errno));
+         report_failure("cannot write to " + file->name + ": " + advice(file, errno));
+}
+
+bool output_file_is_named(int fd, const std::string &path) {
+  return is_named(fd, AT_FDCWD, path.c_str());
 }
 
 // Not every file system can do this.
@@ -224,7 +225,8 @@ bool output_file_store_folder(const std::string &path) {
 
 bool output_file_commit(output_file *file) {
   const bool good = file->temp.empty() ? close_at(&file->fd) : take_name(file);
-  return good || (errno != 0 && fail("writing " + file->name + " failed: " + std::strerror(errno)));
+  return good || (errno != 0 &&
+                  report_failure("writing " + file->name + " failed: " + std::strerror(errno)));
 }
 
 void output_file_abort(output_file *file) {

@@ -45,6 +45,9 @@ bool output_file_commit(output_file *file);
 // Gives up: closes the file and removes what was written. Does nothing after a commit.
 void output_file_abort(output_file *file);
 
+// True when the open file `fd` has the name `path`, which is no link.
+bool output_file_is_named(int fd, const std::string &path);
+
 // Stores what was written to `fd` safely, where the file system can be told to. Returns false with
 // errno set.
 bool output_file_store(int fd);

@@ -5,9 +5,10 @@
 
 #include <cstring>
 
+#include "sound_header.h"
+
 namespace {
 
-constexpr int64_t kSampleBytes = 2;
 constexpr uint64_t kUnknownSize = 0xffffffff;
 constexpr size_t kWidth16 = 2;
 constexpr size_t kWidth32 = 4;
@@ -15,9 +16,7 @@ constexpr size_t kWidth64 = 8;
 constexpr size_t kWideBytes = 28;  // three sizes of 64 bits and a count of more of them
 constexpr size_t kFormatBytes = 16;
 constexpr size_t kWavBytes = 44;
-constexpr size_t kChunkHeaderBytes = 8;
 constexpr uint64_t kPcmCode = 1;
-constexpr uint64_t kAuHeaderBytes = 24;
 constexpr uint64_t kAuPcm16Code = 3;
 
 typedef std::vector<uint8_t> byte_list;
@@ -40,10 +39,10 @@ void put_high_first(byte_list *bytes, uint64_t value) {
 
 byte_list wav_header(int rate_hz, int64_t frames, bool wide) {
   const uint64_t rate = static_cast<uint64_t>(rate_hz);
-  const uint64_t sound = static_cast<uint64_t>(frames * kSampleBytes);
+  const uint64_t sound = static_cast<uint64_t>(frames * static_cast<int64_t>(kSampleBytes));
   const uint64_t around =
       kWavBytes - kChunkHeaderBytes + (wide ? kWideBytes + kChunkHeaderBytes : 0);
-  const bool known = frames != kLengthUnknown;
+  const bool known = frames != kUnknownLength;
   const bool fits = known && sound < kUnknownSize - around;
   const bool rf64 = wide && known && !fits;
   byte_list bytes;
@@ -73,8 +72,8 @@ byte_list wav_header(int rate_hz, int64_t frames, bool wide) {
 }
 
 byte_list au_header(int rate_hz, int64_t frames) {
-  const uint64_t sound = static_cast<uint64_t>(frames * kSampleBytes);
-  const bool fits = frames != kLengthUnknown && sound < kUnknownSize;
+  const uint64_t sound = static_cast<uint64_t>(frames * static_cast<int64_t>(kSampleBytes));
+  const bool fits = frames != kUnknownLength && sound < kUnknownSize;
   byte_list bytes;
   put_tag(&bytes, ".snd");
   put_high_first(&bytes, kAuHeaderBytes);
@@ -95,6 +94,15 @@ byte_list plain_header(const sound_format *format, int rate_hz, int64_t frames, 
       return au_header(rate_hz, frames);
     default:
       return {};
+  }
+}
+
+void plain_put_words(const int16_t *pcm, size_t samples, bool big_endian, uint8_t *bytes) {
+  const size_t low = big_endian ? 1 : 0;
+  for (size_t n = 0; n < samples; ++n) {
+    const uint16_t word = static_cast<uint16_t>(pcm[n]);
+    bytes[kSampleBytes * n + low] = static_cast<uint8_t>(word & 0xff);
+    bytes[kSampleBytes * n + 1 - low] = static_cast<uint8_t>(word >> 8);
   }
 }
 

@@ -7,13 +7,16 @@
 
 #include "sound_format.h"
 
-constexpr int64_t kLengthUnknown = -1;
-
 // The header in front of `frames` frames: of a WAV file 44 bytes, of raw PCM none. A length that is
 // unknown or does not fit gets the size that stands for this. With `wide` a WAV header is longer
 // and takes any length: it is RF64 where WAV does not do.
 std::vector<uint8_t> plain_header(const sound_format *format, int rate_hz, int64_t frames,
                                   bool wide);
+
+constexpr size_t kSampleBytes = 2;  // of 16 bits
+
+// Writes the bytes of 16-bit samples, kSampleBytes each, the low byte first or the high one.
+void plain_put_words(const int16_t *pcm, size_t samples, bool big_endian, uint8_t *bytes);
 
 // True when the samples behind the header have their high byte first.
 bool plain_is_big_endian(const sound_format *format);

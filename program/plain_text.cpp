@@ -81,6 +81,15 @@ size_t text_width(const std::string &text) {
   return width;
 }
 
+std::string text_list(const std::vector<std::string> &texts, size_t most) {
+  std::string list;
+  for (size_t i = 0; i < texts.size() && i < most; ++i) {
+    list += (i > 0 ? ", " : "") + texts[i];
+  }
+  return texts.size() > most ? list + " and " + std::to_string(texts.size() - most) + " more"
+                             : list;
+}
+
 std::string text_escape(const std::string &text) {
   std::string escaped;
   for (size_t at = 0; at < text.size();) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 // The text with '?' for every byte that may steer a terminal: control characters (C0, DEL, C1),
 // those of writing direction, separators of lines, and what is no UTF-8.
@@ -11,6 +12,9 @@ std::string text_harmless(const std::string &text);
 
 // The characters of harmless text, for columns.
 size_t text_width(const std::string &text);
+
+// The first `most` of the texts with commas between, and how many more there are.
+std::string text_list(const std::vector<std::string> &texts, size_t most);
 
 // The text with the same characters, backslashes, a leading '#' and what is no UTF-8 written as
 // \xHH.

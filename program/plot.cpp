@@ -16,6 +16,7 @@
 #include "audio_source.h"
 #include "drawing.h"
 #include "enhance.h"
+#include "plain_header.h"
 #include "plain_text.h"
 #include "process.h"
 #include "report.h"
@@ -27,7 +28,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kChunkFrames = 4096;
-constexpr size_t kSampleBytes = 2;
 
 struct plot_job {
   const enhance_options *options;
@@ -38,26 +38,21 @@ struct plot_job {
   int64_t samples;  // of each
 };
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 // Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
 bool write_before(plot_job *job, audio_source *source) {
   const size_t channels = source->picks.size();
   const sound_input *input = &source->input;
   const double rate = input->rate_hz;
   std::vector<float> frames(kChunkFrames * channels);
+  std::vector<int16_t> pcm(kChunkFrames);
   uint8_t bytes[kChunkFrames * kSampleBytes];
   long count = source_read(source, frames.data(), kChunkFrames);
   while (count > 0 && !process_stopped()) {
     const size_t samples = static_cast<size_t>(count);
     for (size_t n = 0; n < samples; ++n) {
-      const int16_t sample = host_sample_from_float(frames[n * channels]);
-      bytes[2 * n] = static_cast<uint8_t>(sample & 0xff);
-      bytes[2 * n + 1] = static_cast<uint8_t>(static_cast<uint16_t>(sample) >> 8);
+      pcm[n] = host_sample_from_float(frames[n * channels]);
     }
+    plain_put_words(pcm.data(), samples, false, bytes);
     if (!process_write(job->before, bytes, samples * kSampleBytes)) {
       return !process_stopped() && temporary_file_failed(errno);
     }
@@ -76,7 +71,7 @@ bool read_sound(plot_job *job) {
   const bool good = source_open(&source, job->options) && write_before(job, &source);
   report_progress_off();
   source_close(&source);
-  return good && (job->samples > 0 || fail(job->options->in + " holds no sound to draw"));
+  return good && (job->samples > 0 || report_failure(job->options->in + " holds no sound to draw"));
 }
 
 // Enhances to descriptor 1, which stands for the file meanwhile: raw PCM at 16 kHz. Its space is
@@ -89,7 +84,7 @@ bool enhance_sound(plot_job *job) {
     return temporary_file_failed(error);
   }
   if (dup2(job->after, STDOUT_FILENO) == -1) {
-    return fail(std::string("standard output is not usable: ") + std::strerror(errno));
+    return report_failure(std::string("standard output is not usable: ") + std::strerror(errno));
   }
   enhancing.out = "-";
   enhancing.quiet = true;  // but for the progress
@@ -105,28 +100,29 @@ bool check_places(const plot_job *job) {
   const fs::path directory = picture.has_parent_path() ? picture.parent_path() : fs::path(".");
   std::error_code error;
   if (in == "-" || (fs::exists(in, error) && fs::is_other(in, error))) {
-    return fail("a picture needs a sound file, which is read twice; a pipe cannot be drawn");
+    return report_failure(
+        "a picture needs a sound file, which is read twice; a pipe cannot be drawn");
   }
   // A second recording given by mistake must not be overwritten with a picture.
   if (picture.extension() != ".png") {
-    return fail("the picture " + job->picture + " must be named *.png");
+    return report_failure("the picture " + job->picture + " must be named *.png");
   }
   if (fs::equivalent(in, picture, error)) {
-    return fail("IN and the picture are the same file: " + job->picture);
+    return report_failure("IN and the picture are the same file: " + job->picture);
   }
   if (fs::is_directory(picture, error)) {
-    return fail("the picture " + job->picture + " is a directory; name a file in it");
+    return report_failure("the picture " + job->picture + " is a directory; name a file in it");
   }
   const bool there = fs::exists(picture, error);
   return access(there ? picture.c_str() : directory.c_str(), W_OK) == 0 ||
-         fail("cannot write " + job->picture + ": " + std::strerror(errno));
+         report_failure("cannot write " + job->picture + ": " + std::strerror(errno));
 }
 
 bool print_name(const plot_job *job) {
   const bool seen = isatty(job->own_stdout) == 1;
   const std::string line = (seen ? text_harmless(job->picture) : job->picture) + "\n";
   return process_write(job->own_stdout, line.data(), line.size()) ||
-         fail(std::string("writing the picture's name failed: ") + std::strerror(errno));
+         report_failure(std::string("writing the picture's name failed: ") + std::strerror(errno));
 }
 
 bool run(plot_job *job) {

@@ -9,7 +9,6 @@
 namespace {
 
 constexpr int64_t kLeastUnknownSize = 0x7e000000;   // less than any that stands for unknown
-constexpr size_t kChunkHeaderBytes = 8;             // tag and size
 constexpr int64_t kLargestSize = INT64_C(1) << 60;  // any above is no size
 constexpr size_t kTextHeaderBytes = 1024;
 constexpr char kTextCount[] = "\nsample_count -i ";
@@ -63,9 +62,9 @@ bool ends_at_unknown_size(const sound_bytes *bytes, int64_t frames) {
 int64_t promised_if_longer(const sound_bytes *bytes, bool wide) {
   const int64_t frames = sound_bytes_frames(bytes, kSoundBytesFar);
   if (frames < 0 || frames != sound_bytes_frames(bytes, 2 * kSoundBytesFar)) {
-    return kPromisedNothing;  // it reaches to the end, wherever that is
+    return kUnknownLength;  // it reaches to the end, wherever that is
   }
-  return !wide && ends_at_unknown_size(bytes, frames) ? kPromisedNothing : frames;
+  return !wide && ends_at_unknown_size(bytes, frames) ? kUnknownLength : frames;
 }
 
 int64_t read_field(const sound_bytes *bytes, const size_field *field, bool big) {
@@ -75,22 +74,22 @@ int64_t read_field(const sound_bytes *bytes, const size_field *field, bool big) 
   sound_bytes_peek(bytes, at - 1, &mark, 1);
   if ((field->mark != kNoMark && field->mark != mark) ||
       sound_bytes_peek(bytes, at, digits, field->width) != field->width) {
-    return kPromisedNothing;
+    return kUnknownLength;
   }
   uint64_t value = 0;
   for (size_t n = 0; n < field->width; ++n) {
     value = value << 8 | digits[big ? n : field->width - 1 - n];
   }
-  const int64_t size = value < kLargestSize ? static_cast<int64_t>(value) : kPromisedNothing;
+  const int64_t size = value < kLargestSize ? static_cast<int64_t>(value) : kUnknownLength;
   const bool wide = field->width == sizeof digits;
-  return !wide && sound_size_is_unknown(size) ? kPromisedNothing : size;
+  return !wide && sound_size_is_unknown(size) ? kUnknownLength : size;
 }
 
 int64_t promised_in(const sound_bytes *bytes, const SF_INFO *info, const size_field *field) {
   const int endian = info->format & SF_FORMAT_ENDMASK;
   const bool big = endian == 0 ? field->big : endian == SF_ENDIAN_BIG;
   const int64_t size = read_field(bytes, field, big);
-  if (size == kPromisedNothing || field->unit == FRAMES) {
+  if (size == kUnknownLength || field->unit == FRAMES) {
     return size;
   }
   return (size - field->less) / static_cast<int64_t>(bytes->unit);
@@ -103,7 +102,7 @@ int64_t promised_in_text(const sound_bytes *bytes) {
   const char *found = std::strstr(text, kTextCount);
   const int64_t count =
       found == nullptr ? 0 : std::strtoll(found + std::strlen(kTextCount), nullptr, 10);
-  return count > 0 && count < kLargestSize ? count : kPromisedNothing;
+  return count > 0 && count < kLargestSize ? count : kUnknownLength;
 }
 
 // True when chunks, each with a printable tag and a size, fill the file from `at` on.
@@ -128,7 +127,7 @@ bool chunks_follow(const sound_bytes *bytes, int64_t at, bool big) {
 
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
   const int format = info->format & SF_FORMAT_TYPEMASK;
-  int64_t frames = kPromisedNothing;
+  int64_t frames = kUnknownLength;
   for (const int told : kToldIn32Bits) {
     frames = format == told ? promised_if_longer(bytes, false) : frames;
   }
@@ -139,7 +138,7 @@ int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info) {
     frames = promised_in_text(bytes);
   }
   for (const size_field &field : kFields) {
-    if (frames == kPromisedNothing && format == field.format && bytes->unit > 0) {
+    if (frames == kUnknownLength && format == field.format && bytes->unit > 0) {
       frames = promised_in(bytes, info, &field);
     }
   }

@@ -5,10 +5,9 @@
 #define SE_BF_PROMISED_LENGTH_H
 
 #include "sound_bytes.h"
+#include "sound_format.h"
 
-constexpr int64_t kPromisedNothing = -1;
-
-// Frames that the header of an opened sound promises; kPromisedNothing when it tells none, or only
+// Frames that the header of an opened sound promises; kUnknownLength when it tells none, or only
 // a size as programs write it that cannot know the true one. `info` is as libsndfile filled it.
 int64_t promised_frames(const sound_bytes *bytes, const SF_INFO *info);
 

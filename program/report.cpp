@@ -71,6 +71,11 @@ void report_line(const std::string &text) {
   std::fputs(line.c_str(), stderr);
 }
 
+bool report_failure(const std::string &text) {
+  report_line(text);
+  return false;
+}
+
 void report_progress_on() {
   g_bar.on = isatty(STDERR_FILENO) == 1;
 }

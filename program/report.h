@@ -7,6 +7,9 @@
 // Prints "se_bf: <text>" as one line; what may steer a terminal (in file names) is shown as '?'.
 void report_line(const std::string &text);
 
+// Prints the line and returns false.
+bool report_failure(const std::string &text);
+
 // Draws the progress bar from now on, if standard error is a terminal.
 void report_progress_on();
 

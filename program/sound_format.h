@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+constexpr int64_t kUnknownLength = -1;  // frames
+
 // Frames of one channel with 16 bits that sizes of 32 bits tell, with room for the header.
 constexpr int64_t kMostFrames32 = (INT64_C(0xffffffff) - 1024) / 2;
 

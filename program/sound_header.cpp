@@ -6,10 +6,8 @@
 namespace {
 
 constexpr size_t kTagBytes = 4;
-constexpr size_t kChunkHeaderBytes = 8;  // tag and size
-constexpr size_t kWideSizeAt = 16;       // of the sound, in a chunk with sizes of 64 bits
-constexpr size_t kWideSizesBytes = 24;   // of that chunk, as far as it is looked at
-constexpr size_t kAuHeaderBytes = 24;
+constexpr size_t kWideSizeAt = 16;      // of the sound, in a chunk with sizes of 64 bits
+constexpr size_t kWideSizesBytes = 24;  // of that chunk, as far as it is looked at
 constexpr size_t kMaxHeaderBytes = 1 << 20;
 // Sizes that mean "unknown": just below 2 GiB, 2 and 4 GiB, all with or without headers.
 constexpr int64_t kUnknownSizes[] = {0x7f000000, 0x80000000, 0x100000000};

@@ -4,7 +4,9 @@
 
 #include "sound_bytes.h"
 
-constexpr size_t kSoundMarkBytes = 12;  // that tell a sound file
+constexpr size_t kSoundMarkBytes = 12;   // that tell a sound file
+constexpr size_t kChunkHeaderBytes = 8;  // tag and size, in WAV and its like
+constexpr size_t kAuHeaderBytes = 24;    // at least
 
 // True for a size of 32 bits that programs write which cannot know the true one.
 bool sound_size_is_unknown(int64_t size);

@@ -7,8 +7,7 @@
 #include <string>
 
 #include "sound_bytes.h"
-
-constexpr int64_t kUnknownLength = -1;
+#include "sound_format.h"
 
 struct sound_input {
   std::string name;  // for messages

@@ -23,37 +23,35 @@ constexpr int kRawRateHz = 16000;
 constexpr size_t kPrefixBytes = 16384;  // of a pipe, which tell what it carries
 constexpr size_t kSpoolBytes = 65536;   // copied at a time
 
-bool fail(const std::string &text) {
-  if (!process_stopped()) {
-    report_line(text);
-  }
-  return false;
+// A signal that ends the work is no failure of the input.
+bool refuse(const std::string &text) {
+  return !process_stopped() && report_failure(text);
 }
 
 bool fail_reading(const sound_input *in, int error) {
-  return fail("reading " + in->name + " failed: " + std::strerror(error));
+  return refuse("reading " + in->name + " failed: " + std::strerror(error));
 }
 
 bool fail_format(const sound_input *in) {
   if (!in->bytes.live && in->bytes.held == 0) {
-    return fail(in->name + " is empty");
+    return refuse(in->name + " is empty");
   }
   const bool broken = sf_error(nullptr) == SF_ERR_MALFORMED_FILE;
-  return fail("cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
-              "); " +
-              (broken ? "it is cut off in its header, or damaged"
-                      : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
-                        "enhance --raw-channels 1 - OUT"));
+  return refuse("cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
+                "); " +
+                (broken ? "it is cut off in its header, or damaged"
+                        : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
+                          "enhance --raw-channels 1 - OUT"));
 }
 
 bool fail_headerless(const sound_input *in) {
   if (in->bytes.head.empty()) {
-    return fail(in->name + " is empty: nothing came through the pipe");
+    return refuse(in->name + " is empty: nothing came through the pipe");
   }
-  return fail(in->name + " carries no known sound file" +
-              (in->bytes.fd == STDIN_FILENO
-                   ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
-                   : "; raw PCM is taken from standard input only, as IN -"));
+  return refuse(in->name + " carries no known sound file" +
+                (in->bytes.fd == STDIN_FILENO
+                     ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
+                     : "; raw PCM is taken from standard input only, as IN -"));
 }
 
 void close_file(sound_input *in) {
@@ -125,7 +123,7 @@ bool open_disk(sound_input *in, const std::string &path) {
     bytes->unit = 0;
   }
   if (in->file == nullptr) {
-    return in->cut ? fail(in->name + " is cut off, and what is left cannot be read")
+    return in->cut ? refuse(in->name + " is cut off, and what is left cannot be read")
                    : fail_format(in);
   }
   adopt(in, &info);
@@ -225,7 +223,7 @@ bool open_standard_input(sound_input *in, size_t raw_channels) {
   in->name = "standard input";
   in->bytes.fd = STDIN_FILENO;
   if (isatty(STDIN_FILENO) == 1) {
-    return fail(
+    return refuse(
         "standard input is a terminal; pipe sound into it, for example from "
         "arecord -t wav -f S16_LE -r 16000");
   }
@@ -246,17 +244,17 @@ bool open_named(sound_input *in, const std::string &path) {
   struct stat status = {};
   in->name = path;
   if (stat(path.c_str(), &status) != 0) {
-    return fail("cannot open " + path + ": " + std::strerror(errno));
+    return refuse("cannot open " + path + ": " + std::strerror(errno));
   }
   if (S_ISDIR(status.st_mode)) {
-    return fail(path +
-                " is a directory; name a sound file in it, or enhance all of it with --out-dir");
+    return refuse(path +
+                  " is a directory; name a sound file in it, or enhance all of it with --out-dir");
   }
   in->bytes.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   in->bytes.live = !S_ISREG(status.st_mode);
   in->bytes.held = status.st_size;
   if (in->bytes.fd == -1) {
-    return fail("cannot read " + path + ": " + std::strerror(errno));
+    return refuse("cannot read " + path + ": " + std::strerror(errno));
   }
   return in->bytes.live ? open_pipe(in) : open_disk(in, path);
 }

@@ -16,17 +16,12 @@ constexpr size_t kChunk = 4096;       // samples stored at a time
 constexpr size_t kCopyBytes = 65536;  // at a time
 constexpr size_t kLeastFirstBytes = 4096;
 
-bool fail(const std::string &text) {
-  report_line(text);
-  return false;
-}
-
 bool fail_writing(const sound_writer *writer, int error) {
   if (error == EINTR && process_stopped()) {
     return false;
   }
-  return fail("writing " + writer->name +
-              " failed: " + (error == EPIPE ? "the reader closed the pipe" : std::strerror(error)));
+  return report_failure("writing " + writer->name + " failed: " +
+                        (error == EPIPE ? "the reader closed the pipe" : std::strerror(error)));
 }
 
 int target(const sound_writer *writer) {
@@ -111,8 +106,9 @@ bool open_sndfile(sound_writer *writer) {
   info.channels = 1;
   info.format = writer->format->format;
   if (sf_format_check(&info) == 0) {
-    return fail(writer->name + " cannot hold sound at " + std::to_string(writer->rate_hz) +
-                " Hz; use another format, for example .wav");
+    return report_failure(writer->name + " cannot hold sound at " +
+                          std::to_string(writer->rate_hz) +
+                          " Hz; use another format, for example .wav");
   }
   if (!writer->seekable && writer->format->layout == LAYOUT_FILE) {
     writer->spool = temporary_file_open();
@@ -125,16 +121,17 @@ bool open_sndfile(sound_writer *writer) {
     return fail_writing(writer, writer->error);
   }
   if (writer->file == nullptr) {
-    return fail("cannot write sound at " + std::to_string(writer->rate_hz) + " Hz to " +
-                writer->name + ": " + sound_reason(sf_strerror(nullptr)) +
-                "; use another format, for example .flac, or convert IN to such a rate first");
+    return report_failure(
+        "cannot write sound at " + std::to_string(writer->rate_hz) + " Hz to " + writer->name +
+        ": " + sound_reason(sf_strerror(nullptr)) +
+        "; use another format, for example .flac, or convert IN to such a rate first");
   }
   return true;
 }
 
 bool open_words(sound_writer *writer) {
   const bool wav = (writer->format->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
-  const bool fits = writer->expected != kLengthUnknown && writer->expected <= kMostFrames32;
+  const bool fits = writer->expected != kUnknownLength && writer->expected <= kMostFrames32;
   writer->wide = wav && writer->seekable && !fits;
   // A header without a length allows a pipe to continue.
   writer->most = !writer->seekable || writer->wide ? INT64_MAX : wav ? kMostFrames32 : writer->most;
@@ -145,16 +142,11 @@ bool open_words(sound_writer *writer) {
 }
 
 bool write_words(sound_writer *writer, const int16_t *pcm, size_t samples) {
-  const size_t low = plain_is_big_endian(writer->format) ? 1 : 0;
-  uint8_t bytes[2 * kChunk];
+  uint8_t bytes[kSampleBytes * kChunk];
   for (size_t at = 0; at < samples; at += kChunk) {
     const size_t piece = samples - at < kChunk ? samples - at : kChunk;
-    for (size_t n = 0; n < piece; ++n) {
-      const uint16_t word = static_cast<uint16_t>(pcm[at + n]);
-      bytes[2 * n + low] = static_cast<uint8_t>(word & 0xff);
-      bytes[2 * n + 1 - low] = static_cast<uint8_t>(word >> 8);
-    }
-    if (!put_next(writer, bytes, 2 * piece)) {
+    plain_put_words(pcm + at, piece, plain_is_big_endian(writer->format), bytes);
+    if (!put_next(writer, bytes, kSampleBytes * piece)) {
       return fail_writing(writer, errno);
     }
   }
@@ -167,8 +159,8 @@ bool fail_encoding(const sound_writer *writer, int sndfile_error) {
     return writer->spool != -1 ? temporary_file_failed(writer->error)
                                : fail_writing(writer, writer->error);
   }
-  return fail("writing " + writer->name +
-              " failed: " + sound_reason(sf_error_number(sndfile_error)));
+  return report_failure("writing " + writer->name +
+                        " failed: " + sound_reason(sf_error_number(sndfile_error)));
 }
 
 bool copy_spool(sound_writer *writer) {

@@ -16,7 +16,7 @@ struct sound_writer {
   int fd = -1;            // where it goes
   bool seekable = false;  // bytes written before can be written anew
   int rate_hz = 0;
-  int64_t expected = kLengthUnknown;  // frames that will be written, at most
+  int64_t expected = kUnknownLength;  // frames that will be written, at most
   int64_t frames = 0;                 // written so far
   int64_t most = 0;                   // frames that fit
   bool full = false;                  // more came than fits, and was dropped

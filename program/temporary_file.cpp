@@ -29,8 +29,7 @@ int temporary_file_open() {
 }
 
 bool temporary_file_failed(int error) {
-  report_line("writing a temporary file in " + temporary_file_directory() +
-              " failed: " + std::strerror(error) +
-              "; free some space there, or name another directory in TMPDIR");
-  return false;
+  return report_failure("writing a temporary file in " + temporary_file_directory() +
+                        " failed: " + std::strerror(error) +
+                        "; free some space there, or name another directory in TMPDIR");
 }
