@@ -4,26 +4,25 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <sstream>
 
 #include "arguments_check.h"
 #include "conform.h"
+#include "plain_text.h"
 #include "process.h"
 #include "report.h"
+#include "scene.h"
 #include "sound_format.h"
 #include "tm_se_bf.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
-constexpr double kMaxDistanceM = 10.0;
-constexpr double kMaxAngleDeg = 180.0;
-constexpr double kMaxGainDb = 60.0;
 constexpr int kMaxJobs = 1024;
-
-constexpr char kFormatNames[] = "wav, flac, ogg, opus, aiff, au, caf, w64, rf64, raw";
 
 constexpr char kEnhanceHelp[] =
     "Enhance speech recorded with one or two microphones.\n"
@@ -58,6 +57,39 @@ constexpr char kConformHelp[] =
     "The figures of the other types and hops are for comparison only: without bf_mvdr at hop 192\n"
     "there is no verdict, and the exit status is 1.";
 
+std::string all_of(const std::vector<std::string> &names) {
+  return text_list(names, names.size());
+}
+
+std::string check_name(const std::string &text, bool known, const std::string &names) {
+  return known ? "" : "'" + text + "' is none of " + names;
+}
+
+std::vector<std::string> mode_names() {
+  std::vector<std::string> names;
+  for (const scene_mode &mode : kModes) {
+    names.emplace_back(mode.name);
+  }
+  return names;
+}
+
+std::string mode_help() {
+  std::string text;
+  for (const scene_mode &mode : kModes) {
+    text += (text.empty() ? "" : "; ") + std::string(mode.name) + ": " + mode.what;
+  }
+  return text +
+         ". Default: mvdr for two channels, omlsa for one, where the only modes are omlsa and mono";
+}
+
+void declare_hop(CLI::App *command, int *hop) {
+  const std::vector<int> hops(std::begin(kHops), std::end(kHops));
+  command->add_option("--hop", *hop, "samples per analysis step")
+      ->check(CLI::IsMember(hops))
+      ->capture_default_str()
+      ->type_name("");
+}
+
 std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
 }
@@ -84,14 +116,13 @@ void declare_places(CLI::App *command, enhance_options *options, batch_options *
                    "IN - is raw PCM with this number of channels; default: a sound file")
       ->check(CLI::IsMember({1, 2}))
       ->type_name("");
-  const auto known = [](const std::string &text) {
-    return sound_format_named(text) != nullptr ? std::string()
-                                               : "'" + text + "' is none of " + kFormatNames;
+  const std::string names = all_of(sound_format_names());
+  const auto known = [names](const std::string &text) {
+    return check_name(text, sound_format_named(text) != nullptr, names);
   };
   command
       ->add_option("--format", options->format,
-                   std::string("format of OUT where no extension names it: ") + kFormatNames +
-                       "; default: raw")
+                   "format of OUT where no extension names it: " + names + "; default: raw")
       ->check(known)
       ->excludes(dir)
       ->type_name("");
@@ -109,13 +140,9 @@ void declare_scene(CLI::App *command, enhance_options *options) {
   command->add_flag("--plain", options->plain,
                     "the bare library: silence at the start or a microphone fault ends beamforming "
                     "for good");
-  command
-      ->add_option(
-          "--mode", options->mode,
-          "mean: average of the channels; omlsa: noise suppression on it; mvdr: two-"
-          "microphone beamformer; mono: channel 0 as it is. Default: mvdr for two channels, "
-          "omlsa for one, where the only modes are omlsa and mono")
-      ->check(CLI::IsMember({"mean", "omlsa", "mvdr", "mono"}))
+  const auto mode = [options](const std::string &text) { options->mode = scene_mode_named(text); };
+  command->add_option_function<std::string>("--mode", mode, mode_help())
+      ->check(CLI::IsMember(mode_names()))
       ->type_name("");
   const auto distance = [](const std::string &text) {
     return check_range(text, 0.0, kMaxDistanceM);
@@ -136,10 +163,7 @@ void declare_scene(CLI::App *command, enhance_options *options) {
                    "--mic-distance")
       ->check(angle)
       ->type_name("DEGREES");
-  command->add_option("--hop", options->hop, "samples per analysis step")
-      ->check(CLI::IsMember({160, 192, 320}))
-      ->capture_default_str()
-      ->type_name("");
+  declare_hop(command, &options->hop);
   const auto gain = [](const std::string &text) {
     return check_range(text, -kMaxGainDb, kMaxGainDb);
   };
@@ -168,23 +192,15 @@ void declare_plot(CLI::App *command, enhance_options *options, std::string *pict
 }
 
 void declare_conform(CLI::App *command, conform_options *options) {
-  const auto known = [](const std::string &text) {
-    for (size_t i = 0; kConformTypes[i] != nullptr; ++i) {
-      if (text == kConformTypes[i]) {
-        return std::string();
-      }
-    }
-    return "'" + text + "' is none of bf_mean, bf_omlsa, bf_mvdr, bf_mono";
+  const std::vector<std::string> types = conform_types();
+  const auto known = [types](const std::string &text) {
+    const bool found = std::find(types.begin(), types.end(), text) != types.end();
+    return check_name(text, found, all_of(types));
   };
-  command
-      ->add_option("TYPE", options->type,
-                   "bf_mean, bf_omlsa, bf_mvdr or bf_mono; without it all four run")
+  command->add_option("TYPE", options->type, all_of(types) + "; without it all of them run")
       ->check(known)
       ->type_name("");
-  command->add_option("--hop", options->hop, "samples per analysis step")
-      ->check(CLI::IsMember({160, 192, 320}))
-      ->capture_default_str()
-      ->type_name("");
+  declare_hop(command, &options->hop);
 }
 
 // Reports a mistake in the arguments, and which help to read.

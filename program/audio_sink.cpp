@@ -8,9 +8,9 @@
 #include <cmath>
 #include <cstring>
 
-#include "audio_source.h"
 #include "link_path.h"
 #include "report.h"
+#include "scene.h"
 #include "se_bf_host.h"
 #include "sound_format.h"
 
@@ -141,7 +141,7 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
     return false;
   }
   const bool raw = writer->format->format == 0;
-  writer->rate_hz = raw ? kEnhanceRateHz : sound_format_rate(writer->format, request->rate_hz);
+  writer->rate_hz = raw ? kRateHz : sound_format_rate(writer->format, request->rate_hz);
   writer->expected =
       request->frames == kUnknownLength ? kUnknownLength : frames_out(sink, request->frames);
   if (!check_length(sink) ||
@@ -149,9 +149,9 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
       !open_writer(sink)) {
     return false;
   }
-  if (!resampler_open(&sink->convert, kEnhanceRateHz, writer->rate_hz, 1)) {
-    return report_failure("cannot convert from 16000 Hz to " + std::to_string(writer->rate_hz) +
-                          " Hz");
+  if (!resampler_open(&sink->convert, kRateHz, writer->rate_hz, 1)) {
+    return report_failure("cannot convert from " + std::to_string(kRateHz) + " Hz to " +
+                          std::to_string(writer->rate_hz) + " Hz");
   }
   sink->unit.resize(kChunk);
   sink->converted.resize(kChunk);

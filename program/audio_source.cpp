@@ -80,10 +80,10 @@ bool source_open(audio_source *src, const enhance_options *options) {
   if (!sound_open(&src->input, options) || !choose_channels(src, options)) {
     return false;
   }
-  if (!resampler_open(&src->convert, src->input.rate_hz, kEnhanceRateHz, src->picks.size())) {
+  if (!resampler_open(&src->convert, src->input.rate_hz, kRateHz, src->picks.size())) {
     return report_failure("cannot convert " + src->input.name + " from " +
-                          std::to_string(src->input.rate_hz) +
-                          " Hz to 16000 Hz; convert it with another program first");
+                          std::to_string(src->input.rate_hz) + " Hz to " + std::to_string(kRateHz) +
+                          " Hz; convert it with another program first");
   }
   const size_t frames = input_chunk(&src->input);
   src->stored.resize(frames * src->input.channels);

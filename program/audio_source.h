@@ -7,9 +7,8 @@
 
 #include "options.h"
 #include "resampler.h"
+#include "scene.h"
 #include "sound_input.h"
-
-constexpr int kEnhanceRateHz = 16000;
 
 struct audio_source {
   sound_input input;

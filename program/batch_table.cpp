@@ -10,6 +10,7 @@
 #include "plain_text.h"
 #include "process.h"
 #include "report.h"
+#include "scene.h"
 
 namespace {
 
@@ -29,7 +30,8 @@ std::string fill(const std::string &text, size_t width) {
 std::string figures_text(const enhance_figures *figures) {
   char text[kFiguresLen];
   const double duration = figures->duration_s;
-  std::snprintf(text, sizeof text, " %9.2f  %-5s %9.4f %8lld %8lld", duration, figures->mode,
+  std::snprintf(text, sizeof text, " %9.2f  %-5s %9.4f %8lld %8lld", duration,
+                scene_mode_name(figures->mode).c_str(),
                 duration > 0.0 ? figures->computing_s / duration : 0.0,
                 static_cast<long long>(figures->clipped_in),
                 static_cast<long long>(figures->clipped_out));

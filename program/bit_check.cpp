@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "stored_sound.h"
-#include "tm_se_bf.h"
 
 namespace {
 
@@ -54,7 +53,7 @@ void compare(const int16_t *out, bit_check_result *result) {
 
 void bit_check_run(bit_check_result *result) {
   const se_bf_create_param sizes = {kStoredChannels, kCallFrames, kBitCheckHop};
-  const se_bf_init_param scene = {SE_BF_MODE_MVDR, 0.0f, 0.0f};
+  const se_bf_init_param scene = {kBitCheckMode, 0.0f, 0.0f};
   std::vector<int16_t> out;
   *result = {};
   result->first = -1;

@@ -6,7 +6,10 @@
 
 #include <cstdint>
 
-// What the stored reference was made with: SE_BF_MODE_MVDR, this hop.
+#include "tm_se_bf.h"
+
+// What the stored reference was made with.
+constexpr int32_t kBitCheckMode = SE_BF_MODE_MVDR;
 constexpr int kBitCheckHop = 192;  // samples
 
 struct bit_check_result {

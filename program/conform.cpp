@@ -15,19 +15,16 @@
 #include "child_process.h"
 #include "process.h"
 #include "report.h"
+#include "scene.h"
 #include "tm_se_bf.h"
 
 namespace {
 
-// The stored reference is the output of this type at this hop; other figures are for comparison.
-constexpr char kJudgedType[] = "bf_mvdr";
-constexpr int kJudgedHop = kBitCheckHop;
 constexpr double kMinSimilarity = 0.999;
 constexpr double kMaxPowerError = 0.01;  // of the power ratio 1
 constexpr int kDecimals = 6;             // of the figures in the report
 constexpr char kEqual[] = "1.000000";    // both of them for an equal output
-constexpr double kRateHz = 16000.0;
-constexpr int kAgreesClosely = 3;  // exit status
+constexpr int kAgreesClosely = 3;        // exit status
 constexpr char kAdvice[] =
     "; build the library as its CMake files do, without unsafe floating-point optimisation";
 
@@ -91,6 +88,19 @@ double figure(const std::string &report, const char *label) {
   return end == number ? std::nan("") : value;
 }
 
+std::string type_of(const std::string &mode) {
+  return "bf_" + mode;
+}
+
+// What the stored reference is the output of; other figures are for comparison.
+std::string judged_type() {
+  return type_of(scene_mode_name(kBitCheckMode));
+}
+
+std::string judged_run() {
+  return "type " + judged_type() + " at hop " + std::to_string(kBitCheckHop);
+}
+
 bool is_close(const agreement *a) {
   return a->similarity >= kMinSimilarity && std::fabs(a->power - 1.0) <= kMaxPowerError;
 }
@@ -106,8 +116,8 @@ std::string describe_difference(const bit_check_result *check) {
     return "all " + all + " samples equal the reference, but the library's own report denies it";
   }
   return std::to_string(check->differing) + " of " + all + " samples differ, the first at " +
-         report_number(check->first / kRateHz, 4) + " s (sample " + std::to_string(check->first) +
-         "), by at most " + std::to_string(check->largest);
+         report_number(static_cast<double>(check->first) / kRateHz, 4) + " s (sample " +
+         std::to_string(check->first) + "), by at most " + std::to_string(check->largest);
 }
 
 // Prints the verdict and returns the exit status. The report alone is not enough: its figures are
@@ -121,9 +131,11 @@ int judge(const std::string &report, const bit_check_result *check) {
     return 1;
   }
   if (!is_close(&told) || !is_close(&measured)) {
-    report_line("this installation does not conform: type bf_mvdr at hop 192 gives " +
+    report_line("this installation does not conform: " + judged_run() + " gives " +
                 describe(&told) + " by its own report and " + describe(&measured) +
-                " as measured, required are 0.999 and 0.99 to 1.01" + kAdvice);
+                " as measured, required are " + report_number(kMinSimilarity, 3) + " and " +
+                report_number(1.0 - kMaxPowerError, 2) + " to " +
+                report_number(1.0 + kMaxPowerError, 2) + kAdvice);
     return 1;
   }
   const bool says_equal = report_number(told.similarity, kDecimals) == kEqual &&
@@ -143,7 +155,7 @@ int judge(const std::string &report, const bit_check_result *check) {
 int compare_and_judge(const std::string &report) {
   bit_check_result check;
   std::string answer;
-  if (!run_apart("", kJudgedHop, &answer) || answer.size() != sizeof check) {
+  if (!run_apart("", kBitCheckHop, &answer) || answer.size() != sizeof check) {
     return 1;
   }
   std::memcpy(&check, answer.data(), sizeof check);
@@ -152,13 +164,18 @@ int compare_and_judge(const std::string &report) {
 
 }  // namespace
 
-const char *const kConformTypes[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono", nullptr};
+std::vector<std::string> conform_types() {
+  std::vector<std::string> types;
+  for (const scene_mode &mode : kModes) {
+    types.push_back(type_of(mode.name));
+  }
+  return types;
+}
 
 int conform_run(const conform_options *options) {
   process_catch_signals();
   std::string judged;
-  for (size_t i = 0; kConformTypes[i] != nullptr; ++i) {
-    const std::string type = kConformTypes[i];
+  for (const std::string &type : conform_types()) {
     std::string report;
     if (!options->type.empty() && options->type != type) {
       continue;
@@ -166,14 +183,13 @@ int conform_run(const conform_options *options) {
     if (process_stopped() || !run_apart(type, options->hop, &report) || !print_report(report)) {
       return 1;
     }
-    if (type == kJudgedType && options->hop == kJudgedHop) {
+    if (type == judged_type() && options->hop == kBitCheckHop) {
       judged = report;
     }
   }
   if (judged.empty()) {
-    report_line(
-        "no verdict: the stored reference belongs to type bf_mvdr at hop 192; run "
-        "se_bf conform without arguments");
+    report_line("no verdict: the stored reference belongs to " + judged_run() +
+                "; run se_bf conform without arguments");
     return 1;
   }
   return compare_and_judge(judged);

@@ -2,10 +2,13 @@
 #ifndef SE_BF_CONFORM_H
 #define SE_BF_CONFORM_H
 
+#include <string>
+#include <vector>
+
 #include "options.h"
 
-// Names of the self-test types, ended by a null pointer.
-extern const char *const kConformTypes[];
+// Names of the self-test types, one for each mode: "bf_mean" and so on.
+std::vector<std::string> conform_types();
 
 // Runs one type or all of them, prints the library's report on standard output, and returns 0 when
 // "bf_mvdr" at hop 192 equals the stored reference in every sample; otherwise, with one line on

@@ -12,10 +12,10 @@
 #include <filesystem>
 #include <system_error>
 
-#include "audio_source.h"
 #include "child_process.h"
 #include "process.h"
 #include "report.h"
+#include "scene.h"
 
 namespace fs = std::filesystem;
 
@@ -119,7 +119,7 @@ bool drawing_run(const std::string &directory, const std::vector<drawing_sound> 
   const fs::path scripts(directory);
   std::vector<std::string> words = {scripts / "python.sh", "--modules=numpy,matplotlib",
                                     scripts / "spectrograms.py", "--progress",
-                                    "--raw-rate=" + std::to_string(kEnhanceRateHz)};
+                                    "--raw-rate=" + std::to_string(kRateHz)};
   for (const drawing_sound &sound : sounds) {
     words.push_back("/dev/fd/" + std::to_string(sound.fd));
   }

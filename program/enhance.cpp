@@ -23,19 +23,9 @@ constexpr size_t kChunkFrames = 4096;  // frames at 16 kHz taken through the hos
 constexpr float kDecibelBase = 10.0f;
 constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
 
-struct mode_name {
-  const char *name;
-  int32_t mode;
-};
-
-constexpr mode_name kModes[] = {{"mean", SE_BF_MODE_MEAN},
-                                {"omlsa", SE_BF_MODE_OMLSA},
-                                {"mvdr", SE_BF_MODE_MVDR},
-                                {"mono", SE_BF_MODE_MONO}};
-
 struct enhance_job {
   const enhance_options *options;
-  std::string mode;  // that runs
+  int32_t mode;  // that runs
   audio_source source;
   audio_sink sink;
   host *engine;  // null: mode mono of one channel, which is copied
@@ -48,26 +38,21 @@ struct enhance_job {
   bool kept;          // the output is complete
 };
 
-int32_t mode_value(const std::string &name) {
-  int32_t value = SE_BF_MODE_OMLSA;
-  for (const mode_name &known : kModes) {
-    value = name == known.name ? known.mode : value;
-  }
-  return value;
-}
-
+// One channel is taken through noise suppression, or copied.
 void choose_mode(enhance_job *job) {
-  const std::string &asked = job->options->mode;
+  const int32_t asked = job->options->mode;
   const bool single = job->source.picks.size() == 1;
-  job->mode = single && asked != "mono" ? "omlsa" : asked.empty() ? "mvdr" : asked;
-  if (!asked.empty() && asked != job->mode) {
-    report_line("warning: one channel is enhanced in mode omlsa; mode " + asked +
-                " needs two channels");
-  } else if (job->mode != "mvdr" && job->options->mic_distance_m > 0.0f) {
-    report_line(
-        "warning: --mic-distance and --doa have no effect " +
-        (single ? "on the one channel of " + job->source.input.name : "in mode " + job->mode) +
-        "; only mode mvdr has a direction");
+  job->mode = single && asked != SE_BF_MODE_MONO ? SE_BF_MODE_OMLSA
+              : asked == kModeByChannels         ? SE_BF_MODE_MVDR
+                                                 : asked;
+  const std::string name = scene_mode_name(job->mode);
+  if (asked != kModeByChannels && asked != job->mode) {
+    report_line("warning: one channel is enhanced in mode " + name + "; mode " +
+                scene_mode_name(asked) + " needs two channels");
+  } else if (job->mode != SE_BF_MODE_MVDR && job->options->mic_distance_m > 0.0f) {
+    report_line("warning: --mic-distance and --doa have no effect " +
+                (single ? "on the one channel of " + job->source.input.name : "in mode " + name) +
+                "; only mode " + scene_mode_name(SE_BF_MODE_MVDR) + " has a direction");
   }
 }
 
@@ -75,16 +60,16 @@ bool open_host(enhance_job *job) {
   const enhance_options *options = job->options;
   host_config config = {};
   choose_mode(job);
-  if (job->mode == "mono" && job->source.picks.size() == 1) {
+  if (job->mode == SE_BF_MODE_MONO && job->source.picks.size() == 1) {
     return true;  // the library would suppress noise
   }
   config.channels = static_cast<int32_t>(job->source.picks.size());
-  config.mode = mode_value(job->mode);
+  config.mode = job->mode;
   config.hop = options->hop;
   config.mic_distance = options->mic_distance_m;
   config.doa = options->doa_deg;
   config.plain = options->plain;
-  job->faults = {job->source.input.name, job->mode == "mvdr", options->plain, 0};
+  job->faults = {job->source.input.name, job->mode == SE_BF_MODE_MVDR, options->plain, 0};
   config.on_event = fault_report_event;
   config.user = &job->faults;
   job->engine = host_create(&config);
@@ -168,9 +153,9 @@ bool stream(enhance_job *job) {
 
 void keep_figures(enhance_job *job) {
   enhance_figures *figures = job->figures;
-  figures->duration_s = static_cast<double>(job->samples_in) / kEnhanceRateHz;
+  figures->duration_s = static_cast<double>(job->samples_in) / kRateHz;
   figures->computing_s = report_processor_time() - job->started_at;
-  job->mode.copy(figures->mode, kModeTextLen - 1);
+  figures->mode = job->mode;
 }
 
 void summarise(const enhance_job *job) {
@@ -179,7 +164,7 @@ void summarise(const enhance_job *job) {
   const double factor = duration > 0.0 ? figures->computing_s / duration : 0.0;
   report_line(report_number(duration, 2) + " s enhanced in " +
               report_number(figures->computing_s, 2) + " s of computing (real-time factor " +
-              report_number(factor, 4) + "), mode " + job->mode + ", hop " +
+              report_number(factor, 4) + "), mode " + scene_mode_name(job->mode) + ", hop " +
               std::to_string(job->options->hop) +
               ", clipped samples: " + std::to_string(figures->clipped_in) + " in, " +
               std::to_string(figures->clipped_out) + " out");

@@ -8,8 +8,6 @@
 #include "options.h"
 #include "output_file.h"
 
-constexpr size_t kModeTextLen = 8;  // characters of a mode's name, at most
-
 // Figures of an enhancement. They may be in memory that another process reads.
 struct enhance_figures {
   std::atomic<float> progress_s;  // seconds of audio read so far
@@ -17,8 +15,8 @@ struct enhance_figures {
   double computing_s;             // processor time taken
   int64_t clipped_in;             // samples at full scale, after the gain
   int64_t clipped_out;
-  bool cut_off;             // the input holds less than it announces
-  char mode[kModeTextLen];  // that ran
+  int32_t mode;  // that ran, SE_BF_MODE_*
+  bool cut_off;  // the input holds less than it announces
 };
 
 // Runs the subcommand on one file or stream and returns the exit status: 0, or 1 after one line on

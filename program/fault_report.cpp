@@ -1,15 +1,15 @@
 // Messages on microphone faults during enhancement.
 #include "fault_report.h"
 
-#include "audio_source.h"
 #include "report.h"
+#include "scene.h"
 
 namespace {
 
 constexpr int kMaxEvents = 20;  // reported per run
 
 std::string seconds(int64_t samples) {
-  return report_number(static_cast<double>(samples) / kEnhanceRateHz, 2) + " s";
+  return report_number(static_cast<double>(samples) / kRateHz, 2) + " s";
 }
 
 std::string describe(const fault_report *report, const host_event *event) {

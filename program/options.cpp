@@ -17,12 +17,13 @@ std::string number(float value) {
 }  // namespace
 
 std::string options_of_sound(const enhance_options *options) {
+  const std::string mode = scene_mode_name(options->mode);
   std::string channels;
   for (const size_t channel : options->channels) {
     channels += (channels.empty() ? "" : ",") + std::to_string(channel);
   }
-  return "mode " + (options->mode.empty() ? std::string("by channels") : options->mode) + ", hop " +
-         std::to_string(options->hop) + ", distance " + number(options->mic_distance_m) + ", doa " +
-         number(options->doa_deg) + ", gain " + number(options->gain_db) + ", channels " +
+  return "mode " + (mode.empty() ? "by channels" : mode) + ", hop " + std::to_string(options->hop) +
+         ", distance " + number(options->mic_distance_m) + ", doa " + number(options->doa_deg) +
+         ", gain " + number(options->gain_db) + ", channels " +
          (channels.empty() ? "all" : channels) + (options->plain ? ", plain" : "");
 }

@@ -5,14 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "bit_check.h"
+#include "scene.h"
+
 struct enhance_options {
-  std::string in;               // path, or "-" for standard input
-  std::string out;              // path, or "-" for standard output
-  std::string format;           // name, of output that has no extension; empty: raw PCM
-  std::string mode;             // "mean", "omlsa", "mvdr", "mono"; empty: by channel count
-  float mic_distance_m = 0.0f;  // 0: uniform steering
+  std::string in;                  // path, or "-" for standard input
+  std::string out;                 // path, or "-" for standard output
+  std::string format;              // name, of output that has no extension; empty: raw PCM
+  int32_t mode = kModeByChannels;  // SE_BF_MODE_*
+  float mic_distance_m = 0.0f;     // 0: uniform steering
   float doa_deg = 0.0f;
-  int hop = 320;                 // samples
+  int hop = kDefaultHop;         // samples
   float gain_db = 0.0f;          // applied to the input
   std::vector<size_t> channels;  // zero-based picks; empty: all
   size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file
@@ -32,8 +35,8 @@ struct batch_options {
 };
 
 struct conform_options {
-  std::string type;  // "bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono"; empty: all four
-  int hop = 192;     // samples
+  std::string type;        // one of conform_types; empty: all of them
+  int hop = kBitCheckHop;  // samples
 };
 
 #endif  // SE_BF_OPTIONS_H

@@ -72,6 +72,16 @@ bool sound_format_is_known(const std::string &path) {
   return sound_format_of(path) != nullptr;
 }
 
+std::vector<std::string> sound_format_names() {
+  std::vector<std::string> names;
+  for (const sound_format &known : kFormats) {
+    if (names.empty() || names.back() != known.name) {
+      names.emplace_back(known.name);
+    }
+  }
+  return names;
+}
+
 std::string sound_format_list() {
   return sound_format_list_holding(0);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 constexpr int64_t kUnknownLength = -1;  // frames
 
@@ -36,6 +37,9 @@ bool sound_format_is_known(const std::string &path);
 
 // The extension of a path with its dot; empty when there is none.
 std::string sound_extension(const std::string &path);
+
+// All names that --format takes.
+std::vector<std::string> sound_format_names();
 
 // All extensions that can be written, each behind a blank.
 std::string sound_format_list();

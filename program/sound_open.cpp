@@ -13,13 +13,13 @@
 #include "process.h"
 #include "promised_length.h"
 #include "report.h"
+#include "scene.h"
 #include "sound_format.h"
 #include "sound_header.h"
 #include "temporary_file.h"
 
 namespace {
 
-constexpr int kRawRateHz = 16000;
 constexpr size_t kPrefixBytes = 16384;  // of a pipe, which tell what it carries
 constexpr size_t kSpoolBytes = 65536;   // copied at a time
 
@@ -133,7 +133,7 @@ bool open_disk(sound_input *in, const std::string &path) {
 bool open_raw(sound_input *in, size_t channels) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
-  info.samplerate = kRawRateHz;
+  info.samplerate = kRateHz;
   info.channels = static_cast<int>(channels);
   info.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
   in->raw = true;
