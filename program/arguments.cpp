@@ -7,15 +7,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 #include <sstream>
 
 #include "arguments_check.h"
+#include "arguments_scene.h"
 #include "conform.h"
 #include "plain_text.h"
 #include "process.h"
 #include "report.h"
-#include "scene.h"
 #include "sound_format.h"
 #include "tm_se_bf.h"
 
@@ -65,31 +64,6 @@ std::string check_name(const std::string &text, bool known, const std::string &n
   return known ? "" : "'" + text + "' is none of " + names;
 }
 
-std::vector<std::string> mode_names() {
-  std::vector<std::string> names;
-  for (const scene_mode &mode : kModes) {
-    names.emplace_back(mode.name);
-  }
-  return names;
-}
-
-std::string mode_help() {
-  std::string text;
-  for (const scene_mode &mode : kModes) {
-    text += (text.empty() ? "" : "; ") + std::string(mode.name) + ": " + mode.what;
-  }
-  return text +
-         ". Default: mvdr for two channels, omlsa for one, where the only modes are omlsa and mono";
-}
-
-void declare_hop(CLI::App *command, int *hop) {
-  const std::vector<int> hops(std::begin(kHops), std::end(kHops));
-  command->add_option("--hop", *hop, "samples per analysis step")
-      ->check(CLI::IsMember(hops))
-      ->capture_default_str()
-      ->type_name("");
-}
-
 std::string version_text() {
   return std::string("se_bf ") + se_bf_get_version();
 }
@@ -128,57 +102,9 @@ void declare_places(CLI::App *command, enhance_options *options, batch_options *
       ->type_name("");
 }
 
-void declare_scene(CLI::App *command, enhance_options *options) {
-  const auto channels = [options](const std::string &text) {
-    return check_channels(text, &options->channels);
-  };
-  command
-      ->add_option_function<std::string>(
-          "--channels", [](const std::string &) {}, "channels of IN to use, from 0, as 0 or 0,3")
-      ->check(channels)
-      ->type_name("LIST");
-  command->add_flag("--plain", options->plain,
-                    "the bare library: silence at the start or a microphone fault ends beamforming "
-                    "for good");
-  const auto mode = [options](const std::string &text) { options->mode = scene_mode_named(text); };
-  command->add_option_function<std::string>("--mode", mode, mode_help())
-      ->check(CLI::IsMember(mode_names()))
-      ->type_name("");
-  const auto distance = [](const std::string &text) {
-    return check_range(text, 0.0, kMaxDistanceM);
-  };
-  command
-      ->add_option("--mic-distance", options->mic_distance_m,
-                   "spacing of the microphones; 0: unknown, no direction is preferred; needs --doa")
-      ->check(distance)
-      ->capture_default_str()
-      ->type_name("METRES");
-  const auto angle = [](const std::string &text) {
-    return check_range(text, -kMaxAngleDeg, kMaxAngleDeg);
-  };
-  command
-      ->add_option("--doa", options->doa_deg,
-                   "direction of the talker: 0 is on the line of the microphones on the side of "
-                   "microphone 0, 90 is broadside, 180 is on the side of microphone 1; needs "
-                   "--mic-distance")
-      ->check(angle)
-      ->type_name("DEGREES");
-  declare_hop(command, &options->hop);
-  const auto gain = [](const std::string &text) {
-    return check_range(text, -kMaxGainDb, kMaxGainDb);
-  };
-  command
-      ->add_option("--gain", options->gain_db,
-                   "amplification of the input; mvdr is 3 dB louder than one microphone; a "
-                   "negative gain prevents clipping")
-      ->check(gain)
-      ->capture_default_str()
-      ->type_name("DB");
-}
-
 void declare_enhance(CLI::App *command, enhance_options *options, batch_options *batch) {
   declare_places(command, options, batch);
-  declare_scene(command, options);
+  arguments_declare_scene(command, options);
   command->add_flag("--quiet", options->quiet, "no progress bar and no summary");
   command->add_flag("--verbose", options->verbose, "show the library's notes on standard error");
   command->set_version_flag("--version", version_text());
@@ -188,7 +114,7 @@ void declare_plot(CLI::App *command, enhance_options *options, std::string *pict
   command->add_option("IN", options->in, "sound file")->required()->type_name("");
   command->add_option("PICTURE", *picture, "PNG file; default: named after IN, here")
       ->type_name("");
-  declare_scene(command, options);
+  arguments_declare_scene(command, options);
 }
 
 void declare_conform(CLI::App *command, conform_options *options) {
@@ -200,7 +126,7 @@ void declare_conform(CLI::App *command, conform_options *options) {
   command->add_option("TYPE", options->type, all_of(types) + "; without it all of them run")
       ->check(known)
       ->type_name("");
-  declare_hop(command, &options->hop);
+  arguments_declare_hop(command, &options->hop);
 }
 
 // Reports a mistake in the arguments, and which help to read.

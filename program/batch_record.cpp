@@ -2,7 +2,7 @@
 #include "batch_record.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,34 +11,21 @@
 #include <filesystem>
 #include <utility>
 
-#include "file_rights.h"
 #include "output_file.h"
 #include "plain_text.h"
 #include "process.h"
+#include "record_file.h"
 #include "report.h"
 
 namespace {
 
 constexpr char kName[] = "se_bf-results.txt";
-constexpr char kMark[] = "# se_bf results";  // every record begins with it
-constexpr char kHeading[] =
-    "# se_bf results: what each file in this folder was made from, for se_bf enhance --out-dir\n"
-    "# result\tits size and time\tinput\tits size and time\tinput is\tversion\toptions\n";
 // The record is shortened when it has more than this number of lines that do not count, and more of
 // them than lines that count.
 constexpr size_t kLinesToDrop = 500;
 
 std::string path_in(const std::string &directory) {
   return (std::filesystem::path(directory) / kName).string();
-}
-
-// What it means that a record cannot be used, and what to do.
-std::string advice(int error) {
-  const bool denied = error == EACCES || error == EPERM || error == EROFS;
-  return std::string(std::strerror(error)) +
-         (denied ? "; the results here are recorded by another user: get the right to write the "
-                   "record, or give another --out-dir"
-                 : "");
 }
 
 void index_lines(batch_record *record) {
@@ -55,38 +42,9 @@ void index_lines(batch_record *record) {
   }
 }
 
-// Waits for the lock; false with errno set.
-bool wait_for_lock(int fd) {
-  while (flock(fd, LOCK_EX) != 0) {
-    if (errno != EINTR || process_stopped()) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// Whether the file system knows no locks.
-bool is_lockless(int error) {
-  return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
-}
-
-// Finds the size of the record, and what must precede a new line: the heading of a new record, or
-// the end of a line whose writer was killed. False with errno set.
-bool find_end(int fd, off_t *size, std::string *start) {
-  struct stat status = {};
-  char last = '\n';
-  if (fstat(fd, &status) != 0 ||
-      (status.st_size > 0 && pread(fd, &last, 1, status.st_size - 1) < 0)) {
-    return false;
-  }
-  *size = status.st_size;
-  *start = status.st_size == 0 ? kHeading : last == '\n' ? "" : "\n";
-  return true;
-}
-
 // The lines that count, in the order of the names.
 std::string lines_that_count(const batch_record *record) {
-  std::string text = kHeading;
+  std::string text = kRecordHeading;
   std::vector<std::string> results;
   results.reserve(record->lines.size());
   for (const auto &named : record->lines) {
@@ -117,9 +75,9 @@ bool record_is_in(const std::string &directory) {
     return false;
   }
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  char start[sizeof kMark] = "";
-  const bool ours = fd != -1 && read(fd, start, std::strlen(kMark)) >= 0 &&
-                    (*start == '\0' || !std::strcmp(start, kMark));
+  char start[sizeof kRecordMark] = "";
+  const bool ours = fd != -1 && read(fd, start, std::strlen(kRecordMark)) >= 0 &&
+                    (*start == '\0' || !std::strcmp(start, kRecordMark));
   if (fd != -1) {
     close(fd);
   }
@@ -146,9 +104,9 @@ bool record_load(batch_record *record, std::string directory) {
     close(fd);
   }
   if (!good) {
-    return report_failure("cannot read " + record->path + ": " + advice(error));
+    return report_failure("cannot read " + record->path + ": " + record_advice(error));
   }
-  if (!record->text.empty() && record->text.rfind(kMark, 0) != 0) {
+  if (!record->text.empty() && record->text.rfind(kRecordMark, 0) != 0) {
     return report_failure(record->path +
                           " is no record of results; move it elsewhere, its name is needed");
   }
@@ -181,30 +139,6 @@ record_answer record_find(const batch_record *record, const std::string &result,
   return answer;
 }
 
-int record_lock(const std::string &path, bool *locked) {
-  for (;;) {
-    const int fd =
-        open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-             kNewFileMode);
-    *locked = fd != -1 && wait_for_lock(fd);
-    if (fd == -1 || (!*locked && !is_lockless(errno))) {
-      if (!process_stopped()) {
-        report_line("cannot lock " + path + ": " + advice(errno));
-      }
-      if (fd != -1) {
-        close(fd);
-      }
-      return -1;
-    }
-    // A record is shortened by replacing it with a new file, which makes a lock on the old one
-    // void.
-    if (output_file_is_named(fd, path)) {
-      return fd;
-    }
-    close(fd);
-  }
-}
-
 bool record_is_usable(const batch_record *record) {
   bool locked = false;
   const int fd = record->stamp.empty() ? -1 : record_lock(record->path, &locked);
@@ -212,22 +146,6 @@ bool record_is_usable(const batch_record *record) {
     close(fd);
   }
   return record->stamp.empty() || fd != -1;
-}
-
-bool record_add(int fd, bool locked, const std::string &path, const record_entry *entry) {
-  off_t size = -1;
-  std::string lines;
-  if (find_end(fd, &size, &lines)) {
-    lines += record_line(entry);
-    if (process_write(fd, lines.data(), lines.size()) && output_file_store(fd) &&
-        (size > 0 || output_file_store_folder(path))) {
-      return true;
-    }
-  }
-  const int error = errno;
-  const bool restored = !locked || size < 0 || ftruncate(fd, size) == 0;
-  return report_failure("writing " + path + " failed: " + std::strerror(error) +
-                        (restored ? "" : "; its last line is incomplete"));
 }
 
 void record_shorten(batch_record *record) {

@@ -43,18 +43,8 @@ bool record_refresh(batch_record *record);
 record_answer record_find(const batch_record *record, const std::string &result,
                           const std::string &stamp, record_entry *entry);
 
-// Locks the record at `path`, which is made if need be, against other processes. Where the file
-// system knows no locks `locked` is false: lines can be added, which are written at once, but not
-// taken away. Returns a descriptor whose closing unlocks it, or -1 after one line (or when a signal
-// asked for the end).
-int record_lock(const std::string &path, bool *locked);
-
 // False after one line when a record that is there cannot be locked or written.
 bool record_is_usable(const batch_record *record);
-
-// Adds an entry to a record from record_lock and stores it safely. Returns false after one line; a
-// locked record is as before then.
-bool record_add(int fd, bool locked, const std::string &path, const record_entry *entry);
 
 // Drops the lines that do not count any more, if they are many. A failure changes nothing.
 void record_shorten(batch_record *record);

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "record_file.h"
 #include "report.h"
 #include "tm_se_bf.h"
 

@@ -9,12 +9,9 @@
 #include <cstring>
 
 #include "mpeg_stream.h"
-#include "ogg_end.h"
 #include "process.h"
-#include "promised_length.h"
-#include "report.h"
 #include "scene.h"
-#include "sound_format.h"
+#include "sound_file.h"
 #include "sound_header.h"
 #include "temporary_file.h"
 
@@ -23,111 +20,19 @@ namespace {
 constexpr size_t kPrefixBytes = 16384;  // of a pipe, which tell what it carries
 constexpr size_t kSpoolBytes = 65536;   // copied at a time
 
-// A signal that ends the work is no failure of the input.
-bool refuse(const std::string &text) {
-  return !process_stopped() && report_failure(text);
-}
-
 bool fail_reading(const sound_input *in, int error) {
-  return refuse("reading " + in->name + " failed: " + std::strerror(error));
-}
-
-bool fail_format(const sound_input *in) {
-  if (!in->bytes.live && in->bytes.held == 0) {
-    return refuse(in->name + " is empty");
-  }
-  const bool broken = sf_error(nullptr) == SF_ERR_MALFORMED_FILE;
-  return refuse("cannot read " + in->name + " as sound (" + sound_reason(sf_strerror(nullptr)) +
-                "); " +
-                (broken ? "it is cut off in its header, or damaged"
-                        : "convert it to WAV or FLAC; raw PCM goes through standard input: se_bf "
-                          "enhance --raw-channels 1 - OUT"));
+  return sound_file_refuse("reading " + in->name + " failed: " + std::strerror(error));
 }
 
 bool fail_headerless(const sound_input *in) {
   if (in->bytes.head.empty()) {
-    return refuse(in->name + " is empty: nothing came through the pipe");
+    return sound_file_refuse(in->name + " is empty: nothing came through the pipe");
   }
-  return refuse(in->name + " carries no known sound file" +
-                (in->bytes.fd == STDIN_FILENO
-                     ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
-                     : "; raw PCM is taken from standard input only, as IN -"));
-}
-
-void close_file(sound_input *in) {
-  if (in->file != nullptr) {
-    sf_close(in->file);
-    in->file = nullptr;
-  }
-}
-
-// Takes over what libsndfile found.
-void adopt(sound_input *in, const SF_INFO *info) {
-  const sound_bytes *bytes = &in->bytes;
-  in->lap = info->frames;
-  in->rate_hz = info->samplerate;
-  in->channels = static_cast<size_t>(info->channels);
-  in->announced = in->guessed || in->raw ? kUnknownLength : promised_frames(bytes, info);
-  if (in->announced != kUnknownLength || in->guessed || bytes->live) {
-    in->most = bytes->live ? in->announced : info->frames;
-  } else if (bytes->unit > 0 && promised_goes_on(bytes, info)) {
-    in->most = (bytes->held - bytes->sound_at) / static_cast<int64_t>(bytes->unit);
-  } else {
-    in->most = info->frames;
-  }
-  if (in->guessed || in->most >= kSoundBytesFar) {
-    in->most = kUnknownLength;
-  }
-  in->announced = in->announced > in->most ? in->announced : in->most;
-}
-
-bool is_mpeg(const SF_INFO *info) {
-  return (info->format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG;
-}
-
-// Opens as if the file were longer: some formats are refused when they are cut off, and where
-// libsndfile guesses the length of a stream, the guess must not end it.
-void open_longer(sound_input *in, SF_INFO *info) {
-  sound_bytes *bytes = &in->bytes;
-  *info = {};
-  in->file = sound_bytes_open(bytes, kSoundBytesFar, info);
-  const int64_t skipped = in->file != nullptr || sound_header_begins(bytes) ? 0 : mpeg_find(bytes);
-  if (skipped > 0) {
-    *info = {};
-    bytes->start += skipped;
-    bytes->held -= skipped;
-    in->file = sound_bytes_open(bytes, kSoundBytesFar, info);
-  }
-  in->guessed = is_mpeg(info) && !mpeg_tells_length(bytes);
-  in->cut = in->cut || (in->file != nullptr && !is_mpeg(info));
-}
-
-// Opens a file on disk: as it is, else as if it were longer, else by its name.
-bool open_disk(sound_input *in, const std::string &path) {
-  sound_bytes *bytes = &in->bytes;
-  SF_INFO info = {};
-  sound_header_take(bytes);
-  const ogg_end end = ogg_find_end(bytes);
-  in->cut = !end.marked;
-  in->chained = end.chained;
-  in->file = sound_bytes_open(bytes, end.at, &info);
-  if (in->file != nullptr && is_mpeg(&info) && !mpeg_tells_length(bytes)) {
-    close_file(in);
-  }
-  if (in->file == nullptr) {
-    open_longer(in, &info);
-  }
-  if (in->file == nullptr && !path.empty()) {
-    info = {};
-    in->file = sf_open(path.c_str(), SFM_READ, &info);
-    bytes->unit = 0;
-  }
-  if (in->file == nullptr) {
-    return in->cut ? refuse(in->name + " is cut off, and what is left cannot be read")
-                   : fail_format(in);
-  }
-  adopt(in, &info);
-  return true;
+  return sound_file_refuse(
+      in->name + " carries no known sound file" +
+      (in->bytes.fd == STDIN_FILENO
+           ? "; for raw PCM say how many channels it has: --raw-channels 1 or 2"
+           : "; raw PCM is taken from standard input only, as IN -"));
 }
 
 bool open_raw(sound_input *in, size_t channels) {
@@ -139,9 +44,9 @@ bool open_raw(sound_input *in, size_t channels) {
   in->raw = true;
   in->file = sound_bytes_open(bytes, kSoundBytesFar, &info);
   if (in->file == nullptr) {
-    return fail_format(in);
+    return sound_file_unreadable(in);
   }
-  adopt(in, &info);
+  sound_file_adopt(in, &info);
   return true;
 }
 
@@ -203,10 +108,10 @@ bool open_pipe(sound_input *in) {
   if (plain) {
     in->file = sound_bytes_open(bytes, kSoundBytesFar, &info);
     if (in->file != nullptr && bytes->unit > 0) {
-      adopt(in, &info);
+      sound_file_adopt(in, &info);
       return true;
     }
-    close_file(in);
+    sound_file_close(in);
   }
   if (!sound_bytes_gather(bytes, kPrefixBytes)) {
     return fail_reading(in, bytes->error);
@@ -215,7 +120,7 @@ bool open_pipe(sound_input *in) {
   if (bytes->head.empty() || !known) {
     return fail_headerless(in);
   }
-  return spool(in) && open_disk(in, "");
+  return spool(in) && sound_file_open(in, "");
 }
 
 bool open_standard_input(sound_input *in, size_t raw_channels) {
@@ -223,7 +128,7 @@ bool open_standard_input(sound_input *in, size_t raw_channels) {
   in->name = "standard input";
   in->bytes.fd = STDIN_FILENO;
   if (isatty(STDIN_FILENO) == 1) {
-    return refuse(
+    return sound_file_refuse(
         "standard input is a terminal; pipe sound into it, for example from "
         "arecord -t wav -f S16_LE -r 16000");
   }
@@ -237,26 +142,26 @@ bool open_standard_input(sound_input *in, size_t raw_channels) {
   }
   in->bytes.start = lseek(STDIN_FILENO, 0, SEEK_CUR);
   in->bytes.held = status.st_size - in->bytes.start;
-  return open_disk(in, "");
+  return sound_file_open(in, "");
 }
 
 bool open_named(sound_input *in, const std::string &path) {
   struct stat status = {};
   in->name = path;
   if (stat(path.c_str(), &status) != 0) {
-    return refuse("cannot open " + path + ": " + std::strerror(errno));
+    return sound_file_refuse("cannot open " + path + ": " + std::strerror(errno));
   }
   if (S_ISDIR(status.st_mode)) {
-    return refuse(path +
-                  " is a directory; name a sound file in it, or enhance all of it with --out-dir");
+    return sound_file_refuse(
+        path + " is a directory; name a sound file in it, or enhance all of it with --out-dir");
   }
   in->bytes.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   in->bytes.live = !S_ISREG(status.st_mode);
   in->bytes.held = status.st_size;
   if (in->bytes.fd == -1) {
-    return refuse("cannot read " + path + ": " + std::strerror(errno));
+    return sound_file_refuse("cannot read " + path + ": " + std::strerror(errno));
   }
-  return in->bytes.live ? open_pipe(in) : open_disk(in, path);
+  return in->bytes.live ? open_pipe(in) : sound_file_open(in, path);
 }
 
 }  // namespace
@@ -268,6 +173,6 @@ bool sound_open(sound_input *in, const enhance_options *options) {
 }
 
 void sound_close(sound_input *in) {
-  close_file(in);
+  sound_file_close(in);
   close_bytes(in);
 }
