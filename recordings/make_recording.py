@@ -33,6 +33,7 @@ PLANE_WAVES = 96  # of the diffuse field
 MIC_HIGHPASS_HZ = 70.0
 CHECK_BLOCK = 320  # samples, 20 ms
 MAX_LEVEL_DIFFERENCE_DB = 3.0
+FULL_SCALE = 32767  # largest sample of 16 bits
 
 
 def db_to_gain(level_db):
@@ -151,21 +152,21 @@ def build_scene(options):
     noise = scale_noise(point, diffuse, speech, talking, options)
     mismatch = np.array([[1.0], [db_to_gain(-options.mismatch)]])
     speech, noise = speech * mismatch, noise * mismatch
-    scale = 32767.0 * db_to_gain(options.peak) / np.max(np.abs(speech + noise))
-    self_noise = 32767.0 * db_to_gain(options.self_noise) * rng.standard_normal((2, length))
+    scale = FULL_SCALE * db_to_gain(options.peak) / np.max(np.abs(speech + noise))
+    self_noise = FULL_SCALE * db_to_gain(options.self_noise) * rng.standard_normal((2, length))
     return speech * scale, noise * scale + self_noise, talking
 
 
 def to_pcm(signals):
     """Interleaved 16-bit samples of 2 x samples in 16-bit units."""
-    return np.clip(np.round(signals.T), -32768, 32767).astype("<i2")
+    return np.clip(np.round(signals.T), -FULL_SCALE - 1, FULL_SCALE).astype("<i2")
 
 
 def check_recording(pcm):
     """Stops when the recording could be mistaken for one of a faulty microphone."""
     blocks = pcm[:len(pcm) // CHECK_BLOCK * CHECK_BLOCK].reshape(-1, CHECK_BLOCK, 2)
     level_db = 20.0 * np.log10([rms(pcm[:, m].astype(float)) + 1e-9 for m in range(2)])
-    if np.max(np.abs(pcm.astype(int))) >= 32767:
+    if np.max(np.abs(pcm.astype(int))) >= FULL_SCALE:
         sys.exit("make_recording: the recording clips; lower --peak")
     if not np.all(np.any(blocks != 0, axis=1)):
         sys.exit("make_recording: a block is digitally silent; raise --self-noise")
@@ -225,7 +226,7 @@ def main():
         write_pcm(options.speech_output, to_pcm(speech))
     if options.noise_output:
         write_pcm(options.noise_output, to_pcm(noise))
-    full_scale_db = 20.0 * np.log10(32767.0)
+    full_scale_db = 20.0 * np.log10(FULL_SCALE)
     print(f"{options.output}: {len(pcm)} frames, peak "
           f"{20.0 * np.log10(np.max(np.abs(pcm.astype(int)))) - full_scale_db:.1f} dBFS, RMS "
           f"{level_db[0] - full_scale_db:.1f} and {level_db[1] - full_scale_db:.1f} dBFS")

@@ -23,6 +23,7 @@ from scipy import linalg, signal
 from scipy.io import wavfile
 
 import make_recording
+from pause_level import frame_powers
 from room import RATE_HZ
 
 ADAPTATION_S = 3.0
@@ -101,8 +102,7 @@ def frame_levels_db(samples, mask):
     """Levels of the 20 ms frames that lie within the mask."""
     count = len(samples) // FRAME
     inside = np.all(mask[:count * FRAME].reshape(count, FRAME), axis=1)
-    powers = np.mean(samples[:count * FRAME].reshape(count, FRAME)**2, axis=1)
-    return 10.0 * np.log10(np.maximum(powers[inside], SILENCE))
+    return 10.0 * np.log10(np.maximum(frame_powers(samples, FRAME)[inside], SILENCE))
 
 
 def measure(output, mixture, speech, talking):
