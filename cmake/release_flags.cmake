@@ -1,10 +1,10 @@
 # The compiler flags for speed and size. None of them changes a bit of the output.
 #
-# Each flag has a reason and, below it, what it saves: how many more instructions per frame modes 6000, 6001
-# and 6002 need without it, and how many more bytes .text has; first without AVX2, then with it. In all there
-# are 27389, 30888, 49287; 30568 bytes | 9714, 11393, 18140; 49811 bytes. To measure one, leave it out, run
-# check_counts in bench/ with a build directory DIR, and size -A DIR/baseline/libtm_se_bf.so. The figures
-# are those of gcc 12.2.
+# Above each flag stands its reason and, on the last line, what it saves: how many more instructions per frame
+# modes 6000, 6001 and 6002 need without it, and how many more bytes .text has; first without AVX2, then with
+# it. The totals were 27387, 30890, 49293; 30585 bytes | 9712, 11395, 18145; 49811 bytes. To measure a flag,
+# leave it out, run bench/check_counts.py with a build directory DIR, and size -A DIR/baseline/libtm_se_bf.so.
+# The figures are those of gcc 12.2.
 
 # -fno-math-errno: a square root is one instruction, without a call that may set errno.
 #   0, 3410, 1048; 345 bytes | 0, 3223, 1087; 816 bytes
@@ -15,7 +15,7 @@
 target_compile_options(tm_se_bf_objects PRIVATE -fno-math-errno -fno-trapping-math
                        -ffunction-sections -fdata-sections)
 
-# Release builds compile every source for speed but these, which do little or nothing per frame.
+# Release builds compile every source for speed except these, which do little or nothing per frame.
 # -Os: small code.
 #   4, 4, 7; 2912 bytes | 4, 4, 7; 2912 bytes
 set(compiled_small
@@ -30,8 +30,8 @@ set(compiled_small
   src/interface/se_bf_instance.cpp
   src/interface/multi_channels_enhance.cpp
   src/conformance/se_bf_conform.cpp)
-# Where there are vector kernels, the scalar transform only serves lengths that no stream has, and its
-# wrapper calls the kernel.
+# Where there are vector kernels, the scalar transform is only used for lengths that no stream has, and its
+# wrapper does no more than call the kernel.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|aarch64")
   list(APPEND compiled_small src/spectral/q31_cfft.cpp src/spectral/q31_rfft.cpp
        src/spectral/fftwrap_fixpoint.cpp)
@@ -43,13 +43,13 @@ set(small -Os)
 set(fast -O2 -ftree-vectorize)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   list(APPEND fast
-    # Constants that are known to a function's callers would turn a minimum into four operations.
+    # Copies of functions for constant arguments: with known constants a minimum takes four operations.
     #   435, 435, 414; 21 bytes | -36, -36, -55; -128 bytes
     -fno-ipa-cp
-    # Selections would become branches, which the vectoriser then rebuilds from masks.
+    # Jump threading makes branches of selections, which the vectoriser then replaces by masks.
     #   -15, -16, 1386; -127 bytes | -20, -21, -74; 144 bytes
     -fno-thread-jumps
-    # Vector code for the rest of a loop: no length that occurs leaves one.
+    # Vector code for the remainder of a loop: no length that occurs leaves a remainder.
     #   13, 35, 31; 1356 bytes | 4, 45, 42; 3200 bytes
     --param=vect-epilogues-nomask=0
     # Padding in front of functions, loops and jump targets.
@@ -57,7 +57,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     -fno-align-functions -fno-align-loops -fno-align-jumps)
 endif()
 
-# A new source is compiled for speed until it is listed above.
+# A new source is compiled for speed unless it is listed above.
 get_target_property(compiled_fast tm_se_bf_objects SOURCES)
 foreach(file IN LISTS compiled_small)
   if(NOT file IN_LIST compiled_fast)

@@ -1,5 +1,5 @@
-# The target tm_se_bf as a static library: its objects joined into one, in which all names but the
-# public functions are local. Nothing of it can clash with a name of the program that it is linked to.
+# Makes tm_se_bf a static library. Its objects are joined into one, in which all names but those of the
+# public functions are local, so that none can clash with a name of the program that links it.
 file(READ ${CMAKE_CURRENT_SOURCE_DIR}/cmake/exports.map public_names)
 string(REGEX MATCHALL "se_bf_[a-z_]+" public_names "${public_names}")
 list(TRANSFORM public_names PREPEND "-Wl,-u," OUTPUT_VARIABLE used)
@@ -21,6 +21,6 @@ add_custom_command(
 
 add_library(tm_se_bf STATIC ${joined})
 set_source_files_properties(${joined} PROPERTIES EXTERNAL_OBJECT ON GENERATED ON)
-# With link-time optimisation the objects have no names yet that could be made local.
+# With link-time optimisation the objects would not have names yet that could be made local.
 target_compile_options(tm_se_bf_objects PRIVATE -fno-lto)
 target_link_libraries(tm_se_bf INTERFACE m)

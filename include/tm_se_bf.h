@@ -10,8 +10,9 @@
  *
  * @par Block size
  * se_bf_do consumes and produces `samples_per_call` samples per channel: a positive multiple of
- * 320 (20 ms). Call with 320: the levels that reveal a dead microphone are updated once a call, so
- * that it is noticed after about 44 calls: 0.9 s with blocks of 320, but 7 s with blocks of 2560.
+ * 320 (20 ms). Call with 320: the levels that reveal a dead microphone are updated once per call,
+ * and it takes about 44 calls to notice one. That is 0.9 s with blocks of 320, but 7 s with blocks
+ * of 2560.
  *
  * @par Latency
  * se_bf_init returns N/2 + (320 - L) for hop L and FFT length N (256 for L = 192). The signal
@@ -19,17 +20,17 @@
  * Align by this delay. Mode SE_BF_MODE_MONO has none.
  *
  * @par Memory and instances
- * The pool holds 102400 bytes. Nothing is allocated while processing. The whole pool is emptied,
- * and every instance of the process is dead, after se_bf_destroy of any handle but null, and after
- * se_bf_create with a channel count other than 1 or 2. A process runs one instance at a time:
+ * The pool holds 102400 bytes. Nothing is allocated while processing. Two calls empty the whole
+ * pool, so that every instance of the process is dead: se_bf_destroy of any handle but null, and
+ * se_bf_create with a channel count other than 1 or 2. Use one instance at a time per process:
  * create, init, destroy, in this order.
  *
  * @par Null and dead handles
  * A dead handle is one whose instance was destroyed or lost with the pool. Every function
- * recognises it, and null, without reading through it, until a new instance is made, which may get
- * the same address. Calls with such handles do only what is said at each function. Their messages
- * are one line on standard error; se_bf_do and se_bf_change_mode print each of theirs once until
- * the next instance is made.
+ * recognises null and dead handles without reading through them. A dead handle stays recognisable
+ * until a new instance is made, which may get the same address. Each function below says what it
+ * does with such handles. A message is one line on standard error; se_bf_do and se_bf_change_mode
+ * print each of theirs once until the next instance is made.
  *
  * @par Threads
  * There are no locks. At any time only one thread of a process may call the library.
@@ -44,11 +45,11 @@
  * 1, open /dev/null in its place: otherwise another file may get the descriptor, and the notes.
  *
  * @par Microphone faults
- * The samples of a dead microphone are overwritten with those of the other in the input buffer, and
- * from then on the instance analyses channel 0 only. Silence in both channels at the start counts
- * as a fault, and so do exactly equal levels: always those of identical channels, and by chance,
- * once in hours, those of well-matched microphones. To beamform again, destroy the instance and
- * create a new one; the levels belong to the process and stay.
+ * The samples of a dead microphone are overwritten in the input buffer with those of the other one,
+ * and from then on the instance analyses channel 0 only. Silence in both channels at the start
+ * counts as a fault, and so do exactly equal levels. Identical channels always have them, and
+ * well-matched microphones have them by chance, once in hours. To beamform again, destroy the
+ * instance and create a new one. The levels belong to the process and are not reset.
  *
  * @par Refused configurations
  * Supported hops are 160, 192 and 320. If a configuration cannot be streamed, se_bf_init says why
@@ -88,8 +89,8 @@ extern "C" {
 #define SE_BF_API
 #endif
 
-/** Processing modes. Any other value passes channel 0 through the block buffer, delayed by 320 - L.
- * Only the low 16 bits of a mode count: 6000 + 65536 is the same mode as 6000. */
+/** Processing modes. Any other value passes channel 0 through the block buffer, delayed by 320 - L
+ * samples. Only the low 16 bits of a mode count: 6000 + 65536 is the same mode as 6000. */
 enum {
   SE_BF_MODE_MEAN = 6000,  /**< mean of the channels, through analysis and synthesis unchanged */
   SE_BF_MODE_OMLSA = 6001, /**< mean of the channels, noise suppressed */
@@ -132,8 +133,9 @@ typedef struct se_bf_init_param {
 SE_BF_API se_bf_inst *se_bf_create(const se_bf_create_param *param);
 
 /** Sets mode and geometry and returns the nominal latency in samples (see Latency above). If the
- * instance cannot be streamed, says on standard error why, and what to do. With a null `param`, or
- * a null or dead `inst`, returns 0, changes nothing, and says so on standard error each time. */
+ * instance cannot be streamed, says on standard error why, and what to do. Call it once per
+ * instance: each call takes memory from the pool again. With a null `param`, or a null or dead
+ * `inst`, returns 0, changes nothing, and says so on standard error each time. */
 SE_BF_API int32_t se_bf_init(se_bf_inst *inst, const se_bf_init_param *param);
 
 /** Processes one block and returns `samples_per_call`, also when it writes silence.
@@ -152,7 +154,7 @@ SE_BF_API int32_t se_bf_do(se_bf_inst *inst, int16_t *out, int16_t *in);
 SE_BF_API void se_bf_change_mode(se_bf_inst *inst, int32_t mode);
 
 /** Releases the instance and with it the whole pool. Null does nothing. A dead handle empties the
- * pool without a message, so that a live instance is lost. */
+ * pool too, without a message: a live instance is then lost. */
 SE_BF_API void se_bf_destroy(se_bf_inst *inst);
 
 /** Version of the library as text: "1.3.5". */
@@ -164,9 +166,9 @@ SE_BF_API const char *se_bf_get_version(void);
  * hop_len: as in se_bf_create_param. Returns the number of characters of the last printed line, not
  * a verdict.
  *
- * The test starts from the microphone levels that the process has reached. After loud calls with a
- * dead microphone its first call can count as a fault, and the similarity of "bf_mvdr" then falls
- * below 0.8 although the library works: run it before other calls, or in a process of its own. */
+ * The test starts from the current microphone levels of the process. After loud calls with a dead
+ * microphone its first call can count as a fault. The similarity of "bf_mvdr" then falls below 0.8
+ * although the library works. Run the test before other calls, or in a process of its own. */
 SE_BF_API int32_t se_bf_conformance_test(const char *se_type, int32_t hop_len);
 
 #ifdef __cplusplus

@@ -12,11 +12,12 @@ TOP = pathlib.Path(__file__).resolve().parents[1]
 MODES = (6000, 6001, 6002)
 HOPS = (160, 192, 320)
 
-# What must be in the list; not the tale of what was tried, whose costs are no more.
+# Figures of this form must be in the list, except in the section on what was tried: its figures are of
+# code that is gone.
 COST = r"of (\d+) bytes|(\d[\d.]*) (?:kB|instructions)\b"
 TALE = ("docs/performance.md", "## What was tried")
 
-# Per cent of a core that an instruction per frame of 12 ms is, at 1 GHz and one per cycle.
+# Converts instructions per frame of 12 ms to per cent of a core, at 1 GHz and one instruction per cycle.
 CORE = "/ 0.012 / 1000000000 * 100"
 
 

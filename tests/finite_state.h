@@ -1,4 +1,4 @@
-// Looks into an instance: whether every vector that it carries from frame to frame is finite.
+// Checks whether every vector that an instance carries from frame to frame is finite.
 #ifndef TM_SE_BF_TESTS_FINITE_STATE_H
 #define TM_SE_BF_TESTS_FINITE_STATE_H
 

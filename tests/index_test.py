@@ -76,7 +76,7 @@ def main():
         places = ", ".join(sorted(place for other, place in declared if other == name))
         complaints.append(f"{PAGE}:{rows[name, header]}: `{name}` is not declared in {header}, " +
                           (f"but in {places}" if places else "nor in any other header"))
-    # Two numbers that a broken search would not reach.
+    # A search that is broken would find fewer.
     if len(declared) < 100 or len({header for _, header in declared}) < 25:
         complaints.append(f"only {len(declared)} functions found in the headers; mend {__file__}")
     print("\n".join(complaints) or f"{len(declared)} functions, all in the index")

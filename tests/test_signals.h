@@ -89,7 +89,7 @@ inline uint64_t hash_words(uint64_t hash, const pcm &samples) {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kSampleRateHz = kSecond;
 
-// A single-precision figure of the library, for a judgement in double precision.
+// Widens a single-precision value of the library, to be judged in double precision.
 inline double wide(float x) {
   return static_cast<double>(x);
 }

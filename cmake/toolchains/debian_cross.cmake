@@ -4,8 +4,8 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 
-# Debian's cross compilers know their headers and libraries without a sysroot: what they link to lies
-# in <root>/lib. Emulated programs find their loader and libraries below the same root.
+# Debian's cross compilers know their headers and libraries without a sysroot: the libraries are in
+# <root>/lib. Emulated programs find their loader and libraries below the same root.
 execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
                 OUTPUT_VARIABLE target_libc OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT IS_ABSOLUTE "${target_libc}")

@@ -1,4 +1,4 @@
-// Frame forming, hop collecting and block output.
+// Forms frames, collects hops and emits blocks.
 #include "interface/cache_buffer.h"
 
 #include <cstring>
@@ -39,9 +39,9 @@ struct pcm_range {
   float highest;
 };
 
-// Clipped to 16 bits, then truncated toward zero. No path produces a not-a-number; it would become
-// the highest sample. The range is an argument because compilers spend four instructions instead of
-// one on comparisons with constants.
+// Clips to 16 bits, then truncates toward zero. No path produces a not-a-number; it would become
+// the highest sample. The range is an argument because compilers turn each comparison with a
+// constant into four instructions instead of one.
 SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count,
                                 pcm_range range) {
   for (int32_t i = 0; i < count; ++i) {
@@ -74,10 +74,6 @@ SE_BF_RARELY_RUN int32_t se_catch_buf_get_offset(const catch_buf *cb) {
   return cb == nullptr ? 0 : cb->out_fill;
 }
 
-bool se_catch_buf_has_room(const catch_buf *cb) {
-  return cb->out_fill + cb->out_channels * cb->hop_len <= 2 * cb->fft_len * cb->out_channels;
-}
-
 SE_BF_RARELY_RUN void se_catch_buff_uninit(catch_buf *cb) {
   if (cb == nullptr) {
     return;
@@ -103,7 +99,7 @@ int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
 
   const int32_t remaining = cb->block_len - cb->read_pos - need;
   if (remaining >= hop) {
-    // Set to this frame's intake, not advanced by it: exact for at most two frames from a block.
+    // Assigned, not added: correct because a block yields at most two frames.
     cb->read_pos = need;
     cb->staged_count = 0;
     return remaining;

@@ -1,4 +1,4 @@
-// Creation sizes and allocates, initialisation builds what depends on mode and geometry.
+// Creation fixes the sizes and allocates; initialisation builds what depends on mode and geometry.
 #include "interface/se_bf_instance.h"
 
 #include <cmath>
@@ -18,14 +18,15 @@ constexpr int32_t kSmallestFft = 64;
 // Weight update every tenth frame: 8 to 20 updates a second at the supported hops.
 constexpr int16_t kUpdateInterval = 10;
 
-// Creation arguments of the gain estimator: its code is read by nothing, its minimum gain in dB
-// only by the log-spectral rule.
+// Arguments of omlsa_init: nothing reads the mode code, and only the log-spectral rule reads the
+// minimum gain in dB.
 constexpr int32_t kGainModeCode = 2001;
 constexpr float kGainMinDb = -20.0f;
 
 constexpr int32_t kCoordinates = 3;
 
-// Chain of the instances in the pool, newest first, and the generation of the pool that it is of.
+// Chain of the instances in the pool, newest first, and the generation of the pool that it belongs
+// to.
 se_bf_inst *newest = nullptr;
 uint32_t newest_generation = 0;
 
@@ -118,7 +119,7 @@ se_bf_inst *se_bf_create(const se_bf_create_param *param) {
   if (param->num_ch_in < 1 || param->num_ch_in > kMaxChannels) {
     std::printf("ERROR: _num_ch_in=%d, which must no more than %d\n ", param->num_ch_in,
                 kMaxChannels);
-    // Empties the pool for every instance of the process, as any release does.
+    // Like any release, this empties the pool, for every instance of the process.
     tamrin_free(inst);
     return nullptr;
   }

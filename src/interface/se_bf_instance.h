@@ -6,8 +6,8 @@
 
 #include "interface/instance_record.h"
 
-// Whether the pool still holds the instance: false after any release emptied it. Reads nothing
-// through `inst`, whose memory may belong to others by then.
+// Whether the pool still holds the instance: false once any release has emptied it. Does not read
+// through `inst`: its memory may belong to another object by then.
 bool se_bf_instance_alive(const se_bf_inst *inst);
 
 #endif  // TM_SE_BF_INTERFACE_SE_BF_INSTANCE_H

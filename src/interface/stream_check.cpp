@@ -1,4 +1,4 @@
-// Judgement of configurations and calls.
+// Decides which configurations and calls can be streamed.
 #include "interface/stream_check.h"
 
 namespace {
@@ -7,11 +7,11 @@ namespace {
 // dry.
 constexpr int32_t kSupportedHops[] = {160, 192, 320};
 
-// Repeats a sample every 79 blocks and fills the output store after some 50 s.
+// Repeats a sample every 79 blocks, and fills the output store after about 53 s.
 constexpr int32_t kLossyHop = 159;
 
-// The mistakes that were told since an instance was made; of the process, for a call without an
-// instance has none to keep it.
+// Mistakes that were reported since the last instance was made, one bit each. They are kept per
+// process: a call without an instance has no record to keep them in.
 uint32_t told_mistakes = 0;
 
 const char *mistake_text(call_mistake mistake) {
@@ -75,7 +75,8 @@ int32_t stream_check_config(const se_bf_inst *inst) {
         "se_bf_init: use a positive multiple of 320 for samples_per_call; se_bf_do writes silence "
         "with",
         inst->samples_per_call);
-    // Without a sample there is nothing to refuse: such calls only let the fault levels decay.
+    // A call without samples is not refused: it has no output, and only lets the fault levels
+    // decay.
     return inst->samples_per_call < 1 ? SE_BF_STREAM_READY : SE_BF_STREAM_REFUSED;
   }
   if (!complete(inst)) {

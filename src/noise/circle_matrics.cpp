@@ -6,7 +6,7 @@
 
 namespace {
 
-// Strict, so that a not-a-number in `minimum` stays.
+// The comparison is strict, so that a not-a-number in `minimum` stays and one in `x` is skipped.
 SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x, int32_t n) {
   for (int32_t j = 0; j < n; ++j) {
     minimum[j] = minimum[j] > x[j] ? x[j] : minimum[j];

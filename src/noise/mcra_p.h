@@ -3,9 +3,10 @@
 // enhancement", 2002).
 //
 // The noisy power is smoothed over time and its minimum is tracked over 8 sub-windows of 15 frames
-// plus the current one. A bin whose smoothed power stands well above that minimum counts as speech,
-// and the noise estimate is updated only as far as speech is absent. During the first 14 frames the
-// minimum equals the smoothed power, so no bin counts as speech and the estimate follows the input.
+// plus the current one. A bin whose smoothed power is well above that minimum counts as speech. The
+// less likely speech is, the faster the noise estimate follows the noisy power. During the first 14
+// frames the minimum equals the smoothed power, so no bin counts as speech and the estimate follows
+// the input.
 //
 // Vectors have K floats, one per bin; powers are squared spectral magnitudes.
 #ifndef TM_SE_BF_NOISE_MCRA_P_H

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Truncates toward zero; saturates, and takes not-a-number as 0, so that every processor gives the
-// same words.
+// Truncates toward zero and saturates; not-a-number becomes 0. So every processor gives the same
+// words.
 int32_t float_to_q31(float x) {
   if (x >= kQ31Limit) {
     return INT32_MAX;
@@ -21,7 +21,7 @@ int32_t float_to_q31(float x) {
   return x == x ? static_cast<int32_t>(x) : 0;
 }
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. A not-a-number never wins.
+// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
 float block_scale(const float *in, int32_t count) {
   float peak = 0.0f;
   for (int32_t i = 0; i < count; ++i) {
@@ -82,7 +82,7 @@ bool scalar_inverse(fft_setup *setup, const float *in, const float *window, floa
   }
 
   to_q31(in, scale, setup->spectrum_q31, n);
-  // The inverse reads bins 0 to N/2: the Nyquist pair behind the packed spectrum is nothing.
+  // The inverse reads bins 0 to N/2. Bin N/2, behind the packed spectrum, is set to 0.
   for (int32_t i = n; i < 2 * n; ++i) {
     setup->spectrum_q31[i] = 0;
   }
@@ -95,7 +95,7 @@ bool scalar_inverse(fft_setup *setup, const float *in, const float *window, floa
   return true;
 }
 
-// What becomes of a block that has no finite scale.
+// Result of a block that has no finite scale.
 void silence(float *out, int32_t count) {
   std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
 }

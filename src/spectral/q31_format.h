@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-// The word that would stand for 1.0, the first one beyond the 32-bit range.
+// The word of 1.0, which is the first integer beyond the 32-bit range.
 constexpr double kQ31One = 2147483648.0;
 constexpr float kQ31Limit = static_cast<float>(kQ31One);
 
@@ -14,7 +14,7 @@ constexpr float kQ31Limit = static_cast<float>(kQ31One);
 // leaves the range.
 constexpr float kBlockPeakQ31 = kQ31Limit / 4.0f;
 
-// One half of the kept word's last place: rounds a 64-bit product to its high word.
+// Half a unit of the high word: added to a 64-bit product, it rounds the high word to nearest.
 constexpr int64_t kQ31RoundHalf = int64_t{1} << 31;
 
 #endif  // TM_SE_BF_SPECTRAL_Q31_FORMAT_H

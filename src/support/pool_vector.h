@@ -1,4 +1,4 @@
-// Vectors in the static pool: taking, copying and releasing them.
+// Takes vectors from the static pool, copies them and releases them.
 #ifndef TM_SE_BF_SUPPORT_POOL_VECTOR_H
 #define TM_SE_BF_SUPPORT_POOL_VECTOR_H
 

@@ -19,7 +19,8 @@ void *tamrin_malloc(int32_t size) {
     std::puts("using static buffer for malloc");
   }
 
-  // Unsigned: a negative size counts as a huge one instead of moving the position backwards.
+  // Unsigned, because position and size may add up to more than INT32_MAX. A negative size would
+  // wrap around and move the position backwards: it is refused on its own.
   const uint32_t position = static_cast<uint32_t>(kStaticMemoryPosition);
   const uint32_t sum = position + static_cast<uint32_t>(size);
   if (size < 0 || sum > static_cast<uint32_t>(kStaticMemorySize)) {
@@ -28,7 +29,7 @@ void *tamrin_malloc(int32_t size) {
     return nullptr;
   }
 
-  // Position and capacity are multiples of the granule, so the rounded block still fits.
+  // Position and capacity are multiples of the alignment, so the rounded block still fits.
   const int32_t remainder = size % kPoolAlignment;
   const int32_t rounded = remainder == 0 ? size : size + kPoolAlignment - remainder;
 

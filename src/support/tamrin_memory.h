@@ -1,9 +1,9 @@
 // The static memory pool from which every object of the library is taken, and the diagnostic
 // printers.
 //
-// One process-wide array is handed out by a bump allocator: allocation moves a position forward,
-// releasing anything moves it back to the start. Blocks carry no header, nothing is returned to the
-// operating system, and the heap is never used. Not protected against concurrent use.
+// A bump allocator hands out one process-wide array: an allocation moves a position forward, and
+// the release of any block moves it back to the start. Blocks carry no header, nothing is returned
+// to the operating system, and the heap is never used. Not protected against concurrent use.
 //
 // Blocks start at multiples of 4 bytes, so a record with pointers may start at an address that is 4
 // modulo 8 on a 64-bit machine. Records that live in the pool are therefore declared under
@@ -30,23 +30,23 @@ extern int32_t kStaticMemoryPosition;
 // on standard error, when the pool cannot hold the request or the size is negative.
 void *tamrin_malloc(int32_t size);
 
-// Returns `ptr` when the old size suffices, else a fresh zero-filled block. Deliberately neither
-// copies the old contents nor gives the old block back: the caller does what it needs. Only tests
-// call it.
+// Returns `ptr` when the old size suffices, else a fresh zero-filled block, or null when the pool
+// cannot hold it. Deliberately neither copies the old contents nor releases the old block: the
+// caller copies what it needs. Only tests call it.
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size);
 
 // Empties the whole pool, whatever the argument: every block of every instance is released at once.
 void tamrin_free(const void *ptr);
 
-// Number of the pool's current filling, from 1: changes whenever a release empties a pool in use,
-// and so tells a live block from one that has been given up.
+// Generation of the pool, from 1. It grows by one whenever a release empties a pool that is in use.
+// A block is live only as long as the generation is still the one in which the block was taken.
 uint32_t tamrin_generation();
 
 // Prints the message on standard output and ends the process with status 1. Only tests call it.
 [[noreturn]] void tamrin_fatal(const char *msg);
 
-// Print a warning, with an integer behind it in the second form, on standard error; return the
-// number of characters printed.
+// Print a warning on standard error, in the second form followed by an integer; return the number
+// of characters printed.
 int tamrin_warning(const char *msg);
 int tamrin_warning_int(const char *msg, int value);
 

@@ -14,7 +14,8 @@ TEST(SelfTest, PrintsItsReportLineForLine) {
       "####\t\\[mean,max\\]=\\[\\d+\\.\\d{2},\\d+\\.\\d{2}\\]/160\\(ms\\)\t####\n"
       "####\trtf =\\d+\\.\\d{2}%  \tmax_rtf=\\d+\\.\\d{2}%\t####\n##-{53}##\n"
       "(se_type= (.*): similarity=(-?[01]\\.\\d{6}, pwr_sim=\\d\\.\\d{6})\n)");
-  // In step with the reference is only its own type and hop; the latency of 4096 lies beyond it.
+  // Only the type and hop of the reference agree with it; the latency of hop 4096 is beyond its
+  // end.
   const struct {
     const char *type;
     int32_t hop;

@@ -1,6 +1,6 @@
 // The memory pool for address-sanitized programs: the same accounting and alignment as the
-// library's, but a poisoned gap behind every block, so that a run over the end of one array into
-// the next one, which the plain pool hides, is caught. What an emptied pool held is poisoned with
+// library's, but with a poisoned gap behind every block. A run over the end of one array into the
+// next is caught here, while the plain pool hides it. What an emptied pool held is poisoned with
 // its next use.
 #include <sanitizer/asan_interface.h>
 
@@ -12,8 +12,8 @@ int32_t kStaticMemoryPosition = 0;
 
 namespace {
 
-// Gaps are four times as long as the blocks before them. Being odd, the spread keeps the alignment
-// of the library's pool.
+// A block starts at kSpread times its offset in the library's pool, so the gap behind it is four
+// times as long as the block. The factor is odd, so that blocks are not aligned better than there.
 constexpr int32_t kSpread = 5;
 
 alignas(8) uint8_t memory[kSpread * kStaticMemorySize];

@@ -10,7 +10,7 @@
 static constexpr size_t BLOCK = 320;
 static constexpr size_t SECOND = kSecond;
 
-// A talker in noise as loud as he is, so that no block is silent.
+// A talker in noise of the same level, so that no block is silent.
 static pcm make_sound(size_t frames, uint32_t seed) {
   return to_words(microphones(seed, frames, 3000.0));
 }

@@ -50,7 +50,8 @@ TEST(Fault, FadedMicrophoneIsRepairedBeyondFortyDecibelsWithoutAGap) {
   }
 }
 
-// With a channel dead from the start, or two that are equal, the calls are those of one channel.
+// With a channel dead from the start, or with equal channels, the output is that of a one-channel
+// instance.
 TEST(Fault, DeadOrEqualChannelsGiveTheSingleChannelOutput) {
   const wave x = microphones(61, kSecond, 100.0)[0];
   const pcm expected = run_stream({1, 320, 192, SE_BF_MODE_OMLSA}, to_words({x}));

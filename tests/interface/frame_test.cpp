@@ -1,4 +1,4 @@
-// What a frame passes through beside the transform: block buffer, power, gains, beamformer, and the
+// The steps of a frame besides the transform: block buffer, power, gains, beamformer, and the
 // levels of the microphones, each against a plain computation.
 #include <gtest/gtest.h>
 
@@ -92,7 +92,7 @@ TEST(BlockBuffer, ClipsTruncatesAndTellsWhenItIsFull) {
   EXPECT_EQ(se_catch_buf_get_offset(nullptr), 0);
 }
 
-// DC and Nyquist are the parts of each channel's entry 0.
+// DC and Nyquist are the real and the imaginary part of each channel's entry 0.
 TEST(PackedSpectrum, MeanPowerAndRealGainMatchStdComplex) {
   for (const size_t bins : {size_t{2}, size_t{3}, size_t{5}, size_t{13}, size_t{129}}) {
     const size_t stride = bins - 1;
@@ -177,8 +177,9 @@ void forget_levels() {
   }
 }
 
-// Beyond 2^24 additions in single precision round. The other channel has the very sum of the plain
-// loop, from steps that need no rounding: equal levels are a fault without a copy.
+// Above 2^24, additions in single precision are rounded. One channel is noise, whose plain sum is
+// rounded in this way. The other has the same sum, built from samples that need no rounding. If the
+// library adds in the order of the samples, the levels are equal: a fault without a copy.
 TEST(Levels, AreSumsInSinglePrecisionInTheOrderOfTheSamples) {
   for (const size_t count :
        {size_t{300}, size_t{1600}, size_t{2560}, size_t{20480}, size_t{200000}}) {
@@ -219,7 +220,8 @@ TEST(Levels, FortyDecibelsApartAndSilenceCountAsAFault) {
     EXPECT_EQ(is_one_channel_brocken(0, words.data(), kPairs), c.fault)
         << c.level[0] << " and " << c.level[1];
     EXPECT_EQ(difference(words, expected), "") << c.level[0] << " and " << c.level[1];
-    // Levels decay by a tenth a call, and below 1e-10 are silence: 3200 times 0.9^296 is.
+    // Levels decay by a tenth per call and count as silence below 1e-10. 3200 times 0.9^296 is
+    // below.
     for (int32_t call = 1; c.fault == 0 && call < 300; ++call) {
       EXPECT_EQ(is_one_channel_brocken(0, words.data(), 0), call < 296 ? 0 : 1) << call;
     }

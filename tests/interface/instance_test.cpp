@@ -32,7 +32,8 @@ TEST(Instance, EverySupportedConfigurationFitsThePoolAndSteersToThePlaneWave) {
           make_instance({2, 320, h.hop, SE_BF_MODE_MVDR, 0.04f, static_cast<float>(doa)});
       EXPECT_LE(kStaticMemoryPosition, (h.fft_len == 512 ? 66820 : 35076) + 32632);
       for (int32_t entry = 0; entry < 2 * inst->num_bins; ++entry) {
-        // A talker at 0 degrees lies beyond microphone 0, which hears him before the centre does.
+        // A talker at 0 degrees is on the side of microphone 0, so the sound reaches it before the
+        // centre.
         const double later_s = (entry % 2 - 0.5) * kSpacing * std::cos(doa * kPi / 180.0) / 343.0;
         const double hertz = entry / 2 * kSampleRateHz / h.fft_len;
         const auto expected = std::polar(std::sqrt(0.5), -2.0 * kPi * hertz * later_s);
@@ -45,8 +46,8 @@ TEST(Instance, EverySupportedConfigurationFitsThePoolAndSteersToThePlaneWave) {
   }
 }
 
-// A part in a pool that ends after every word of it is made whole or refused; nothing at all and a
-// record without vectors are released like a whole one.
+// Makes a part in pools of every size up to the one that it needs: it must be complete, or null.
+// The release must accept a complete record, null, and a record without vectors.
 template <typename record, typename maker>
 void judge_part(maker make, std::initializer_list<void (*)(record *)> releases) {
   tamrin_free(nullptr);
@@ -98,7 +99,7 @@ TEST(Instance, PartsAreRefusedWhereThePoolEndsAndTakeNothingForAnAnswer) {
   }
 }
 
-// A handle is stale once the pool was emptied, also where a new instance has taken the memory.
+// A handle is stale once the pool was emptied, even if a new instance uses the same memory.
 TEST(Instance, StaleHandlesReachNothingAndOneChannelStaysInItsMode) {
   const se_bf_init_param scene = {SE_BF_MODE_MEAN, 0.05f, 30.0f};
   pcm in(640, 7700);
@@ -172,8 +173,8 @@ TEST(Instance, NoSignalLeavesAnythingNotFinite) {
   }
 }
 
-// Every order of two modes, an unknown one among them. Speech probabilities decay into denormals in
-// mode OMLSA; the mode changes in the talker's pauses, later from pair to pair.
+// Every ordered pair of modes, including an unknown one. Speech probabilities decay into denormals
+// in mode OMLSA; the mode changes in the talker's pauses, later from pair to pair.
 TEST(Instance, NoOrderOfModesLeavesAnythingNotFinite) {
   constexpr int32_t kLargestGain = 2;  // of the beamformer: 3 dB and its ripple
   const pcm in = to_words(microphones(91, 36480, 15.0));
@@ -191,9 +192,9 @@ TEST(Instance, NoOrderOfModesLeavesAnythingNotFinite) {
   se_bf_destroy(inst);
 }
 
-// Prints the hash of all output, too. The sound, in integer arithmetic, is that of a talker who
-// pauses for a third of the time, in noise; microphone 1 hears him later. Speed is
-// judged where a span is an hour, which is too long for the clock to scatter.
+// Also prints the hash of all output. The sound, made in integer arithmetic, is a talker in noise
+// who pauses for a third of the time and reaches microphone 1 later. Speed is judged only if a span
+// is an hour: over shorter spans the measured time scatters too much.
 TEST(Instance, HoursOfAudioChangeNeitherPoolNorLevelNorSpeed) {
   constexpr int32_t kSpans = 24;
   constexpr int32_t kCalls = TM_SE_BF_ENDURANCE_SECONDS / kSpans * (kSecond / kBlockLen);

@@ -1,4 +1,5 @@
-// Configurations and calls that cannot be streamed: a message, silence, no foreign memory touched.
+// Configurations and calls that cannot be streamed: a message, silence, and no access beyond the
+// caller's buffers.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -21,8 +22,9 @@ pcm guarded(int32_t count, int16_t value = 0x5A5A) {
   return memory;
 }
 
-// Creates, initialises unless the mode is 0, and makes three calls that must touch nothing but
-// their output. What cannot be streamed gives silence and is told once, as is a hop of 159.
+// Creates an instance, initialises it unless the mode is 0, and makes three calls, which must write
+// to nothing but their output. What cannot be streamed gives silence and one message; a hop of 159
+// gives the message only.
 void expect_calls(const stream_setup &setup, int32_t latency, bool silent, const char *message) {
   SCOPED_TRACE(testing::Message() << "hop " << setup.hop << ", call " << setup.samples_per_call);
   const se_bf_create_param sizes = {setup.channels, setup.samples_per_call, setup.hop};
@@ -95,7 +97,7 @@ TEST(Refusal, CallsInTheWrongOrderAreNamedAndTouchNothing) {
   EXPECT_EQ(difference(in, guarded(640)), "");
   EXPECT_EQ(difference(out, guarded(320)), "");
 
-  // Initialising again takes from the pool again, until there is no room.
+  // Each initialisation takes memory from the pool, until there is no room.
   se_bf_inst *inst = make_instance(kBeamformer);
   for (int32_t i = 0; i < 4; ++i) {
     se_bf_init(inst, &scene);
@@ -108,7 +110,8 @@ TEST(Refusal, CallsInTheWrongOrderAreNamedAndTouchNothing) {
   }
   se_bf_destroy(inst);
   const std::string errors = testing::internal::GetCapturedStderr();
-  // From two rounds and a full pool; of calls that hosts repeat, the first in each round.
+  // Messages of the two rounds above and of the full pool. Of calls that hosts repeat, only the
+  // first in each round has a message.
   const std::pair<const char *, ptrdiff_t> causes[] = {
       {"se_bf_create: param is null", 1},
       {"se_bf_init: param is null", 2},

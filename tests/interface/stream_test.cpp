@@ -1,5 +1,5 @@
-// The processing call through the public header: delay, gain, modes, call lengths and what they
-// buy.
+// The processing call through the public header: delay, gain, modes, call lengths, and how much the
+// modes improve the sound.
 #include <gtest/gtest.h>
 
 #ifdef __SSE2__
@@ -13,7 +13,7 @@ namespace {
 constexpr size_t kCount = 16 * kSecond;
 constexpr size_t kSettled = kCount / 2;
 
-// Output of the settled half, and what of the source it should hold.
+// SI-SDR of the settled half of the output against the delayed source.
 double settled_sdr_db(const wave &source, const pcm &out, int32_t delay) {
   return sdr_db(part(source.shift(-delay), kSettled, kCount), part(out, kSettled, kCount));
 }
@@ -42,7 +42,7 @@ TEST(Stream, MeanCopyAndUnknownModesPassWhatTheyShould) {
       expect_delayed({2, 320, h.hop, unknown}, 320 - h.hop);
     }
   }
-  // A copy needs no blocks: any hop and any call length will do.
+  // The copy of mode 6003 is not cut into blocks: any hop and any call length will do.
   expect_delayed({2, 100, 7, SE_BF_MODE_MONO}, 0);
 }
 
@@ -114,7 +114,8 @@ TEST(Stream, SilenceStaysSilentAndCallLengthAndHighBitsDoNotMatter) {
   }
 }
 
-// Speech, digital silence and sound of a few steps; a run before sets the detector's levels.
+// Speech, digital silence, and sound of a few quantisation steps. A first run sets the levels of
+// the fault detector, so that the two compared runs start alike.
 TEST(Stream, FlushingDenormalsChangesNothingAsLongAsTheModeStays) {
 #ifndef __SSE2__
   GTEST_SKIP() << "knows only the control register of x86";

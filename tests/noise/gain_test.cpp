@@ -71,8 +71,8 @@ constexpr struct {
                  return do_mmse_map(bins, power, noise);
                }}};
 
-// Frames of eight bins, from common levels and from either side of each rule's limits: what eta
-// they start from, then powers, noises and speech probabilities.
+// Frames of eight bins: the eta that they start from, then powers, noises and speech probabilities.
+// Some bins have common levels; the others lie on either side of a limit of a rule.
 constexpr struct {
   float eta[8];
   float power[8];
@@ -83,13 +83,13 @@ constexpr struct {
      {1.0f, 0.01f, 0.5f, 4.0f, 30.0f, 4000.0f, 1e6f, 3.0f},
      {1.0f, 1.0f, 0.0f, 1.0f, 2.0f, 1.0f, 1.0f, 5.0f},
      {0.0f, 0.3f, 0.0f, 0.91f, 0.99f, 0.9999f, 0.9995f, 0.97f}},
-    // A noise about its floor; a prior SNR of 0 (v = 0); speech probability and prior SNR about
-    // their limits for certain speech: 316.2 and 316.3.
+    // Noise near its floor; a prior SNR of 0 (v = 0); speech probability and prior SNR near their
+    // limits for certain speech: prior SNRs of 316.2 and 316.3.
     {{1.0f, 1.0f, 0.0f, 0.0f, 332.85f, 332.95f, 332.95f, 332.95f},
      {1e-6f, 1e-6f, 1.0f, 0.7f, 0.5f, 0.5f, 0.5f, 0.5f},
      {1e-6f, 1.3e-6f, 1.0f, 1.0f, 1.0f, 1.0f, 1.0f, 1.0f},
      {0.5f, 0.5f, 0.9f, 0.2f, 0.9995f, 0.9995f, 0.9989f, 0.9991f}},
-    // v about its limit: 4.97, 5.03; u about its own: 0.99, 1.01; x about the smallest gain.
+    // v near its limit: 4.97, 5.03; u near its limit: 0.99, 1.01; x near the smallest gain.
     {{100.0f, 100.0f, 0.51f, 0.54f, 2.0f, 2.0f, 20.0f, 0.3f},
      {5.02f, 5.08f, 0.5f, 0.5f, 0.105f, 0.115f, 7.0f, 60.0f},
      {1, 1, 1, 1, 1, 1, 1, 1},

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The first of the slices is compared first: a not-a-number in it stays, in others it is skipped.
+// A not-a-number in the first slice stays; in any other slice it is skipped.
 TEST(SlidingMinimum, IsThatOfTheLastEightVectors) {
   const float start[] = {-1.0f, -2.0f};
   float lowest[2];
@@ -26,16 +26,16 @@ TEST(SlidingMinimum, IsThatOfTheLastEightVectors) {
   }
 }
 
-// Of frame t, counted from 1: the first frame whose smoothed power the minimum knows. The first 14
-// frames know themselves alone; later ones the current sub-window of 15 frames and the last eight
-// closed ones, each with the last frame before it.
+// First frame of the minimum window at frame t; frames count from 1. In the first 14 frames the
+// window is the frame itself. Later it is the current sub-window of 15 frames, the last eight
+// closed ones, and the one frame before the oldest of these; it never reaches back beyond frame 14.
 size_t first_in_window(size_t t) {
   const size_t closed = (t - 1) / 15;
   return t <= 14 ? t : closed <= 9 ? 14 : 15 * (closed - 8);
 }
 
-// Runs the estimator over `powers` [frames][bins] from its first frame on, beside the recursions of
-// the paper in double precision with the minimum taken over the whole window.
+// Runs the estimator over `powers` [frames][bins] from its first frame on, and compares it with the
+// recursions of the paper in double precision, whose minimum is taken over the whole window.
 void judge_estimate(mcra_state *state, const std::vector<std::vector<float>> &powers) {
   constexpr double kTolerance = 2e-5;
   const size_t bins = powers[0].size();
@@ -63,7 +63,7 @@ void judge_estimate(mcra_state *state, const std::vector<std::vector<float>> &po
   }
 }
 
-// Levels that jump by up to 30 dB and then last, longer from bin to bin.
+// Levels jump by up to 30 dB and then stay; the higher the bin, the longer they stay.
 TEST(Mcra, FollowsItsRecursionsAndResetsToTheFirstFrame) {
   constexpr size_t kBins = 13;
   uint32_t seed = 211;

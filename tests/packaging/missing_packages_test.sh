@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What scripts/packages.sh says when packages are missing and cannot be installed: programs of the same
-# names stand for the system's.
+# Checks what scripts/packages.sh says when packages are missing and cannot be installed. Programs of the
+# same names replace those of the system.
 source "$(dirname "$0")/../scratch.sh"
 bash=$(type -P bash)
 mkdir bin

@@ -18,7 +18,7 @@ reference() {
   "$tool" enhance - - --raw-channels 2 --quiet "$@" <in.raw >reference.raw
 }
 
-# same_bits COUNT: got.raw holds COUNT samples of the reference behind the latency.
+# same_bits COUNT: got.raw holds COUNT samples of the reference after the latency.
 same_bits() {
   [[ $(stat -c %s got.raw) == $((2 * (LATENCY + $1))) ]]
   cmp -n 640 got.raw /dev/zero

@@ -1,4 +1,4 @@
-"""Many files: what is taken from folders, which results are made anew, and who gets a name."""
+"""Many files: what is taken from folders, which results are made anew, and which input gets a name."""
 import os
 import pathlib
 import re

@@ -1,4 +1,4 @@
-"""Sound files of every kind: whole, cut off, damaged, and longer than their format can tell."""
+"""Sound files of every kind: whole, cut off, damaged, and longer than their format can state."""
 import os
 import pathlib
 import signal

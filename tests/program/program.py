@@ -69,18 +69,19 @@ def compile_library(path, source):
 
 
 def without_rights():
-    """Words before a command: rights of files bind root, too."""
+    """Words to put before a command, so that file permissions bind root, too."""
     root = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
     return root if os.geteuid() == 0 else []
 
 
 def limited(what, count):
-    """Settings of a run with a limit, as of resource.setrlimit; one of file sizes acts as a full disk."""
+    """Settings that run a program with a limit (resource.setrlimit); a limit of the file size acts as a
+    full disk."""
     return {"preexec_fn": lambda: resource.setrlimit(what, (count, count))}
 
 
 def wait_for(condition):
-    """What the condition gives as soon as it gives something."""
+    """Waits until the condition gives something, and returns that."""
     while not (found := condition()):
         time.sleep(0.01)
     return found

@@ -60,9 +60,12 @@ TEST(Sound, AFileThatIsFullHoldsWhatFits) {
     sound_writer writer = make_writer(name, &format, file.fd);
     const std::vector<int16_t> pcm = ramp(1500);
     ASSERT_TRUE(writer_open(&writer));
-    EXPECT_TRUE(writer_write(&writer, pcm.data(), 700) && !writer.full) << name;
-    EXPECT_TRUE(writer_write(&writer, pcm.data() + 700, 800) && writer.full) << name;
-    EXPECT_TRUE(writer_write(&writer, pcm.data(), 800) && writer_finish(&writer)) << name;
+    EXPECT_TRUE(writer_write(&writer, pcm.data(), 700)) << name;
+    EXPECT_FALSE(writer.full) << name;
+    EXPECT_TRUE(writer_write(&writer, pcm.data() + 700, 800)) << name;
+    EXPECT_TRUE(writer.full) << name;
+    EXPECT_TRUE(writer_write(&writer, pcm.data(), 800)) << name << ", which is full";
+    EXPECT_TRUE(writer_finish(&writer)) << name;
     int64_t frames = 0;
     EXPECT_EQ(read_back(file.fd, &frames), ramp(1000)) << name;
     writer_abort(&writer);

@@ -105,14 +105,15 @@ TEST(Matrix, OperationsMatchStdComplex) {
 TEST(Matrix, InverseAndEigenvectorOfDegenerateMatrices) {
   const struct {
     words a;
-    vector inverse;  // empty: -1, and nothing is written
+    vector inverse;  // empty: the function returns -1 and writes nothing
     vector principal;
   } cases[] = {
       {{{2, 0}, {0, 1}, {0, -1}, {2, 0}},
        {2 / 3., {0, -1 / 3.}, {0, 1 / 3.}, 2 / 3.},
        {{0, kHalf}, kHalf}},
       {{{3, 9}, {1, 1}, {3, 1}, {3, 9}}, {0.6, -0.4, -0.4, 0.6}, {{0.5, 0.5}, kHalf}},
-      // Singular, by the sum of the real parts; the second one is not Hermitian: 2 + 2 + 2 + 3.
+      // Singular: divided by the sum of the real parts. The second one is not Hermitian: A01 is
+      // averaged first, A10 counts as given, so the sum is 2 + 2 + 2 + 3.
       {{{1, 0}, {1, 0}, {1, 0}, {1, 0}}, {0.25, -0.25, -0.25, 0.25}, {kHalf, kHalf}},
       {{{2, 0}, {1, 1}, {3, 1}, {2, 0}}, {2 / 9., -2 / 9., -2 / 9., 2 / 9.}, {{0.5, 0.5}, kHalf}},
       {{{1, 0}, {-1, 0}, {-1, 0}, {1, 0}}, {}, {-kHalf, kHalf}},
@@ -133,7 +134,7 @@ TEST(Matrix, InverseAndEigenvectorOfDegenerateMatrices) {
     chmat_principal_ev_dim2(out.data(), c.a.data());
     EXPECT_TRUE(near(out, c.principal));
   }
-  // Equal levels with next to no coherence, where the discriminant is rounded below zero.
+  // Equal levels and hardly any coherence, where rounding makes the discriminant negative.
   uint32_t seed = 151;
   for (int32_t round = 0; round < 1000; ++round) {
     const float level = 1.0f + 1e-6f * static_cast<float>(uniform(&seed));
@@ -148,10 +149,11 @@ vector widen(const hermitian_lanes &m, size_t lane) {
   return {wide(m.first[lane]), cross, std::conj(cross), wide(m.second[lane])};
 }
 
-// From the sums that a stream has left: the steering is the principal eigenvector S d = l d of the
-// speech covariance, and the weights are Capon's, R w ~ d and w^H d = 1.
+// After a stream, by the sums that it has left: the steering vector is the principal eigenvector of
+// the speech covariance, S d = lambda d, and the weights are Capon's: R w is a multiple of d, and
+// w^H d = 1.
 TEST(Mvdr, WeightsAreCaponsForTheTrackedSteering) {
-  constexpr size_t kBlocks = 300;  // in frames a multiple of the ten between two updates
+  constexpr size_t kBlocks = 300;  // a multiple of ten frames at all hops: the last one updates
   for (const hop_figures &h : kHops) {
     const stream_setup setup = {2, 320, h.hop, SE_BF_MODE_MVDR};
     pcm in = to_words(microphones(161, kBlocks * 320, 300.0));
@@ -185,8 +187,8 @@ vector sums_of(const mvdr_evd_state *state, size_t k) {
           R[0], R[1], R[2], R[3], wide(state->noise_weight[k])};
 }
 
-// DC and Nyquist are the parts of entry 0. A rescale after twelve hours leaves half an hour of all
-// bins but DC, and nothing where no frame was counted.
+// DC and Nyquist are the two parts of entry 0. A rescale after twelve hours leaves the weight of
+// half an hour in all bins but DC; a rescale when no frame was counted leaves nothing there.
 TEST(Mvdr, SumsAreMaskedAndRescaledForAnyNumberOfBins) {
   for (const int32_t bins : {1, 2, 3, 5, 8, 9, 10, 33, 129}) {
     tamrin_free(nullptr);
@@ -239,7 +241,7 @@ TEST(Mvdr, FramesCountTowardsUpdateAndRescale) {
     mvdr_evd_psd_sta(state, x.data(), probs.data());
     mvdr_count_frame(state, 10);
     SCOPED_TRACE(frame);
-    // Of the speech covariance, all of whose entries are 5, the steering is the mean.
+    // All entries of the speech covariance are equal, so both entries of its eigenvector are, too.
     const vector d = frame < 10 ? vector{{0, 0.5}, {0, 0.5}} : vector{kHalf, kHalf};
     EXPECT_TRUE(near(widen(state->steering + 2, 2), d));
     EXPECT_NEAR(wide(state->noise_weight[1]), frame < 13 ? 0.75 * frame : 9.75 / 24.0, kTolerance);
@@ -248,15 +250,16 @@ TEST(Mvdr, FramesCountTowardsUpdateAndRescale) {
   EXPECT_EQ(state->rescale_count, 1800 * 100);
 }
 
-// With no usable sum a bin keeps its steering. Opposite channels, a response up to 1e-15 and one
-// below zero leave it the mean of the microphones, and DC keeps what it began with.
+// A bin without a usable sum keeps its steering vector. Opposite channels, a response of at most
+// 1e-15 and a negative response give the scaled sum of the microphones. DC keeps its initial
+// weights.
 TEST(Mvdr, DegenerateBinsAndDcFallBack) {
   const words steering(18, {0.7f, 0.0f});
   mvdr_evd_state *state = mvdr_evd_init(2, steering.data(), 9);
   state->blocks->noise_cov = {{1, 1, 1e17f, -1}, {1, 1, 1e17f, -1}, {1, -1}, {}};
   std::fill(state->noise_weight, state->noise_weight + 4, 1.0f);
   state->speech_weight[0] = 1.0f;
-  state->speech_weight[1] = 1e-42f;  // no finite reciprocal: as good as none
+  state->speech_weight[1] = 1e-42f;  // no finite reciprocal: counts as zero
   const se_complex *weights = mvdr_update_param(state);
   EXPECT_EQ(weights, state->weights);
   EXPECT_TRUE(near(widen(state->steering, 4), {0.7, 0.7, 0.7, 0.7}));

@@ -12,11 +12,11 @@ namespace {
 
 using block = std::vector<float>;
 
-// Samples transformed in search of each stage's worst block.
+// Number of samples that are transformed in the search for each stage's worst block.
 constexpr int32_t kClimbSamples = 300000;
 
-// The peak of a block is 2^29; no stage at all may come closer to 2^31 than a factor of 2, but for
-// the rounding of some units.
+// The peak of a block is 2^29. No stage may come closer to 2^31 than a factor of 2, except by a few
+// units of rounding.
 constexpr double kLeastHeadroomBits = 0.99;
 
 // One length and direction. The scalar path is probed: the vector kernels repeat its words.
@@ -31,7 +31,7 @@ std::string name(const probe *p) {
   return std::to_string(p->setup->n) + (p->inverse ? " inverse" : " forward");
 }
 
-// Transforms a block, records its peaks and returns the one that it had in `stage`.
+// Transforms a block, records its peaks and returns its peak in `stage`.
 int64_t run(probe *p, const block &in, int32_t stage) {
   block out(in.size());
   q31_log_clear();
@@ -46,7 +46,8 @@ int64_t run(probe *p, const block &in, int32_t stage) {
   return peak[stage];
 }
 
-// Signs of the basis function of a random output value, which let all inputs add up there.
+// A block with the signs of the basis function of a random output value: all its samples add up
+// there.
 block matched_block(probe *p) {
   block x(static_cast<size_t>(p->setup->n));
   const double target = uniform(&p->seed);
@@ -72,7 +73,7 @@ void climb(probe *p, int32_t stage) {
   }
 }
 
-// Prints and judges what is left in each stage.
+// Prints and judges the headroom that is left in each stage.
 void report(const probe *p) {
   std::printf("%12s", name(p).c_str());
   const int32_t first = p->peaks[0] > 0 ? 0 : 1;  // stage 0: before the first mark

@@ -44,7 +44,7 @@ constexpr size_t HOST_FINISH_MAX = 640;      // most samples that host_finish_s1
 enum host_event_kind {
   HOST_EVENT_DEAD,          // a microphone is silent, or 40 dB weaker than the other
   HOST_EVENT_IDENTICAL,     // both channels carry the same samples
-  HOST_EVENT_EQUAL_LEVELS,  // different channels met at one level, which counts as a fault too
+  HOST_EVENT_EQUAL_LEVELS,  // different channels with the same level, which is a fault as well
   HOST_EVENT_SILENT,        // both channels are digital silence (plain only)
   HOST_EVENT_HEALED         // both microphones have been sound for HOST_HEAL_BLOCKS
 };

@@ -1,7 +1,7 @@
 // The complex transform of 128 or 256 points on planes, written once for any set of lanes.
 //
-// Arithmetic, scaling and rounding of every stage are those of q31_cfft.cpp. The bit reversal costs
-// nothing: the last stage loads its groups in reversed order.
+// Arithmetic, scaling and rounding of every stage are those of q31_cfft.cpp. The bit reversal needs
+// no pass of its own: the last stage loads its groups in bit-reversed order.
 #ifndef TM_SE_BF_SPECTRAL_VECTOR_CFFT_H
 #define TM_SE_BF_SPECTRAL_VECTOR_CFFT_H
 
@@ -39,7 +39,7 @@ complex<lanes> shift_down(complex<lanes> x) {
   return {lanes::template shift_down<kBits>(x.re), lanes::template shift_down<kBits>(x.im)};
 }
 
-// x * (cos - j sin) / 2 from truncated high words.
+// x * (cos - j sin) / 2, as sums of truncated high words.
 template <typename lanes>
 [[gnu::always_inline]] inline complex<lanes> turn_half(complex<lanes> x,
                                                        typename lanes::ints cosine,
@@ -61,7 +61,7 @@ template <typename lanes>
   return {lanes::in_lane_order(re), lanes::in_lane_order(im)};
 }
 
-// What becomes of a product in a sum. Rounding is not symmetric: the sign goes in before it.
+// Sign of a product in a sum. Rounding is not symmetric, so the sign is applied before it.
 constexpr bool kPlus = false;
 constexpr bool kMinus = true;
 
@@ -104,7 +104,7 @@ void wide_stage(planes x, int32_t length, int32_t span, const int32_t *table) {
   const auto scale_sum = [](complex<lanes> value) {
     return kFirst ? value : shift_down<kMiddleStageShift>(value);
   };
-  // Turning has halved the values already.
+  // turn_half has halved these values already.
   const auto scale_turned = [](complex<lanes> value) {
     return kFirst ? add(value, value) : shift_down<kMiddleStageShift - 1>(value);
   };
@@ -122,8 +122,8 @@ void wide_stage(planes x, int32_t length, int32_t span, const int32_t *table) {
   }
 }
 
-// Middle stage over groups of 16 points, whose quarters are four values: a vector takes the same
-// quarter of as many groups as it holds.
+// Middle stage over groups of 16 points. A quarter of a group is four values: a vector of eight
+// takes the same quarter of two groups.
 template <typename lanes>
 void narrow_stage(planes x, int32_t length) {
   constexpr int32_t kSpan = 16;
@@ -162,13 +162,13 @@ static constexpr int32_t reversed(int32_t i, int32_t bits) {
   return result;
 }
 
-// Last stage of kLength points, over groups of four: gives outputs k .. k + kWidth - 1 of each
+// Last stage of kLength points, over groups of four. Returns outputs k .. k + kWidth - 1 of each
 // quarter of the spectrum, in natural order.
 //
-// Output k of every quarter comes from one group, whose number is k with its bits reversed. Outputs
-// k to k + 3 differ in the lowest two bits of k, so their groups lie at a base and 1/2, 1/4 and 3/4
-// of all groups beyond it. A vector of eight also holds the next four outputs; their groups lie 1/8
-// further on.
+// Output k of all four quarters comes from one group, whose number is k with its bits reversed.
+// Outputs k, k + 1, k + 2 and k + 3 differ in the lowest two bits of k only. Reversed, these are
+// the highest bits, so the four groups are a base, and the base plus 1/2, 1/4 and 3/4 of kGroups. A
+// vector of eight also holds the next four outputs; their groups are 1/8 of kGroups further on.
 template <typename lanes, int32_t kLength>
 [[gnu::always_inline]] inline quad<lanes> last_stage(planes x, int32_t k) {
   constexpr int32_t kGroups = kLength / 4;
@@ -202,7 +202,7 @@ void transform_256(planes x, planes out) {
   }
 }
 
-// Half of the radix-2 stage of 128 points: inputs scaled by 1/4, the difference turned with
+// Half of the radix-2 stage of 128 points: inputs scaled by 1/4, the difference rotated with
 // rounding and doubled. The cosine is positive in the first quarter turn and negative in the
 // second.
 template <typename lanes, bool kSecondQuarter>
@@ -237,7 +237,7 @@ void transform_128(planes x, planes out) {
   wide_stage<lanes, true>(x, 2 * kHalf, kHalf, q31_stage_64.planes);
   narrow_stage<lanes>(x, 2 * kHalf);
 
-  // The halves give the even and the odd outputs; both are doubled.
+  // The two halves give the even and the odd outputs, which are doubled here.
   const auto store_doubled = [&](int32_t k, complex<lanes> even, complex<lanes> odd) {
     const complex<lanes> e = add(even, even);
     const complex<lanes> o = add(odd, odd);

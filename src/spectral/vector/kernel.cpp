@@ -4,7 +4,7 @@
 namespace {
 
 #if defined(TM_SE_BF_CHECK_Q31)
-constexpr bool kUseVectors = false;  // the checking twins are on the scalar path
+constexpr bool kUseVectors = false;  // only the scalar path has checking twins
 #else
 constexpr bool kUseVectors = true;
 #endif

@@ -1,13 +1,13 @@
-// What the vector transform asks of a processor, and what all of them share.
+// What the vector transform needs from a processor, and what all processors share.
 //
 // A set of lanes is a record of types and static functions, one record per processor:
-//   ints, floats          vectors of kWidth 32-bit integers, and of as many floats
+//   ints, floats          vectors of kWidth 32-bit integers, and of kWidth floats
 //   products              high words of products, in the order in which the multiplier leaves them;
 //                         in_lane_order makes `ints` of them, once per sum of products
 //   load, store           kWidth integers
-//   load_reversed         the kWidth integers up to the one at `last`, that one first
-//   load_fours            four integers at p and four at p + offset; so does store_fours. Lanes of
-//                         four have neither
+//   load_reversed         the kWidth integers that end at `last`, in reversed order
+//   load_fours,           four integers at p and four at p + offset; only sets of eight lanes have
+//   store_fours           them
 //   add, subtract         modulo 2^32
 //   shift_down            by kBits, toward minus infinity
 //   mul_high              high word of x y, truncated
@@ -15,22 +15,23 @@
 //                         multiplier is unsigned
 //   mul_high_round        high word of x c, rounded to nearest; c is not negative
 //   mul_high_round_negated  the same of -x c
-//   transpose             of 4 x 4 integers, four vectors of four; eight lanes hold two squares
+//   transpose             of 4 x 4 integers, the rows in four vectors; eight lanes hold two such
+//                         matrices side by side
 //   store_zipped          x[0], y[0], x[1], y[1], ...
 //   load_complex          2 kWidth floats times a scale, truncated to integers: even ones are real
 //                         parts, odd ones imaginary parts; not-a-number becomes 0
 //   interleave            re[0], im[0], re[1], im[1], ... as floats times a gain
 //   load_floats, store_floats, multiply
-//   no_peak               zeros, to begin with
+//   no_peak               zeros, the start of a search for the peak
 //   larger_magnitude      the larger of |x| and the peak; the peak where x is not a number
 //   highest               the largest of a vector's floats
 //
-// The lanes live in anonymous namespaces, and every function of these headers that leaves code
-// behind is a template over them or static. Code compiled for AVX2 therefore never stands in for
-// the like of it in a file that runs on any processor.
+// The lanes live in anonymous namespaces, and every function of these headers is a template over
+// them, or static. The linker therefore never takes a function that was compiled for AVX2 into code
+// that must run on any processor.
 //
-// The functions on vectors that are always_inline are those that the compiler would call otherwise,
-// and a call passes vectors through memory: that would cost 2 to 6 % of a frame each.
+// Functions are always_inline where the compiler would call them otherwise. A call passes vectors
+// through memory, which would cost 2 to 6 % of a frame for each of them.
 #ifndef TM_SE_BF_SPECTRAL_VECTOR_LANES_H
 #define TM_SE_BF_SPECTRAL_VECTOR_LANES_H
 
@@ -50,13 +51,13 @@ struct complex {
   typename lanes::ints im;
 };
 
-// What transpose returns: column i of the 4 x 4 values.
+// Result of transpose: v0 to v3 are the columns of the 4 x 4 values.
 template <typename lanes>
 struct columns {
   typename lanes::ints v0, v1, v2, v3;
 };
 
-// What interleave returns: 2 kWidth consecutive floats.
+// Result of interleave: 2 kWidth consecutive floats.
 template <typename lanes>
 struct float_pair {
   typename lanes::floats v0, v1;

@@ -15,8 +15,8 @@ namespace {
 struct avx2_lanes {
   using ints = __m256i;
   using floats = __m256;
-  // The order is 0, 2, 1, 3 in each half: the multiplier takes even lanes or odd lanes, and one
-  // shuffle gathers the high words of both.
+  // In lane order 0, 2, 1, 3 within each half: the multiplier takes the even or the odd lanes, and
+  // one shuffle collects the high words of both.
   struct products {
     ints words;
   };
@@ -25,8 +25,8 @@ struct avx2_lanes {
   using float_pair = q31_vector::float_pair<avx2_lanes>;
   static constexpr int32_t kWidth = 8;
 
-  // Most instructions work on each half of the vectors apart. These selectors put together the low
-  // halves of two vectors, or the high ones.
+  // Most instructions work on the two 128-bit halves of a vector separately. These selectors
+  // combine the low halves of two vectors, or the high halves.
   static constexpr int kLowHalves = 0x20;
   static constexpr int kHighHalves = 0x31;
 
@@ -125,7 +125,7 @@ struct avx2_lanes {
   static floats no_peak() {
     return _mm256_setzero_ps();
   }
-  // The instruction returns its second operand where one is not a number.
+  // The instruction returns its second operand, the peak, if either is not a number.
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm256_max_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x), peaks);
   }
@@ -134,7 +134,7 @@ struct avx2_lanes {
     const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));
     return _mm_cvtss_f32(_mm_max_ss(two, _mm_shuffle_ps(two, two, 1)));
   }
-  // The conversion makes -2^31 of not-a-number; the comparison makes it 0.
+  // The conversion turns not-a-number into -2^31; the mask of the comparison turns that into 0.
   static ints truncate(floats x) {
     const floats ordered = _mm256_cmp_ps(x, x, _CMP_ORD_Q);
     return _mm256_and_si256(_mm256_cvttps_epi32(x), _mm256_castps_si256(ordered));

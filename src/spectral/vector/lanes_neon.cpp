@@ -93,14 +93,14 @@ struct neon_lanes {
   static floats no_peak() {
     return vdupq_n_f32(0.0f);
   }
-  // The instruction returns the number where the other operand is not one.
+  // Where x is not a number, the instruction returns the peak.
   static floats larger_magnitude(floats x, floats peaks) {
     return vmaxnmq_f32(vabsq_f32(x), peaks);
   }
   static float highest(floats x) {
     return vmaxvq_f32(x);
   }
-  // The conversion truncates, and makes 0 of not-a-number.
+  // The conversion truncates toward zero and turns not-a-number into 0.
   static complex load_complex(const float *in, float scale) {
     const float32x4x2_t pairs = vld2q_f32(in);
     return {vcvtq_s32_f32(vmulq_n_f32(pairs.val[0], scale)),

@@ -14,7 +14,7 @@ namespace {
 struct sse2_lanes {
   using ints = __m128i;
   using floats = __m128;
-  using products = __m128i;  // in lane order, as the surplus below
+  using products = __m128i;  // in lane order, which the correction by `surplus` needs
   using complex = q31_vector::complex<sse2_lanes>;
   using columns = q31_vector::columns<sse2_lanes>;
   using float_pair = q31_vector::float_pair<sse2_lanes>;
@@ -44,8 +44,8 @@ struct sse2_lanes {
     return _mm_srai_epi32(x, kBits);
   }
 
-  // The multiplier is unsigned, that is it takes a negative x as x + 2^32. Its high word is then
-  // too large by y where x < 0, and by x where y < 0.
+  // The multiplier is unsigned: it takes a negative x as x + 2^32. The high word is therefore too
+  // large by y where x < 0, and by x where y < 0.
   static ints surplus(ints x, ints y) {
     return add(_mm_and_si128(_mm_srai_epi32(x, 31), y), _mm_and_si128(_mm_srai_epi32(y, 31), x));
   }
@@ -108,7 +108,7 @@ struct sse2_lanes {
   static floats no_peak() {
     return _mm_setzero_ps();
   }
-  // The instruction returns its second operand where one is not a number.
+  // The instruction returns its second operand, the peak, if either is not a number.
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm_max_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), x), peaks);
   }
@@ -116,7 +116,7 @@ struct sse2_lanes {
     const floats pairs = _mm_max_ps(x, _mm_movehl_ps(x, x));
     return _mm_cvtss_f32(_mm_max_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));
   }
-  // The conversion makes -2^31 of not-a-number; the comparison makes it 0.
+  // The conversion turns not-a-number into -2^31; the mask of the comparison turns that into 0.
   static ints truncate(floats x) {
     return _mm_and_si128(_mm_cvttps_epi32(x), _mm_castps_si128(_mm_cmpord_ps(x, x)));
   }

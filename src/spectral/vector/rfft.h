@@ -16,13 +16,13 @@
 
 namespace q31_vector {
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. A not-a-number never wins.
-// Windowed: of the block product[i] = in[i] window[i], which is stored on the way.
+// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
+// Windowed: the same for the block product[i] = in[i] window[i], which is also stored.
 template <typename lanes, bool kWindowed>
 float block_scale(const float *in, const float *window, float *product, int32_t count) {
   auto peaks = lanes::no_peak();
-  // Two vectors a round save 35 to 70 instructions a block: per vector there is little work beside
-  // the loop's own.
+  // Two vectors per iteration save 35 to 70 instructions per block: a vector needs hardly more
+  // instructions than the loop itself.
 #pragma GCC unroll 2
   for (int32_t i = 0; i < count; i += lanes::kWidth) {
     auto samples = lanes::load_floats(in + i);
@@ -36,7 +36,7 @@ float block_scale(const float *in, const float *window, float *product, int32_t 
   return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
 }
 
-// Pairs of floats, real and imaginary, to words.
+// Converts pairs of floats (real, imaginary), times scale, to planes of words.
 template <typename lanes>
 void to_q31(const float *in, float scale, planes out, int32_t pairs) {
   for (int32_t i = 0; i < pairs; i += lanes::kWidth) {
@@ -44,7 +44,8 @@ void to_q31(const float *in, float scale, planes out, int32_t pairs) {
   }
 }
 
-// Doubled words to pairs of floats, times a window of as many floats if there is one.
+// Doubles the words and converts them to pairs of floats, times gain, and times the window if there
+// is one.
 template <typename lanes>
 void from_q31(planes x, float gain, const float *window, float *out, int32_t pairs) {
   for (int32_t i = 0; i < pairs; i += lanes::kWidth) {
@@ -70,7 +71,7 @@ void complex_transform(planes x, planes out, int32_t half) {
   }
 }
 
-// Factors of the split at bins k .. k + kWidth - 1, none of them negative: Re A, |Im A|, Re B.
+// Split factors of bins k .. k + kWidth - 1: Re A, |Im A| and Re B, none of them negative.
 template <typename lanes>
 struct split_factors {
   typename lanes::ints a_re;
@@ -85,7 +86,7 @@ split_factors<lanes> load_factors(int32_t half, int32_t k) {
   return {lanes::load(table + k), lanes::load(table + half + k), lanes::load(table + 2 * half + k)};
 }
 
-// Half of the bins of the real block's spectrum, from bin 0 or from bin N/4 on, times gain:
+// Half of the bins of the real block's spectrum, starting at bin 0 or at bin N/4, times gain:
 //   X[k] = Z[k] A[k] + conj(Z[N/2 - k]) B[k], with Im B = -Im A.
 // Im A is negative in the lower half of the bins and positive in the upper.
 template <typename lanes, bool kUpper>
@@ -114,18 +115,20 @@ void split_forward_half(planes z, int32_t half, float gain, float *out) {
   }
 }
 
-// The whole spectrum. Entry 0 is not a bin of the split; it receives DC and the empty Nyquist slot.
+// The whole spectrum. The split does not give entry 0, which holds DC and the empty Nyquist slot:
+// it is overwritten at the end.
 template <typename lanes>
 void split_forward(planes z, int32_t half, float gain, float *out) {
   split_forward_half<lanes, false>(z, half, gain, out);
   split_forward_half<lanes, true>(z, half, gain, out);
-  // Both words are means of words of at most 2^29: their sum needs no wrapping.
+  // Both words are means of words of at most 2^29, so their sum cannot overflow.
   out[0] = static_cast<float>((z.re[0] + z.im[0]) >> 1) * gain;
-  // Not plain 0: a block with an infinite sample has an infinite gain, and not-a-number everywhere.
+  // Not plain 0: an infinite sample makes the gain infinite, and then this entry, like all others,
+  // must be not-a-number, as on the scalar path.
   out[1] = 0.0f * gain;
 }
 
-// Half of the points of the half-length spectrum, from point 0 or from point N/4 on:
+// Half of the points of the half-length spectrum, starting at point 0 or at point N/4:
 //   Z[k] = X[k] conj(A[k]) + conj(X[N/2 - k]) conj(B[k]).
 template <typename lanes, bool kUpper>
 void split_inverse_half(planes x, int32_t half, planes z) {
@@ -181,7 +184,7 @@ bool inverse(q31_vector_work work, int32_t n, const float *in, const float *wind
   const planes spectrum = {work.spectrum, work.spectrum + n};
   const planes half_spectrum = {work.frame, work.frame + half};
   to_q31<lanes>(in, scale, spectrum, half);
-  // The Nyquist pair behind the packed spectrum is nothing.
+  // Bin N/2, behind the packed spectrum, is 0.
   spectrum.re[half] = 0;
   spectrum.im[half] = 0;
   split_inverse_half<lanes, false>(spectrum, half, half_spectrum);

@@ -1,7 +1,8 @@
 // Tables of the vector kernels: the twiddle and split factors of q31_tables.h, each kind of factor
-// in a plane of its own, so that a vector loads neighbours.
+// in a plane of its own, so that one load fills a vector.
 //
-// Plain records: a member function would be code shared by files compiled for different processors.
+// Plain records instead of std::array: a member function would be code that files compiled for
+// different processors share.
 #ifndef TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
 #define TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
 
