@@ -24,37 +24,33 @@ constexpr int kUsageError = 2;
 constexpr int kMaxJobs = 1024;
 
 constexpr char kEnhanceHelp[] =
-    "Enhance speech recorded with one or two microphones.\n"
-    "IN and OUT are sound files. The extension of OUT names its format. Rates other than 16 kHz "
-    "are\n"
-    "converted and converted back. - is standard input or output: as IN a sound file, of which "
-    "WAV\n"
-    "is enhanced as it arrives; as OUT raw signed 16-bit little-endian PCM at 16 kHz, or the "
-    "format\n"
-    "that --format names:\n"
-    "  arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay\n"
-    "With --raw-channels, IN - is raw PCM as well.\n"
-    "OUT has one channel, is as long as IN and aligned with it to the sample.\n"
-    "With --out-dir DIR every IN is a sound file or a directory, which is searched with all its\n"
-    "subdirectories. Results keep the tree and the names in DIR; formats that cannot be written\n"
-    "become WAV (n.mp3 becomes n.wav). DIR/se_bf-results.txt records what each result was made\n"
-    "from. What is done is skipped, and what has changed is made again. A file that was made from\n"
-    "another input, or when IN was longer, stays as it is.";
+    R"(Enhance speech recorded with one or two microphones.
+IN and OUT are sound files. The extension of OUT names its format. Rates other than 16 kHz are
+converted and converted back. - is standard input or output: as IN a sound file, of which WAV
+is enhanced as it arrives; as OUT raw signed 16-bit little-endian PCM at 16 kHz, or the format
+that --format names:
+  arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay
+With --raw-channels, IN - is raw PCM as well.
+OUT has one channel, is as long as IN and aligned with it to the sample.
+With --out-dir DIR every IN is a sound file or a directory, which is searched with all its
+subdirectories. Results keep the tree and the names in DIR; formats that cannot be written
+become WAV (n.mp3 becomes n.wav). DIR/se_bf-results.txt records what each result was made
+from. What is done is skipped, and what has changed is made again. A file that was made from
+another input, or when IN was longer, stays as it is.)";
 
 constexpr char kPlotHelp[] =
-    "Draw the spectrograms of a sound file before and after enhancement into a PNG file.\n"
-    "Prints the name of the picture. A pixel shows the loudest moment of its time.\n"
-    "The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs.\n"
-    "Needs Python 3 with NumPy and Matplotlib (packages python3-numpy python3-matplotlib).";
+    R"(Draw the spectrograms of a sound file before and after enhancement into a PNG file.
+Prints the name of the picture. A pixel shows the loudest moment of its time.
+The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs.
+Needs Python 3 with NumPy and Matplotlib (packages python3-numpy python3-matplotlib).)";
 
 constexpr char kConformHelp[] =
-    "Run the self-test of the library that is loaded on this machine and judge the library.\n"
-    "Exit status 0: with type bf_mvdr and hop 192 every sample equals the stored reference, and\n"
-    "both figures of the report are 1.000000. 3: it agrees closely, but not to the bit "
-    "(similarity\n"
-    "at least 0.999, power ratio within 1 %). 1: it does not conform.\n"
-    "The figures of the other types and hops are for comparison only: without bf_mvdr at hop 192\n"
-    "there is no verdict, and the exit status is 1.";
+    R"(Run the self-test of the library that is loaded on this machine and judge the library.
+Exit status 0: with type bf_mvdr and hop 192 every sample equals the stored reference, and
+both figures of the report are 1.000000. 3: it agrees closely, but not to the bit (similarity
+at least 0.999, power ratio within 1 %). 1: it does not conform.
+The figures of the other types and hops are for comparison only: without bf_mvdr at hop 192
+there is no verdict, and the exit status is 1.)";
 
 std::string all_of(const std::vector<std::string> &names) {
   return text_list(names, names.size());
