@@ -7,7 +7,7 @@
 # For another architecture (arm64, armhf) they are cross-built in a temporary Debian root of that
 # suite with the sound libraries of the architecture, and the self-test runs there in emulation.
 # This machine is not changed.
-# Needs tools/packages.sh build tool plugin package; for another architecture only package, the
+# Needs scripts/packages.sh build tool plugin package; for another architecture only package, the
 # network, and root or user namespaces.
 set -euo pipefail
 directory=$(realpath -m "${1:?usage: build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]}")
@@ -20,7 +20,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_packages.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 source=tm-se-bf-1.3.5
 
-# tools/packages.sh has installed the dependencies.
+# scripts/packages.sh has installed the dependencies.
 build_here() {
   cd "$work/build/$source"
   dpkg-buildpackage -b -us -uc -d -j"$(nproc)"
@@ -40,7 +40,7 @@ build_in_root() {
 }
 
 mkdir -p "$work/build/$source" "$work/made" "$directory/debug"
-tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins src tools |
+tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src tools |
   tar -x -C "$work/build/$source"
 mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
 log=$directory/build-$architecture.log

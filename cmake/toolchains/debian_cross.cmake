@@ -9,7 +9,7 @@ set(CMAKE_CXX_COMPILER ${triplet}-g++)
 execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
                 OUTPUT_VARIABLE target_libc OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT IS_ABSOLUTE "${target_libc}")
-  message(FATAL_ERROR "no ${triplet}-gcc here; install it: tools/packages.sh cross")
+  message(FATAL_ERROR "no ${triplet}-gcc here; install it: scripts/packages.sh cross")
 endif()
 get_filename_component(target_root ${target_libc}/../.. REALPATH)
 

@@ -8,10 +8,10 @@ export LADSPA_PATH=$plugins GST_REGISTRY=$work/registry
 compare="$python $top/tests/plugins/compare.py reference.raw"
 readonly LATENCY=512 FRAMES=32000 DISTANCE=0.06 DOA=30
 cp "$recording" in.raw
-$python "$top/tools/recording/raw_to_wav.py" in.raw in.wav
+$python "$top/recordings/raw_to_wav.py" in.raw in.wav
 
 need() {
-  type -P "$@" >/dev/null || { echo "skipped: this takes $* (tools/packages.sh plugin-test)"; exit 77; }
+  type -P "$@" >/dev/null || { echo "skipped: this takes $* (scripts/packages.sh plugin-test)"; exit 77; }
 }
 
 reference() {
