@@ -13,11 +13,14 @@
 
 #include "stream_use.h"
 
+// The C library's own.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 extern "C" void *__libc_realloc(void *block, size_t size);
 extern "C" void *__libc_memalign(size_t alignment, size_t size);
 extern "C" void __libc_free(void *block);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
