@@ -307,7 +307,7 @@ TEST(Rates, CutsDoNotMatter) {
   }
 }
 
-// Behind a reset the bits are those of a fresh path. Values that are no numbers do not stay even
+// After a reset the bits are those of a fresh path. Values that are no numbers do not stay even
 // without one: a second later the level is what it was, from the microphone that is the louder one.
 TEST(Rates, ResetIsAFreshStart) {
   const float poisons[] = {0.0f, 1.0f, std::numeric_limits<float>::infinity(),
