@@ -1,4 +1,4 @@
-# Installs the library, its header, and the pkg-config and CMake files with which other projects find it.
+# Installs the libraries, their headers, and the pkg-config and CMake files with which other projects find them.
 # A prefix other than the configured one works: all paths in those files are relative to the files.
 include(CMakePackageConfigHelpers)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tm_se_bf)
@@ -7,9 +7,13 @@ set(generated ${CMAKE_CURRENT_BINARY_DIR}/install)
 
 install(TARGETS tm_se_bf EXPORT tm_se_bf-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES include/tm_se_bf.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS tm_se_bf_stream EXPORT tm_se_bf_stream-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES include/tm_se_bf.h include/tm_se_bf_stream.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+# Exports of their own: a package may hold one of the libraries.
 install(EXPORT tm_se_bf-targets NAMESPACE tm_se_bf:: DESTINATION ${config_dir})
+install(EXPORT tm_se_bf_stream-targets NAMESPACE tm_se_bf:: DESTINATION ${config_dir})
 configure_package_config_file(cmake/tm_se_bf-config.cmake.in ${generated}/tm_se_bf-config.cmake
                               INSTALL_DESTINATION ${config_dir})
 write_basic_package_version_file(${generated}/tm_se_bf-config-version.cmake
@@ -24,5 +28,7 @@ set(pc_libm "")
 if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
   set(pc_libm " -lm")
 endif()
-configure_file(cmake/tm_se_bf.pc.in ${generated}/tm_se_bf.pc @ONLY)
-install(FILES ${generated}/tm_se_bf.pc DESTINATION ${pkgconfig_dir})
+foreach(name tm_se_bf tm_se_bf_stream)
+  configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)
+  install(FILES ${generated}/${name}.pc DESTINATION ${pkgconfig_dir})
+endforeach()

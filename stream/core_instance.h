@@ -1,0 +1,51 @@
+// One instance of the core with a state of its own: it shares nothing with any other.
+#ifndef TM_SE_BF_STREAM_CORE_INSTANCE_H
+#define TM_SE_BF_STREAM_CORE_INSTANCE_H
+
+#include <cstdint>
+
+#include "support/core_state.h"
+
+// Samples per channel of a block, 20 ms at kCoreRateHz.
+constexpr int32_t kStreamBlock = 320;
+
+// The only rate of the core.
+constexpr int32_t kCoreRateHz = 16000;
+
+constexpr int32_t kStreamMaxChannels = 2;
+
+// What the core runs.
+struct core_setting {
+  int32_t channels;    // 1 or 2
+  int32_t mode;        // SE_BF_MODE_*
+  int32_t hop;         // 160, 192 or 320 samples
+  float mic_distance;  // metres; 0: direction unknown
+  float doa;           // degrees
+};
+
+struct core_instance {
+  core_state state;  // zero-filled before the first use
+  se_bf_inst *inst;  // lies in the pool of `state`, or null
+};
+
+// FFT length that belongs to a hop.
+int32_t core_fft_len(int32_t hop);
+
+// Samples by which the core delays the signal: overlap of the analysis frames plus the initial fill
+// of its block buffer; 0 for SE_BF_MODE_MONO with two channels.
+int32_t core_signal_delay(int32_t channels, int32_t mode, int32_t hop);
+
+// Make the instance in two steps of about equal work, anew if there is one, with silent microphone
+// levels. The second is false when the pool does not hold it; that depends on channels and hop
+// alone.
+void core_instance_create(core_instance *core, const core_setting *setting);
+bool core_instance_init(core_instance *core, const core_setting *setting);
+
+// Changes the mode of a running instance.
+void core_instance_change_mode(core_instance *core, int32_t mode);
+
+// Processes kStreamBlock samples per channel into kStreamBlock samples. A channel of `block` may be
+// overwritten with the other.
+void core_instance_block(core_instance *core, int16_t *block, int16_t *out);
+
+#endif  // TM_SE_BF_STREAM_CORE_INSTANCE_H

@@ -1,0 +1,147 @@
+// Comparison of two smoothed levels, and the dates of what it finds.
+#include "fault_monitor.h"
+
+#include "core_instance.h"
+#include "support/se_vector.h"
+
+namespace {
+
+// The core's smoothing of the levels from block to block, in single precision as there.
+constexpr float kLevelDecay = 0.9f;
+constexpr float kLevelIntake = 1.0f - kLevelDecay;
+
+// Ratio of levels, 40 dB, beyond which the weaker microphone counts as dead.
+constexpr float kDeadRatio = 100.0f;
+
+// Level of a channel without sound for a long time; compared in double precision, as in the core.
+constexpr double kSilentLevel = 1e-10;
+
+constexpr int64_t kNever = -1;
+
+bool silent(float level) {
+  return static_cast<double>(level) < kSilentLevel;
+}
+
+mic_fault verdict(float first, float second) {
+  if (silent(first) && silent(second)) {
+    return MIC_FAULT_SILENT;
+  }
+  if (first < second) {
+    const bool dead = silent(first) || kDeadRatio * first < second;
+    return dead ? MIC_FAULT_FIRST : MIC_FAULT_NONE;
+  }
+  if (silent(second) || first > kDeadRatio * second) {
+    return MIC_FAULT_SECOND;
+  }
+  return first == second ? MIC_FAULT_EQUAL : MIC_FAULT_NONE;
+}
+
+int32_t magnitude(int16_t sample) {
+  return sample < 0 ? -sample : sample;
+}
+
+// Sums of 320 samples stay below 2^24, where single precision holds every integer: these are the
+// sums of the core.
+SE_BF_VECTOR_CLONES block_facts measure_one(const int16_t *block) {
+  int32_t sum = 0;
+  for (int32_t n = 0; n < kStreamBlock; ++n) {
+    sum += magnitude(block[n]);
+  }
+  return {{static_cast<float>(sum), 0.0f}, false};
+}
+
+SE_BF_VECTOR_CLONES block_facts measure_two(const int16_t *block) {
+  int32_t first = 0;
+  int32_t second = 0;
+  int32_t differences = 0;
+  for (int32_t n = 0; n < kStreamBlock; ++n) {
+    first += magnitude(block[2 * n]);
+    second += magnitude(block[2 * n + 1]);
+    differences |= block[2 * n] ^ block[2 * n + 1];
+  }
+  return {{static_cast<float>(first), static_cast<float>(second)}, differences == 0};
+}
+
+void describe_fault(const fault_monitor *monitor, mic_fault fault, const block_facts *facts,
+                    se_bf_stream_event *event) {
+  int64_t since = monitor->identical_since;
+  if (fault == MIC_FAULT_FIRST || fault == MIC_FAULT_SECOND) {
+    event->kind = SE_BF_STREAM_DEAD;
+    event->mic = fault == MIC_FAULT_SECOND ? 1 : 0;
+    since = monitor->weak_since[event->mic];
+  } else if (fault == MIC_FAULT_SILENT) {
+    event->kind = SE_BF_STREAM_SILENT;
+  } else {
+    event->kind = facts->identical ? SE_BF_STREAM_IDENTICAL : SE_BF_STREAM_EQUAL_LEVELS;
+  }
+  if (since != kNever) {
+    event->since = since;
+  }
+}
+
+}  // namespace
+
+void fault_monitor_init(fault_monitor *monitor) {
+  *monitor = {MIC_FAULT_NONE, 0, 0, {kNever, kNever}, kNever};
+}
+
+block_facts block_measure(const int16_t *block, int32_t channels) {
+  return channels == 1 ? measure_one(block) : measure_two(block);
+}
+
+bool block_has_sound(const block_facts *facts) {
+  return facts->sum[0] > 0.0f || facts->sum[1] > 0.0f;
+}
+
+mic_fault fault_verdict(const core_state *core) {
+  return verdict(core->pwr1, core->pwr2);
+}
+
+mic_fault fault_predict(const core_state *core, const block_facts *facts) {
+  const float first = kLevelDecay * core->pwr1 + kLevelIntake * facts->sum[0];
+  const float second = kLevelDecay * core->pwr2 + kLevelIntake * facts->sum[1];
+  return verdict(first, second);
+}
+
+// The smoothed levels notice a failure about 0.9 s late; the plain sums of the blocks date it.
+void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time) {
+  for (int32_t m = 0; m < 2 && block_has_sound(facts); ++m) {
+    const bool weak = kDeadRatio * facts->sum[m] < facts->sum[1 - m];
+    if (!weak) {
+      monitor->weak_since[m] = kNever;
+    } else if (monitor->weak_since[m] == kNever) {
+      monitor->weak_since[m] = time;
+    }
+  }
+  if (!facts->identical) {
+    monitor->identical_since = kNever;
+  } else if (monitor->identical_since == kNever) {
+    monitor->identical_since = time;
+  }
+}
+
+bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
+                         bool single, int64_t time, se_bf_stream_event *event) {
+  *event = {SE_BF_STREAM_HEALED, 0, time, time, 0, 0};
+  if (fault != MIC_FAULT_NONE) {
+    const bool news = monitor->reported != fault;
+    monitor->reported = fault;
+    monitor->clean_blocks = 0;
+    describe_fault(monitor, fault, facts, event);
+    return news;
+  }
+  if (monitor->clean_blocks == 0) {
+    monitor->clean_since = time;
+  }
+  if (monitor->clean_blocks < kHealBlocks) {
+    ++monitor->clean_blocks;
+  }
+  const bool both = facts->sum[0] > 0.0f && facts->sum[1] > 0.0f;
+  const bool ill = monitor->reported != MIC_FAULT_NONE || single;
+  if (!ill || monitor->clean_blocks < kHealBlocks || !both) {
+    return false;
+  }
+  monitor->reported = MIC_FAULT_NONE;
+  event->since = monitor->clean_since;
+  return true;
+}

@@ -1,0 +1,61 @@
+// Tells which microphone failed, when it did, and when it works again.
+//
+// The core compares smoothed levels of the channels, one step a block, and repairs its input
+// without a word. The monitor reads those levels after each block, repeats the comparison, and
+// dates what it finds by the blocks before. It never changes what is processed.
+#ifndef TM_SE_BF_STREAM_FAULT_MONITOR_H
+#define TM_SE_BF_STREAM_FAULT_MONITOR_H
+
+#include <cstdint>
+
+#include "support/core_state.h"
+#include "tm_se_bf_stream.h"
+
+// 2 s without a fault count as healed: a loose contact shows as dead within 44 to 88 blocks.
+constexpr int32_t kHealBlocks = 100;
+
+enum mic_fault : int32_t {
+  MIC_FAULT_NONE,
+  MIC_FAULT_FIRST,   // microphone 0 is replaced by microphone 1
+  MIC_FAULT_SECOND,  // microphone 1 is replaced by microphone 0
+  MIC_FAULT_EQUAL,   // equal levels
+  MIC_FAULT_SILENT,  // neither microphone has a level
+};
+
+// What a block of kStreamBlock samples per channel contains.
+struct block_facts {
+  float sum[2];    // sum of absolute values per channel; 0 for a channel that is not there
+  bool identical;  // two channels carry the same samples
+};
+
+struct fault_monitor {
+  mic_fault reported;       // fault reported last and not healed, or none
+  int32_t clean_blocks;     // blocks without a fault since the last one with a fault
+  int64_t clean_since;      // first sample of them
+  int64_t weak_since[2];    // first sample of the stretch in which a microphone is weak, or -1
+  int64_t identical_since;  // first sample of the stretch of identical blocks, or -1
+};
+
+void fault_monitor_init(fault_monitor *monitor);
+
+block_facts block_measure(const int16_t *block, int32_t channels);
+
+// Whether any channel of the block carries sound.
+bool block_has_sound(const block_facts *facts);
+
+// The verdict of the core on the block that it processed last.
+mic_fault fault_verdict(const core_state *core);
+
+// The verdict that the core would come to if it processed the block now.
+mic_fault fault_predict(const core_state *core, const block_facts *facts);
+
+// Dates the onset of a fault: follows every block of input, processed or not, before it is judged.
+// time: first sample of the block at 16 kHz.
+void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time);
+
+// Follows the verdicts on the blocks processed. single: the beamformer has been left because of a
+// fault. Returns true and fills `event` when there is something to report; its times are at 16 kHz.
+bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
+                         bool single, int64_t time, se_bf_stream_event *event);
+
+#endif  // TM_SE_BF_STREAM_FAULT_MONITOR_H

@@ -1,0 +1,56 @@
+// One setting at work: the core behind its shield, or a delayed copy.
+#ifndef TM_SE_BF_STREAM_LANE_H
+#define TM_SE_BF_STREAM_LANE_H
+
+#include <cstdint>
+
+#include "core_instance.h"
+#include "fault_monitor.h"
+#include "shield.h"
+
+// What a lane is to do.
+struct lane_setting {
+  core_setting core;
+  bool plain;  // no shielding
+};
+
+struct lane {
+  lane_setting setting;
+  int32_t delay;  // samples by which the output is late
+  bool copies;    // channel 0 as it is; the core does not run
+  bool watched;   // the core compares the microphones
+  bool shielded;  // silence is bridged and faults are healed
+  bool single;    // a fault has ended beamforming
+  shield gate;
+  core_instance core;
+  int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input that the core may repair
+};
+
+// What became of a block.
+struct lane_result {
+  bool processed;   // false: held back by the shield, the output is silence
+  mic_fault fault;  // the core's verdict, where it is watched
+};
+
+// Whether the setting passes channel 0 through as it is.
+bool lane_setting_copies(const lane_setting *setting);
+
+// Samples by which the setting delays the signal if nothing is added.
+int32_t lane_setting_delay(const lane_setting *setting);
+
+// Samples until the last trace of a sound has left the core.
+int32_t lane_signal_path(const lane_setting *setting);
+
+bool lane_settings_equal(const lane_setting *a, const lane_setting *b);
+
+// Start the lane afresh, in two steps; delay: that of the setting, or more where it copies. The
+// second is false when the core cannot be made.
+void lane_create(lane *l, const lane_setting *setting, int32_t delay);
+bool lane_init(lane *l);
+
+// Processes a block of kStreamBlock samples per channel into kStreamBlock samples. before: the
+// block before, with which a delayed copy starts.
+lane_result lane_block(lane *l, const int16_t *block, const block_facts *facts,
+                       const int16_t *before, int16_t *out);
+
+#endif  // TM_SE_BF_STREAM_LANE_H

@@ -1,0 +1,19 @@
+// Samples as 16-bit words and as floats of full scale 1.
+#ifndef TM_SE_BF_STREAM_SAMPLE_FORMAT_H
+#define TM_SE_BF_STREAM_SAMPLE_FORMAT_H
+
+#include <cstdint>
+
+// Rounds to 16 bits, saturating; what is not finite gives 0. Exact for x = word / 32768.
+void words_from_floats(const float *x, int32_t count, int16_t *words);
+
+// Exact.
+void floats_from_words(const int16_t *words, int32_t count, float *x);
+
+// Limits to full scale; what is not finite gives 0. `limited` may be `x`.
+void limit_floats(const float *x, int32_t count, float *limited);
+
+// Number of samples that are not finite; `first` is set to the index of the first one, if any.
+int32_t count_not_finite(const float *x, int32_t count, int32_t *first);
+
+#endif  // TM_SE_BF_STREAM_SAMPLE_FORMAT_H

@@ -1,0 +1,130 @@
+// Defaults and ranges of the settings.
+#include "stream_config.h"
+
+#include <cmath>
+
+namespace {
+
+constexpr int32_t kLowestRateHz = 8000;
+constexpr int32_t kHighestRateHz = 192000;
+constexpr int32_t kDefaultHop = 320;
+constexpr float kLargestDistance = 10.0f;  // metres
+constexpr float kDefaultDoa = 90.0f;       // degrees: the talker is in front
+
+// Size of the config of the first version.
+constexpr uint32_t kFirstSize = sizeof(se_bf_stream_config);
+
+// Beyond any version to come: a larger size was never set.
+constexpr uint32_t kLargestSize = 4096;
+
+bool is_flag(int32_t value) {
+  return value == 0 || value == 1;
+}
+
+// Fields of a later version ask for nothing when they are 0.
+bool unknown_fields_are_zero(const se_bf_stream_config *config) {
+  const unsigned char *bytes = reinterpret_cast<const unsigned char *>(config);
+  for (uint32_t i = kFirstSize; i < config->size; ++i) {
+    if (bytes[i] != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+const char *size_fault(const se_bf_stream_config *config) {
+  if (config->size < kFirstSize || config->size > kLargestSize) {
+    return "config.size must be sizeof(se_bf_stream_config), which se_bf_stream_config_init sets";
+  }
+  if (!unknown_fields_are_zero(config)) {
+    return "config.size must be that of this version: fields beyond it must be 0";
+  }
+  return nullptr;
+}
+
+bool mode_is_known(int32_t mode) {
+  return mode == SE_BF_STREAM_AUTO || mode == SE_BF_STREAM_REFINED ||
+         (mode >= SE_BF_MODE_MEAN && mode <= SE_BF_MODE_MONO);
+}
+
+const char *direction_fault(const se_bf_stream_config *config) {
+  const float distance = config->mic_distance;
+  // False for NaN, too.
+  const bool in_range = distance >= 0.0f && distance <= kLargestDistance;
+  if (!in_range) {
+    return "config.mic_distance must be 0 to 10 m";
+  }
+  if (distance > 0.0f && !std::isfinite(config->doa)) {
+    return "config.doa must be a finite number of degrees where config.mic_distance is above 0";
+  }
+  return nullptr;
+}
+
+int32_t hop_of(const se_bf_stream_config *config) {
+  return config->hop == 0 ? kDefaultHop : config->hop;
+}
+
+}  // namespace
+
+const char *stream_config_fault(const se_bf_stream_config *config) {
+  if (config == nullptr) {
+    return "config must not be null";
+  }
+  const char *fault = size_fault(config);
+  if (fault != nullptr) {
+    return fault;
+  }
+  if (config->rate < kLowestRateHz || config->rate > kHighestRateHz) {
+    return "config.rate must be 8000 to 192000 Hz";
+  }
+  if (config->channels != 1 && config->channels != kStreamMaxChannels) {
+    return "config.channels must be 1 or 2";
+  }
+  if (!mode_is_known(config->mode)) {
+    return "config.mode must be SE_BF_STREAM_AUTO, SE_BF_STREAM_REFINED, or SE_BF_MODE_MEAN, "
+           "_OMLSA, _MVDR or _MONO";
+  }
+  const int32_t hop = hop_of(config);
+  if (hop != 160 && hop != 192 && hop != kDefaultHop) {
+    return "config.hop must be 0, 160, 192 or 320 samples";
+  }
+  fault = direction_fault(config);
+  if (fault != nullptr) {
+    return fault;
+  }
+  if (!is_flag(config->plain)) {
+    return "config.plain must be 0 or 1";
+  }
+  return is_flag(config->full_band) ? nullptr : "config.full_band must be 0 or 1";
+}
+
+lane_setting stream_config_setting(const se_bf_stream_config *config) {
+  const bool chosen_here =
+      config->mode == SE_BF_STREAM_AUTO || config->mode == SE_BF_STREAM_REFINED;
+  const int32_t mode = chosen_here ? static_cast<int32_t>(SE_BF_MODE_OMLSA) : config->mode;
+  // Without a distance the direction says nothing, and settings that differ in it are the same.
+  const float doa = config->mic_distance > 0.0f ? config->doa : kDefaultDoa;
+  return {{config->channels, mode, hop_of(config), config->mic_distance, doa}, config->plain != 0};
+}
+
+bool stream_config_fits(const se_bf_stream_config *now, const se_bf_stream_config *wanted) {
+  return now->rate == wanted->rate && now->channels == wanted->channels &&
+         hop_of(now) == hop_of(wanted);
+}
+
+void se_bf_stream_config_init(se_bf_stream_config *config) {
+  if (config == nullptr) {
+    return;
+  }
+  *config = {sizeof(se_bf_stream_config),
+             kCoreRateHz,
+             kStreamMaxChannels,
+             SE_BF_STREAM_AUTO,
+             0,
+             0.0f,
+             kDefaultDoa,
+             0,
+             1,
+             nullptr,
+             nullptr};
+}

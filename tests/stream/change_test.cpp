@@ -1,0 +1,194 @@
+// Changes of the setting while sound is running, and the return to the start.
+#include "stream_use.h"
+
+namespace {
+
+constexpr size_t kLatency = 320 + 192;  // at hop 320
+constexpr size_t kHistory = 50;         // blocks
+constexpr size_t kSlowest = 30;         // blocks from a change to the end of the fade
+
+const pcm &sound() {
+  static const pcm x = make_sound(6 * kSecond, 12);
+  return x;
+}
+
+// The stream's output with a change before frame `at`.
+pcm run_change(const se_bf_stream_config &from, const se_bf_stream_config &to, const pcm &in,
+               size_t at) {
+  const size_t channels = static_cast<size_t>(from.channels);
+  se_bf_stream *stream = open_stream(from);
+  const int32_t latency = se_bf_stream_latency(stream);
+  const pcm before = process_words(stream, cut(in, 0, at * channels), channels, {100, true});
+  EXPECT_EQ(se_bf_stream_change(stream, &to), 0);
+  const size_t again = at + 5 * kBlock;
+  const pcm between =
+      process_words(stream, cut(in, at * channels, again * channels), channels, {7});
+  EXPECT_EQ(se_bf_stream_change(stream, &to), 0) << "the same once more starts nothing anew";
+  const pcm after = process_words(stream, cut(in, again * channels, in.size()), channels, {100});
+  EXPECT_EQ(se_bf_stream_latency(stream), latency);
+  se_bf_stream_close(stream);
+  return join({before, between, after});
+}
+
+// What a setting gives that starts at frame `start` of the input, as the process functions return
+// it.
+pcm started_at(se_bf_stream_config config, const pcm &in, size_t start) {
+  const size_t channels = static_cast<size_t>(config.channels);
+  const pcm rest = cut(in, start * channels, in.size());
+  const bool copies = config.mode == SE_BF_MODE_MONO;
+  const pcm out = run_process(config, rest);
+  // A copy is delayed like the rest.
+  const pcm late = copies ? join({pcm(kLatency - kBlock), out}) : out;
+  return join({pcm(start), cut(late, 0, out.size())});
+}
+
+struct transition {
+  const char *name;
+  int32_t mode[2];
+  float doa[2];
+  bool plain[2];
+  int32_t channels = 2;
+};
+
+// The output is that of the old setting up to some block, a mixture of both in that block, and that
+// of the new setting, which has heard the second before, from then on: no gap, no step, no dip.
+TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
+  const transition cases[] = {
+      {"to beam", {SE_BF_MODE_OMLSA, SE_BF_MODE_MVDR}, {70, 70}, {false, false}},
+      {"from beam", {SE_BF_MODE_MVDR, SE_BF_STREAM_AUTO}, {70, 70}, {false, false}},
+      {"direction", {SE_BF_MODE_MVDR, SE_BF_MODE_MVDR}, {20, 150}, {true, true}},
+      {"to mono", {SE_BF_MODE_MVDR, SE_BF_MODE_MONO}, {70, 70}, {false, false}},
+      {"to mean, plain", {SE_BF_MODE_OMLSA, SE_BF_MODE_MEAN}, {70, 70}, {false, true}},
+      {"one channel", {SE_BF_STREAM_AUTO, SE_BF_MODE_MONO}, {70, 70}, {false, false}, 1},
+  };
+  const pcm &in = sound();
+  for (const transition &c : cases) {
+    for (const size_t at : {size_t{3 * kSecond + 77}, size_t{10 * kBlock}}) {
+      SCOPED_TRACE(testing::Message() << c.name << " at " << at);
+      se_bf_stream_config config[2];
+      for (size_t i = 0; i < 2; ++i) {
+        config[i] = make_config(c.channels, c.mode[i], 320, c.plain[i]);
+        config[i].doa = c.doa[i];
+      }
+      const pcm out = run_change(config[0], config[1], in, at);
+      const pcm old = started_at(config[0], in, 0);
+      // Heard from the 48th whole block before the change on: two blocks make the new core.
+      const size_t block = at / kBlock;
+      const size_t start = block + 2 < kHistory ? 0 : (block + 2 - kHistory) * kBlock;
+      const bool copies = c.mode[1] == SE_BF_MODE_MONO;
+      const pcm fresh = started_at(config[1], in, copies ? 0 : start);
+      const auto differs = std::mismatch(out.begin(), out.end(), old.begin()).first;
+      const size_t fade = static_cast<size_t>(differs - out.begin()) / kBlock * kBlock;
+      std::printf("%s: fade after %zu blocks\n", c.name, (fade - at) / kBlock);
+      ASSERT_GE(fade, at);
+      ASSERT_LE(fade, at + kSlowest * kBlock);
+      for (size_t n = fade; n < fade + kBlock; ++n) {
+        const double share = (static_cast<double>(n - fade) + 0.5) / kBlock;
+        ASSERT_NEAR(out[n], old[n] + share * (fresh[n] - old[n]), 0.51) << "sample " << n - fade;
+      }
+      ASSERT_EQ(cut(out, fade + kBlock, out.size()), cut(fresh, fade + kBlock, fresh.size()));
+    }
+  }
+}
+
+TEST(StreamChange, APauseDoesNotHoldAChangeUpAndIsNotHeard) {
+  const size_t speaks = 3 * kSecond;
+  const pcm in = join({cut(sound(), 0, 2 * speaks), silence(3 * kSecond), sound()});
+  const se_bf_stream_config from = make_config(2, SE_BF_MODE_OMLSA, 320);
+  const se_bf_stream_config to = make_config(2, SE_BF_MODE_MVDR, 320);
+  const pcm out = run_change(from, to, in, speaks + kSecond);
+  // In the pause 3 blocks flush the signal path and count as sound; 47 more are remembered.
+  const size_t start = speaks - (kHistory - 3) * kBlock;
+  const pcm heard = join({cut(in, 2 * start, 2 * (speaks + 3 * kBlock)), sound()});
+  const pcm fresh = run_process(to, heard);
+  const size_t sounds = speaks + 3 * kSecond;
+  const size_t same = sounds - start - (3 * kSecond - 3 * kBlock);
+  EXPECT_EQ(cut(out, sounds + kBlock, out.size()), cut(fresh, same + kBlock, fresh.size()));
+}
+
+TEST(StreamChange, BeforeTheFirstBlockItIsAsIfOpenedThatWay) {
+  const se_bf_stream_config from = make_config(2, SE_BF_MODE_OMLSA, 160);
+  const se_bf_stream_config to = make_config(2, SE_BF_MODE_MVDR, 160);
+  EXPECT_EQ(run_change(from, to, sound(), 300), run_process(to, sound()));
+}
+
+TEST(StreamChange, RefusalsChangeNothing) {
+  heard_events events;
+  const se_bf_stream_config config = make_config(2, SE_BF_MODE_OMLSA, 0, false, &events);
+  const pcm expected = run_process(config, sound());
+  se_bf_stream *stream = open_stream(config);
+  pcm out = process_words(stream, cut(sound(), 0, 2 * 30000), 2, {100});
+  se_bf_stream_config other = make_config(2, SE_BF_MODE_MVDR, 160);
+  EXPECT_EQ(se_bf_stream_change(stream, &other), SE_BF_STREAM_ERROR_FIXED);
+  other = make_config(1, SE_BF_MODE_MVDR, 0);
+  EXPECT_EQ(se_bf_stream_change(stream, &other), SE_BF_STREAM_ERROR_FIXED);
+  other = make_config(2, SE_BF_MODE_MVDR, 0);
+  other.rate = 48000;
+  EXPECT_EQ(se_bf_stream_change(stream, &other), SE_BF_STREAM_ERROR_FIXED);
+  other = make_config(2, 7, 0);
+  EXPECT_EQ(se_bf_stream_change(stream, &other), SE_BF_STREAM_ERROR_CONFIG);
+  EXPECT_EQ(se_bf_stream_change(stream, nullptr), SE_BF_STREAM_ERROR_NULL);
+  EXPECT_EQ(se_bf_stream_change(nullptr, &config), SE_BF_STREAM_ERROR_NULL);
+  other = make_config(2, SE_BF_MODE_MVDR, 320);
+  EXPECT_EQ(se_bf_stream_change(stream, &other), 0) << "hop 0 is 320";
+  EXPECT_EQ(se_bf_stream_change(stream, &config), 0) << "and back again, in time";
+  out = join({out, process_words(stream, cut(sound(), 2 * 30000, sound().size()), 2, {100})});
+  EXPECT_EQ(out, expected);
+  se_bf_stream_close(stream);
+
+  const se_bf_stream_config mono = make_config(2, SE_BF_MODE_MONO, 0);
+  stream = open_stream(mono);
+  EXPECT_EQ(se_bf_stream_latency(stream), 320);
+  EXPECT_EQ(se_bf_stream_change(stream, &config), SE_BF_STREAM_ERROR_LATENCY);
+  se_bf_stream_close(stream);
+}
+
+TEST(StreamChange, WhatWasToldIsHealedUnderTheNewSetting) {
+  heard_events before;
+  heard_events after;
+  const size_t heals = 3 * kSecond;
+  const pcm in = mute(sound(), 1, kSecond, heals);
+  const se_bf_stream_config from = make_config(2, SE_BF_MODE_OMLSA, 320, false, &before);
+  const se_bf_stream_config to = make_config(2, SE_BF_MODE_MVDR, 320, false, &after);
+  run_change(from, to, in, heals + kSecond);
+  ASSERT_EQ(before.size(), 1u);
+  EXPECT_EQ(before[0].kind, SE_BF_STREAM_DEAD);
+  ASSERT_EQ(after.size(), 1u);
+  EXPECT_EQ(after[0].kind, SE_BF_STREAM_HEALED);
+  EXPECT_EQ(after[0].beamforming, 1);
+}
+
+TEST(StreamReset, GivesTheStreamAsJustOpenedWithItsLastSetting) {
+  const pcm loud = mute(sound(), 1, 0, 40000);
+  pcm quiet = mute(sound(), 1, 3 * kSecond, 5 * kSecond);
+  std::transform(quiet.begin(), quiet.end(), quiet.begin(),
+                 [](int16_t word) { return static_cast<int16_t>(word / 30); });
+  for (const int32_t rate : {16000, TM_SE_BF_STREAM_OTHER_RATE}) {
+    for (const int32_t mode : {SE_BF_MODE_MVDR, SE_BF_MODE_OMLSA, SE_BF_MODE_MONO}) {
+      for (const size_t heard : {100u, 40000u}) {
+        SCOPED_TRACE(testing::Message() << rate << " " << mode << " " << heard);
+        heard_events events;
+        se_bf_stream_config from = make_config(2, SE_BF_MODE_MVDR, 320, false, &events);
+        from.rate = rate;
+        se_bf_stream_config to = from;
+        to.mode = mode;
+        se_bf_stream *opened = open_stream(from);
+        EXPECT_EQ(se_bf_stream_change(opened, &to), 0);
+        const pcm expected = process_words(opened, quiet, 2, {1000});
+        const heard_events expected_events = events;
+        se_bf_stream *stream = open_stream(from);
+        process_words(stream, cut(loud, 0, 2 * heard), 2, {1000});
+        EXPECT_EQ(se_bf_stream_change(stream, &to), 0);
+        process_words(stream, cut(loud, 2 * heard, 4 * heard), 2, {1000});
+        se_bf_stream_reset(stream);
+        events.clear();
+        EXPECT_EQ(process_words(stream, quiet, 2, {1000}), expected);
+        EXPECT_EQ(events, expected_events);
+        se_bf_stream_close(opened);
+        se_bf_stream_close(stream);
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+// What the shield keeps from listeners: silence, a late microphone, faults. The core's own samples
+// for the blocks that it should have processed are what is expected.
+#include "stream_use.h"
+
+namespace {
+
+constexpr size_t kDelay = 192;         // of the signal at hop 320
+constexpr int64_t kHeal = 100;         // blocks
+constexpr size_t kHistory = 50;        // blocks
+constexpr size_t kLongestWarmUp = 30;  // blocks
+
+// Two channels with microphone `mic` at 1 / `divisor` of its level from frame `from` to frame `to`.
+pcm weaken(pcm x, size_t mic, size_t from, size_t to, int32_t divisor) {
+  for (size_t t = from; t < to; ++t) {
+    x[2 * t + mic] = static_cast<int16_t>(x[2 * t + mic] / divisor);
+  }
+  return x;
+}
+
+pcm run_beamformer(const pcm &in, heard_events *events, bool plain = false) {
+  return run_aligned(make_config(2, SE_BF_MODE_MVDR, 320, plain, events), in, {333});
+}
+
+// The core on `in`, aligned.
+pcm expect_beamformer(pcm in) {
+  const size_t frames = in.size() / 2;
+  in.resize((frames / kBlock + 2) * 2 * kBlock);
+  const pcm core = run_core(make_config(2, SE_BF_MODE_MVDR, 320), in);
+  return cut(core, kDelay, kDelay + frames);
+}
+
+TEST(StreamShield, SilenceIsBridgedAndKeepsTheBeamformer) {
+  const size_t flush = 3;  // blocks that empty the signal path at hop 320: (512 + 192) / 320
+  const size_t gap = 600;  // 12 s
+  const pcm a = make_sound(50 * kBlock, 4);
+  const pcm b = make_sound(50 * kBlock, 5);
+  heard_events events;
+  const pcm out =
+      run_beamformer(join({silence(40 * kBlock), a, silence(gap * kBlock), b}), &events);
+  const pcm direct = expect_beamformer(join({a, silence(flush * kBlock), b}));
+  const size_t still = (50 + flush) * kBlock - kDelay;  // where the core's time stands still
+  EXPECT_EQ(out, join({pcm(40 * kBlock), cut(direct, 0, still), pcm((gap - flush) * kBlock),
+                       cut(direct, still, direct.size())}));
+  EXPECT_EQ(events, heard_events());
+}
+
+TEST(StreamShield, AMicrophoneThatDiesIsDatedAndBeamformingResumes) {
+  const size_t dies = 4 * kSecond;
+  const size_t heals = 8 * kSecond;
+  heard_events events;
+  for (const size_t mic : {0u, 1u}) {
+    events.clear();
+    const pcm in = mute(make_sound(14 * kSecond, 6), mic, dies, heals);
+    const pcm out = run_beamformer(in, &events);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].kind, SE_BF_STREAM_DEAD);
+    EXPECT_EQ(events[0].mic, static_cast<int32_t>(mic));
+    EXPECT_EQ(events[0].since, static_cast<int64_t>(dies));
+    EXPECT_LT(events[0].time, static_cast<int64_t>(dies + kSecond));
+    const int64_t found = static_cast<int64_t>(heals) + (kHeal - 1) * 320;
+    EXPECT_EQ(events[1], (heard_event{SE_BF_STREAM_HEALED, 0, found, heals, 1, 0}));
+
+    // Two blocks make the core, meanwhile the history moves on by one; then it hears 50 blocks.
+    const size_t warm = static_cast<size_t>(found) - (kHistory - 2) * kBlock;
+    const pcm fresh = expect_beamformer(cut(in, 2 * warm, in.size()));
+    const size_t after = static_cast<size_t>(found) + kLongestWarmUp * kBlock - kDelay;
+    EXPECT_EQ(cut(out, after, out.size()), cut(fresh, after - warm, fresh.size()));
+
+    // Until then noise is suppressed with the microphone that worked: no dropout on the way.
+    for (size_t n = dies; n < after; n += 4800) {
+      EXPECT_GT(level_db(part(out, n, n + 4800)), level_db(part(out, 0, dies)) - 12.0) << n;
+    }
+  }
+}
+
+// The core as a beamformer, and for noise suppression behind the block that starts at frame `left`.
+pcm expect_left_beamformer(const pcm &in, size_t left) {
+  forget_levels();
+  const stream_setup setup = {2, 320, 320, SE_BF_MODE_MVDR, 0.05f, 70.0f};
+  se_bf_inst *inst = make_instance(setup);
+  pcm first = cut(in, 0, 2 * (left + kBlock));
+  pcm second = cut(in, first.size(), in.size());
+  const pcm beam = process(inst, setup, &first);
+  se_bf_change_mode(inst, SE_BF_MODE_OMLSA);
+  const pcm single = process(inst, setup, &second);
+  se_bf_destroy(inst);
+  const pcm out = join({beam, single});
+  return cut(out, kDelay, out.size());
+}
+
+TEST(StreamShield, AFaultWhileHealingPutsTheBeamformerOffAgain) {
+  heard_events events;
+  const size_t heals = 8 * kSecond;
+  const size_t weakens = heals + 70 * kBlock;  // too late to be noticed before all seems well
+  const size_t again = weakens + 3 * kSecond;
+  pcm in = mute(make_sound(20 * kSecond, 6), 1, 4 * kSecond, heals);
+  in = weaken(in, 1, weakens, again, 300);
+  const pcm out = run_beamformer(in, &events);
+  ASSERT_EQ(events.size(), 4u) << testing::PrintToString(events);
+  EXPECT_EQ(events[1].since, static_cast<int64_t>(heals));
+  EXPECT_EQ(events[2].kind, SE_BF_STREAM_DEAD);
+  EXPECT_EQ(events[2].since, static_cast<int64_t>(weakens));
+  EXPECT_LT(events[2].time, events[1].time + 28 * 320) << "after the new beamformer took over";
+  EXPECT_EQ(events[3].kind, SE_BF_STREAM_HEALED);
+  EXPECT_EQ(events[3].beamforming, 1);
+  const size_t single = static_cast<size_t>(events[3].time);
+  const pcm expected = expect_left_beamformer(in, static_cast<size_t>(events[0].time));
+  EXPECT_EQ(cut(out, 0, single), cut(expected, 0, single));
+}
+
+TEST(StreamShield, AMicrophoneIsDeadFromFortyDecibelsOn) {
+  heard_events events;
+  const pcm in = make_sound(6 * kSecond, 6);
+  run_beamformer(weaken(in, 0, kSecond, 6 * kSecond, 80), &events);
+  EXPECT_EQ(events, heard_events());
+  run_beamformer(weaken(in, 0, kSecond, 6 * kSecond, 130), &events);
+  EXPECT_EQ(events.size(), 1u);
+}
+
+TEST(StreamShield, StartsWithBothMicrophonesButDoesNotWaitForADeadOne) {
+  const pcm sound = make_sound(kSecond, 8);
+  const size_t late = 3 * kBlock;
+  const size_t longest = 10 * kBlock;
+  heard_events events;
+  const pcm expected = join({pcm(late), expect_beamformer(cut(sound, 2 * late, sound.size()))});
+  EXPECT_EQ(run_beamformer(mute(sound, 1, 0, late), &events), expected);
+  EXPECT_EQ(run_beamformer(weaken(sound, 1, 0, late, 300), &events), expected);
+  EXPECT_EQ(events, heard_events());
+  const pcm one = run_beamformer(mute(sound, 1, 0, kSecond), &events);
+  EXPECT_EQ(events, (heard_events{{SE_BF_STREAM_DEAD, 1, longest, 0, 0, 0}}));
+  EXPECT_EQ(cut(one, 0, longest - kDelay), pcm(longest - kDelay));
+  EXPECT_NE(cut(one, longest, longest + kBlock), pcm(kBlock));
+}
+
+TEST(StreamShield, PlainStreamsLeaveSilenceAndFaultsToTheCore) {
+  const pcm in = join({silence(20 * kSecond), make_sound(4 * kSecond, 7)});
+  heard_events events;
+  const pcm out = run_beamformer(in, &events, true);
+  const int64_t found = 20 * kSecond + (kHeal - 1) * 320;
+  EXPECT_EQ(events, (heard_events{{SE_BF_STREAM_SILENT, 0, 0, 0, 0, 0},
+                                  {SE_BF_STREAM_HEALED, 0, found, 20 * kSecond, 0, 0}}));
+  EXPECT_EQ(out, expect_beamformer(in));
+}
+
+TEST(StreamShield, ModesOfTheStreamRunNoiseSuppressionAndMonoCopies) {
+  const pcm in = make_sound(kSecond, 2);
+  const pcm expected = run_process(make_config(2, SE_BF_MODE_OMLSA, 0), in);
+  EXPECT_EQ(run_process(make_config(2, SE_BF_STREAM_AUTO, 320), in), expected);
+  EXPECT_EQ(run_process(make_config(2, SE_BF_STREAM_REFINED, 320), in), expected);
+  pcm mono(in.size() / 2);
+  for (size_t t = 0; t < mono.size(); ++t) {
+    mono[t] = in[2 * t];
+  }
+  EXPECT_EQ(run_aligned(make_config(2, SE_BF_MODE_MONO, 192), in), mono);
+  EXPECT_EQ(run_aligned(make_config(1, SE_BF_MODE_MONO, 192), mono), mono);
+  EXPECT_NE(run_aligned(make_config(1, SE_BF_MODE_MONO, 192, true), mono), mono);
+}
+
+}  // namespace
