@@ -21,7 +21,7 @@ target_compile_options(tm_se_bf_stream_objects PRIVATE
                        -fdebug-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}=.
                        -fno-math-errno -fno-trapping-math -ffunction-sections -fdata-sections
                        $<$<CONFIG:Release>:-O2> $<$<CONFIG:Release>:-ftree-vectorize>)
-if(TM_SE_BF_AVX2 AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+if(avx2)
   target_compile_definitions(tm_se_bf_stream_objects PRIVATE TM_SE_BF_USE_AVX2)
 endif()
 set_target_properties(tm_se_bf_stream_objects PROPERTIES POSITION_INDEPENDENT_CODE ON UNITY_BUILD OFF

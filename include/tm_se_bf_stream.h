@@ -34,7 +34,7 @@
  *   sound for 2 s, a beamformer that has heard the last second takes over again.
  *
  * @par Memory and real time
- * se_bf_stream_open allocates everything, some 270 KiB at 16 kHz. No function but open and close
+ * se_bf_stream_open allocates everything, 276 KiB at 16 kHz. No function but open and close
  * calls the heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an
  * instance of the core, about the work of 13 blocks of 20 ms. After a change, and after a
  * microphone has healed, two blocks cost up to ten times, and for half a second each block four

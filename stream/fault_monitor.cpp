@@ -40,6 +40,28 @@ int32_t magnitude(int16_t sample) {
   return sample < 0 ? -sample : sample;
 }
 
+// Sums of 320 samples stay below 2^24, where single precision holds every integer: these are the
+// sums of the core.
+SE_BF_VECTOR_CLONES block_facts measure_one(const int16_t *block) {
+  int32_t sum = 0;
+  for (int32_t n = 0; n < kStreamBlock; ++n) {
+    sum += magnitude(block[n]);
+  }
+  return {{static_cast<float>(sum), 0.0f}, false};
+}
+
+SE_BF_VECTOR_CLONES block_facts measure_two(const int16_t *block) {
+  int32_t first = 0;
+  int32_t second = 0;
+  int32_t differences = 0;
+  for (int32_t n = 0; n < kStreamBlock; ++n) {
+    first += magnitude(block[2 * n]);
+    second += magnitude(block[2 * n + 1]);
+    differences |= block[2 * n] ^ block[2 * n + 1];
+  }
+  return {{static_cast<float>(first), static_cast<float>(second)}, differences == 0};
+}
+
 void describe_fault(const fault_monitor *monitor, mic_fault fault, const block_facts *facts,
                     se_bf_stream_event *event) {
   int64_t since = monitor->identical_since;
@@ -63,24 +85,8 @@ void fault_monitor_init(fault_monitor *monitor) {
   *monitor = {MIC_FAULT_NONE, 0, 0, {kNever, kNever}, kNever};
 }
 
-// Sums of 320 samples stay below 2^24, where single precision holds every integer: these are the
-// sums of the core.
-SE_BF_VECTOR_CLONES block_facts block_measure(const int16_t *block, int32_t channels) {
-  int32_t first = 0;
-  int32_t second = 0;
-  int32_t differences = 0;
-  if (channels == 1) {
-    for (int32_t n = 0; n < kStreamBlock; ++n) {
-      first += magnitude(block[n]);
-    }
-    return {{static_cast<float>(first), 0.0f}, false};
-  }
-  for (int32_t n = 0; n < kStreamBlock; ++n) {
-    first += magnitude(block[2 * n]);
-    second += magnitude(block[2 * n + 1]);
-    differences |= block[2 * n] ^ block[2 * n + 1];
-  }
-  return {{static_cast<float>(first), static_cast<float>(second)}, differences == 0};
+block_facts block_measure(const int16_t *block, int32_t channels) {
+  return channels == 1 ? measure_one(block) : measure_two(block);
 }
 
 bool block_has_sound(const block_facts *facts) {

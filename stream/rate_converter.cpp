@@ -232,12 +232,13 @@ void rate_down_run(rate_down *down, const rate_plan *plan, const rate_filters *f
 }
 
 void rate_up_take(rate_up *up, const rate_plan *plan, rate_memory *memory) {
+  const size_t room = static_cast<size_t>(plan->later_chunk) * static_cast<size_t>(plan->factor);
   up->core = rate_memory_take(memory, static_cast<size_t>(plan->up_history));
   for (int s = 0; s < plan->halvings; ++s) {
-    const int32_t room = plan->later_chunk * plan->factor >> (s + 1);
-    up->stage[s] = rate_memory_take(memory, static_cast<size_t>(half_band_history(plan, s) + room));
+    const size_t history = static_cast<size_t>(half_band_history(plan, s));
+    up->stage[s] = rate_memory_take(memory, history + (room >> (s + 1)));
   }
-  up->sums = rate_memory_take(memory, static_cast<size_t>(plan->later_chunk * plan->factor));
+  up->sums = rate_memory_take(memory, room >> 1);
 }
 
 void rate_up_reset(rate_up *up, const rate_plan *plan) {

@@ -36,7 +36,7 @@ struct rate_plan {
   int32_t up_phase;      // of the first output, 0 .. step - 1
   int32_t up_history;    // samples at 16 kHz that a turn looks at
   int32_t first_chunk;   // middle samples of the first turn, the longest
-  int32_t later_chunk;   // middle samples of the longest turn behind it
+  int32_t later_chunk;   // middle samples of the longest turn after it
   int32_t latency;       // outer samples from input to output
 };
 
@@ -70,7 +70,7 @@ struct rate_down {
   int64_t phase;                  // 0 .. base - 1
 };
 void rate_down_take(rate_down *down, const rate_plan *plan, rate_memory *memory);
-// Behind a reset all histories must be 0: the owner of the memory clears it.
+// After a reset all histories must be 0: the owner of the memory clears it.
 void rate_down_reset(rate_down *down, const rate_plan *plan);
 // Middle samples that the next turn takes.
 int32_t rate_down_chunk(const rate_down *down, const rate_plan *plan);

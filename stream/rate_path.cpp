@@ -127,7 +127,7 @@ void add_late_input(rate_path *path, int32_t count) {
   }
 }
 
-// Keeps the latest `length` samples of `history` with `count` new ones behind it.
+// Keeps the latest `length` samples of `history` with `count` new ones after it.
 void keep_latest(float *history, int32_t length, const float *in, int32_t count) {
   memcpy(history + length, in, static_cast<size_t>(count) * sizeof(float));
   memmove(history, history + count, static_cast<size_t>(length) * sizeof(float));

@@ -2,7 +2,7 @@
 // function, back up, with the band above 8 kHz where the rate has one.
 //
 // Output sample n belongs to input sample n - rate_path_latency(), exactly at every rate, and does
-// not depend on how the caller cuts the stream. Behind rate_path_open no function but
+// not depend on how the caller cuts the stream. After rate_path_open no function but
 // rate_path_close allocates, locks or calls the system.
 #ifndef TM_SE_BF_STREAM_RATE_PATH_H
 #define TM_SE_BF_STREAM_RATE_PATH_H

@@ -21,6 +21,30 @@ bool is_finite(float x) {
   return std::fabs(x) <= FLT_MAX;
 }
 
+// The loops are in functions of this file, as clang has clones for several processors only there.
+SE_BF_VECTOR_CLONES void round_all(const float *x, int32_t count, int16_t *words) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float scaled = is_finite(x[i]) ? x[i] * kFullScale : 0.0f;
+    const float below = scaled < kLargestWord ? scaled : kLargestWord;
+    const float within = below > kSmallestWord ? below : kSmallestWord;
+    words[i] = static_cast<int16_t>(static_cast<int32_t>((within + kRounder) - kRounder));
+  }
+}
+
+SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float *x) {
+  for (int32_t i = 0; i < count; ++i) {
+    x[i] = static_cast<float>(words[i]) * kUnit;
+  }
+}
+
+SE_BF_VECTOR_CLONES void limit_all(const float *x, int32_t count, float *limited) {
+  for (int32_t i = 0; i < count; ++i) {
+    const float finite = is_finite(x[i]) ? x[i] : 0.0f;
+    const float below = finite < 1.0f ? finite : 1.0f;
+    limited[i] = below > -1.0f ? below : -1.0f;
+  }
+}
+
 SE_BF_VECTOR_CLONES int32_t count_them(const float *x, int32_t count) {
   int32_t found = 0;
   for (int32_t i = 0; i < count; ++i) {
@@ -31,27 +55,16 @@ SE_BF_VECTOR_CLONES int32_t count_them(const float *x, int32_t count) {
 
 }  // namespace
 
-SE_BF_VECTOR_CLONES void words_from_floats(const float *x, int32_t count, int16_t *words) {
-  for (int32_t i = 0; i < count; ++i) {
-    const float scaled = is_finite(x[i]) ? x[i] * kFullScale : 0.0f;
-    const float below = scaled < kLargestWord ? scaled : kLargestWord;
-    const float within = below > kSmallestWord ? below : kSmallestWord;
-    words[i] = static_cast<int16_t>(static_cast<int32_t>((within + kRounder) - kRounder));
-  }
+void words_from_floats(const float *x, int32_t count, int16_t *words) {
+  round_all(x, count, words);
 }
 
-SE_BF_VECTOR_CLONES void floats_from_words(const int16_t *words, int32_t count, float *x) {
-  for (int32_t i = 0; i < count; ++i) {
-    x[i] = static_cast<float>(words[i]) * kUnit;
-  }
+void floats_from_words(const int16_t *words, int32_t count, float *x) {
+  scale_all(words, count, x);
 }
 
-SE_BF_VECTOR_CLONES void limit_floats(const float *x, int32_t count, float *limited) {
-  for (int32_t i = 0; i < count; ++i) {
-    const float finite = is_finite(x[i]) ? x[i] : 0.0f;
-    const float below = finite < 1.0f ? finite : 1.0f;
-    limited[i] = below > -1.0f ? below : -1.0f;
-  }
+void limit_floats(const float *x, int32_t count, float *limited) {
+  limit_all(x, count, limited);
 }
 
 int32_t count_not_finite(const float *x, int32_t count, int32_t *first) {

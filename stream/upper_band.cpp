@@ -14,7 +14,7 @@ constexpr float kLevelKept = 0.96722f;  // exp(-10 ms / 300 ms): which microphon
 constexpr float kSilence = 1e-10f;      // energy a step at full scale 1: less than a bit of 16
 constexpr float kMaxEnergy = 1e12f;     // more than sound can have
 
-// Puts a step behind the history in `samples` and gives what lies above 4 kHz to `high`. Returns
+// Puts a step after the history in `samples` and gives what lies above 4 kHz to `high`. Returns
 // its energy.
 float high_pass(const float *taps, const float *step, float *samples, float *high) {
   const int history = kUpperBandTaps - 1;
@@ -86,18 +86,18 @@ void upper_band_step(upper_band *band, const float *const *input, const float *o
       sound_energy(high_pass(band->taps, output, band->output, high[0]));
   band->place = (band->place + 1) % kUpperBandSteps;
 
-  float before = 0.0f;
-  float behind = 0.0f;
+  float heard = 0.0f;
+  float left = 0.0f;
   for (int k = 0; k < kUpperBandSteps; ++k) {
-    before += band->input_energy[k];
-    behind += band->output_energy[k];
+    heard += band->input_energy[k];
+    left += band->output_energy[k];
   }
   // Where 4 to 8 kHz are silent nothing is known, and the band above stays as it is.
   float gain = 1.0f;
   if (band->enabled == 0) {
     gain = 0.0f;
-  } else if (before > kSilence && behind < before) {
-    gain = std::sqrt(behind / before);
+  } else if (heard > kSilence && left < heard) {
+    gain = std::sqrt(left / heard);
   }
   for (int m = 0; m < band->channels; ++m) {
     factors[m] = gain * weight[m];

@@ -1,6 +1,6 @@
 // The band above 8 kHz, which the enhancement at 16 kHz does not hear: how much of it belongs to
-// the output. It gets the gain that the enhancement has between 4 and 7.5 kHz at that moment, a
-// simple extension of the kind that band-wise codecs use for their upper band.
+// the output. It gets the gain that the enhancement has between 4 kHz and the end of its band at
+// that moment.
 //
 // Every 10 ms the module gives one factor a channel; in between they run linearly. The output is
 //   core output + sum over channels of factor * (input - input as 16 kHz can hold it),

@@ -20,11 +20,14 @@ pcm run_change(const se_bf_stream_config &from, const se_bf_stream_config &to, c
   const int32_t latency = se_bf_stream_latency(stream);
   const pcm before = process_words(stream, cut(in, 0, at * channels), channels, {100, true});
   EXPECT_EQ(se_bf_stream_change(stream, &to), 0);
-  EXPECT_EQ(se_bf_stream_change(stream, &to), 0) << "the same again";
-  const pcm after = process_words(stream, cut(in, at * channels, in.size()), channels, {100, true});
+  const size_t again = at + 5 * kBlock;
+  const pcm between =
+      process_words(stream, cut(in, at * channels, again * channels), channels, {7});
+  EXPECT_EQ(se_bf_stream_change(stream, &to), 0) << "the same once more starts nothing anew";
+  const pcm after = process_words(stream, cut(in, again * channels, in.size()), channels, {100});
   EXPECT_EQ(se_bf_stream_latency(stream), latency);
   se_bf_stream_close(stream);
-  return join({before, after});
+  return join({before, between, after});
 }
 
 // What a setting gives that starts at frame `start` of the input, as the process functions return
@@ -58,7 +61,7 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       {"to mean, plain", {SE_BF_MODE_OMLSA, SE_BF_MODE_MEAN}, {70, 70}, {false, true}},
       {"one channel", {SE_BF_STREAM_AUTO, SE_BF_MODE_MONO}, {70, 70}, {false, false}, 1},
   };
-  const pcm in = sound();
+  const pcm &in = sound();
   for (const transition &c : cases) {
     for (const size_t at : {size_t{3 * kSecond + 77}, size_t{10 * kBlock}}) {
       SCOPED_TRACE(testing::Message() << c.name << " at " << at);
@@ -156,19 +159,35 @@ TEST(StreamChange, WhatWasToldIsHealedUnderTheNewSetting) {
 }
 
 TEST(StreamReset, GivesTheStreamAsJustOpenedWithItsLastSetting) {
-  const se_bf_stream_config from = make_config(2, SE_BF_MODE_MVDR, 320);
-  const se_bf_stream_config to = make_config(2, SE_BF_MODE_OMLSA, 320);
-  const pcm in = mute(sound(), 1, 0, 30000);
-  for (const size_t heard : {100u, 40000u}) {
-    se_bf_stream *stream = open_stream(from);
-    process_words(stream, cut(in, 0, 2 * heard), 2, {1000});
-    se_bf_stream_reset(stream);
-    ASSERT_EQ(process_words(stream, in, 2, {1000}), run_process(from, in)) << heard;
-    EXPECT_EQ(se_bf_stream_change(stream, &to), 0);
-    process_words(stream, cut(in, 0, 2 * heard), 2, {1000});
-    se_bf_stream_reset(stream);
-    ASSERT_EQ(process_words(stream, in, 2, {1000}), run_process(to, in)) << heard;
-    se_bf_stream_close(stream);
+  const pcm loud = mute(sound(), 1, 0, 40000);
+  pcm quiet = mute(sound(), 1, 3 * kSecond, 5 * kSecond);
+  std::transform(quiet.begin(), quiet.end(), quiet.begin(),
+                 [](int16_t word) { return static_cast<int16_t>(word / 30); });
+  for (const int32_t rate : {16000, TM_SE_BF_STREAM_OTHER_RATE}) {
+    for (const int32_t mode : {SE_BF_MODE_MVDR, SE_BF_MODE_OMLSA, SE_BF_MODE_MONO}) {
+      for (const size_t heard : {100u, 40000u}) {
+        SCOPED_TRACE(testing::Message() << rate << " " << mode << " " << heard);
+        heard_events events;
+        se_bf_stream_config from = make_config(2, SE_BF_MODE_MVDR, 320, false, &events);
+        from.rate = rate;
+        se_bf_stream_config to = from;
+        to.mode = mode;
+        se_bf_stream *opened = open_stream(from);
+        EXPECT_EQ(se_bf_stream_change(opened, &to), 0);
+        const pcm expected = process_words(opened, quiet, 2, {1000});
+        const heard_events expected_events = events;
+        se_bf_stream *stream = open_stream(from);
+        process_words(stream, cut(loud, 0, 2 * heard), 2, {1000});
+        EXPECT_EQ(se_bf_stream_change(stream, &to), 0);
+        process_words(stream, cut(loud, 2 * heard, 4 * heard), 2, {1000});
+        se_bf_stream_reset(stream);
+        events.clear();
+        EXPECT_EQ(process_words(stream, quiet, 2, {1000}), expected);
+        EXPECT_EQ(events, expected_events);
+        se_bf_stream_close(opened);
+        se_bf_stream_close(stream);
+      }
+    }
   }
 }
 

@@ -57,7 +57,9 @@ TEST(StreamConfig, FieldsOutOfRangeAreNamedWithTheirRange) {
     const std::string expected = c.field;
     EXPECT_EQ(text.substr(0, expected.empty() ? std::string::npos : expected.size()), expected)
         << "of " << text;
-    EXPECT_EQ(se_bf_stream_open(&config, nullptr) == nullptr, !expected.empty());
+    se_bf_stream *untold = se_bf_stream_open(&config, nullptr);
+    EXPECT_EQ(untold == nullptr, !expected.empty());
+    se_bf_stream_close(untold);
   }
 }
 

@@ -131,4 +131,37 @@ TEST(StreamPath, WhatIsNoSampleBecomesSilenceAndIsCounted) {
   }
 }
 
+// At another rate; in a build without rates, at 16 kHz.
+TEST(StreamPath, OtherRatesKeepTheirTime) {
+  constexpr int32_t kRate = TM_SE_BF_STREAM_OTHER_RATE;
+  constexpr size_t kFrames = 4 * kRate;
+  constexpr size_t kDies = 2 * kRate;
+  constexpr double kLeastSnrDb = 40.0;
+  pcm in(2 * kFrames);
+  for (size_t n = 0; n < kFrames; ++n) {
+    const double t = static_cast<double>(n) / kRate;  // chirp from 0.2 to 1.8 kHz
+    const double phase = 2.0 * kPi * (200.0 * t + 200.0 * t * t);
+    in[2 * n] = static_cast<int16_t>(std::lrint(9000.0 * std::sin(phase)));
+    in[2 * n + 1] = static_cast<int16_t>(n < kDies ? in[2 * n] / 2 : 0);
+  }
+  heard_events events;
+  se_bf_stream_config config = make_config(2, SE_BF_MODE_OMLSA, 0, false, &events);
+  config.rate = kRate;
+  EXPECT_EQ(run_aligned(config, in).size(), kFrames);
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].kind, SE_BF_STREAM_DEAD);
+  EXPECT_NEAR(static_cast<double>(events[0].since), kDies, kRate * 0.02);
+  EXPECT_GT(events[0].time, static_cast<int64_t>(kDies + kRate / 2));
+  EXPECT_LT(events[0].time, static_cast<int64_t>(kDies + kRate));
+
+  config.mode = SE_BF_MODE_MONO;
+  const pcm copy = run_aligned(config, in, {777, true});
+  ASSERT_EQ(copy.size(), kFrames);
+  const size_t edge = kRate / 20;
+  const wave first = part(first_channel(in), edge, kFrames - edge);
+  const double snr = snr_db(first, part(copy, edge, kFrames - edge) + 1e-9);
+  std::printf("%d Hz: %.1f dB\n", kRate, snr);
+  EXPECT_GT(snr, kLeastSnrDb);
+}
+
 }  // namespace

@@ -9,6 +9,14 @@ constexpr int64_t kHeal = 100;         // blocks
 constexpr size_t kHistory = 50;        // blocks
 constexpr size_t kLongestWarmUp = 30;  // blocks
 
+// Two channels with microphone `mic` at 1 / `divisor` of its level from frame `from` to frame `to`.
+pcm weaken(pcm x, size_t mic, size_t from, size_t to, int32_t divisor) {
+  for (size_t t = from; t < to; ++t) {
+    x[2 * t + mic] = static_cast<int16_t>(x[2 * t + mic] / divisor);
+  }
+  return x;
+}
+
 pcm run_beamformer(const pcm &in, heard_events *events, bool plain = false) {
   return run_aligned(make_config(2, SE_BF_MODE_MVDR, 320, plain, events), in, {333});
 }
@@ -66,7 +74,7 @@ TEST(StreamShield, AMicrophoneThatDiesIsDatedAndBeamformingResumes) {
 }
 
 // The core as a beamformer, and for noise suppression behind the block that starts at frame `left`.
-pcm expect_left_beamformer(pcm in, size_t left) {
+pcm expect_left_beamformer(const pcm &in, size_t left) {
   forget_levels();
   const stream_setup setup = {2, 320, 320, SE_BF_MODE_MVDR, 0.05f, 70.0f};
   se_bf_inst *inst = make_instance(setup);
@@ -86,9 +94,7 @@ TEST(StreamShield, AFaultWhileHealingPutsTheBeamformerOffAgain) {
   const size_t weakens = heals + 70 * kBlock;  // too late to be noticed before all seems well
   const size_t again = weakens + 3 * kSecond;
   pcm in = mute(make_sound(20 * kSecond, 6), 1, 4 * kSecond, heals);
-  for (size_t t = weakens; t < again; ++t) {
-    in[2 * t + 1] = static_cast<int16_t>(in[2 * t + 1] / 300);
-  }
+  in = weaken(in, 1, weakens, again, 300);
   const pcm out = run_beamformer(in, &events);
   ASSERT_EQ(events.size(), 4u) << testing::PrintToString(events);
   EXPECT_EQ(events[1].since, static_cast<int64_t>(heals));
@@ -102,13 +108,23 @@ TEST(StreamShield, AFaultWhileHealingPutsTheBeamformerOffAgain) {
   EXPECT_EQ(cut(out, 0, single), cut(expected, 0, single));
 }
 
+TEST(StreamShield, AMicrophoneIsDeadFromFortyDecibelsOn) {
+  heard_events events;
+  const pcm in = make_sound(6 * kSecond, 6);
+  run_beamformer(weaken(in, 0, kSecond, 6 * kSecond, 80), &events);
+  EXPECT_EQ(events, heard_events());
+  run_beamformer(weaken(in, 0, kSecond, 6 * kSecond, 130), &events);
+  EXPECT_EQ(events.size(), 1u);
+}
+
 TEST(StreamShield, StartsWithBothMicrophonesButDoesNotWaitForADeadOne) {
   const pcm sound = make_sound(kSecond, 8);
   const size_t late = 3 * kBlock;
   const size_t longest = 10 * kBlock;
   heard_events events;
-  const pcm both = run_beamformer(mute(sound, 1, 0, late), &events);
-  EXPECT_EQ(both, join({pcm(late), expect_beamformer(cut(sound, 2 * late, sound.size()))}));
+  const pcm expected = join({pcm(late), expect_beamformer(cut(sound, 2 * late, sound.size()))});
+  EXPECT_EQ(run_beamformer(mute(sound, 1, 0, late), &events), expected);
+  EXPECT_EQ(run_beamformer(weaken(sound, 1, 0, late, 300), &events), expected);
   EXPECT_EQ(events, heard_events());
   const pcm one = run_beamformer(mute(sound, 1, 0, kSecond), &events);
   EXPECT_EQ(events, (heard_events{{SE_BF_STREAM_DEAD, 1, longest, 0, 0, 0}}));

@@ -14,6 +14,7 @@ TEST(StreamThreads, EightStreamsGiveWhatEachGivesAlone) {
     const int32_t mode = SE_BF_MODE_MEAN + static_cast<int32_t>(i % 4);
     const int32_t channels = i % 3 == 2 ? 1 : 2;
     configs[i] = make_config(channels, mode, kHops[i % 3].hop, i % 2 == 1);
+    configs[i].rate = i == 7 ? TM_SE_BF_STREAM_OTHER_RATE : 16000;
     alone[i] = run_process(configs[i], in, {1000});
   }
   pcm together[kStreams];
