@@ -58,12 +58,22 @@ test_ladspa-sdk() {
   same_bits $((FRAMES - latency))
 }
 
-# The lines of the plug-ins' page lose no sample and add none.
+# table_row NAME: the figures of that row of the plug-ins' page.
+table_row() {
+  sed -n "s/^| $1 |//p" "$top/docs/plugins.md" | tr -d '|'
+}
+
+# The page tells the latencies, and its lines lose no sample and add none.
 test_documented() {
   need ffmpeg sox gst-launch-1.0
   make_wav 48000
+  local rate start line told=
+  for rate in $(table_row 'rate (Hz)'); do
+    reference "$rate"
+    told+=" $latency"
+  done
+  diff <(echo $told) <(echo $(table_row 'latency (samples)'))
   reference 48000
-  local start line
   for start in ffmpeg gst-launch-1.0 LADSPA_PATH=; do
     line=$(grep "^$start" "$top/docs/plugins.md")
     rm -f out.wav
