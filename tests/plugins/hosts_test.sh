@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The plug-ins in the programs that users have, without sound hardware, against the stream library.
-# hosts_test.sh CASE PLUGIN-DIRECTORY PLUGIN_REFERENCE: a test_ function; 77 when a program that it needs is
-# missing.
-plugins=$2 tool=$3
+# hosts_test.sh CASE PLUGIN-DIRECTORY PLUGIN_REFERENCE RECORD_AGAIN: a test_ function; 77 when a program that
+# it needs is missing.
+plugins=$2 tool=$3 record_again=$4
 source "$(dirname "$0")/../scratch.sh"
 export LADSPA_PATH=$plugins GST_REGISTRY=$work/registry
 
@@ -67,12 +67,12 @@ table_row() {
 test_documented() {
   need ffmpeg sox gst-launch-1.0
   make_wav 48000
-  local rate start line told=
+  local rate start line
   for rate in $(table_row 'rate (Hz)'); do
     reference "$rate"
-    told+=" $latency"
-  done
-  diff <(echo $told) <(echo $(table_row 'latency (samples)'))
+    echo "$latency"
+  done >latencies
+  diff latencies <(table_row 'latency (samples)' | xargs -n 1)
   reference 48000
   for start in ffmpeg gst-launch-1.0 LADSPA_PATH=; do
     line=$(grep "^$start" "$top/docs/plugins.md")
@@ -89,8 +89,8 @@ test_two-filters() {
   reference 48000
   local filter="ladspa=file=tm_se_bf:plugin=tm_se_bf:controls" ends
   ends=atrim=start_sample=$latency
-  ffmpeg -i in.wav -filter_complex "apad=pad_len=$latency,asplit[a][b];[a]$filter=c0=2|c1=$DISTANCE|c2=$DOA,$ends[c]
-    ;[b]$filter=c0=1,$ends[d]" -map '[c]' -f s16le one.raw -map '[d]' -f s16le other.raw </dev/null
+  ffmpeg -i in.wav -filter_complex "apad=pad_len=$latency,asplit[a][b];[a]$filter=c0=2|c1=$DISTANCE|c2=$DOA,${ends}[c]
+    ;[b]$filter=c0=1,${ends}[d]" -map '[c]' -f s16le one.raw -map '[d]' -f s16le other.raw </dev/null
   near one.raw
   reference 48000 1 0 0
   near other.raw
@@ -137,6 +137,9 @@ test_alsa() {
   same_bits_from "$pcm" 16000
   # Without conversion around it, at the rate of the recording, words and floats.
   same_bits_from bare 16000 2 $DISTANCE $DOA 1
+  cat "$recording" "$recording" >played.raw
+  "$record_again" bare "$latency"
+  rm played.raw
   same_bits_from bare 48000 2 $DISTANCE $DOA 1
   need sox
   sox -D -t raw -r 48000 -e signed -b 16 -c 2 in.raw -t raw -e float -b 32 played.raw pad 0 4000s
