@@ -1,12 +1,12 @@
-// Time of the parts of a frame and of whole modes: every transform kernel, the noise estimator, the
-// gain rule, accumulation and weight update of the beamformer, and se_bf_do.
+// Measures the time of the parts of a frame and of whole modes: every transform kernel, the noise
+// estimator, the gain rule, accumulation and weight update of the beamformer, and se_bf_do.
 //
 // RECORDING in the environment names the recording that the modes run on.
 #include <benchmark/benchmark.h>
 
 #include "interface/se_bf_instance.h"
 #include "recording.h"
-#include "spectral/q31_vector_rfft.h"
+#include "spectral/vector/kernel.h"
 #include "transform_pair.h"
 
 namespace {
@@ -30,8 +30,8 @@ const char *kernel_name(int64_t number) {
   return names[number];
 }
 
-// A build has an empty kernel for other processors; its AVX2 kernel may not suit this one, and then
-// the library does not choose it either.
+// The kernels of other processors are empty. The AVX2 kernel exists in every x86-64 build; this
+// processor can run it if the library chooses it.
 bool can_run(int64_t number) {
   const q31_vector_kernel *kernel = kernel_number(number);
   const bool exists = kernel == nullptr || kernel->forward != nullptr;
@@ -141,7 +141,8 @@ void whole_mode(benchmark::State &state) {
   const int32_t hop = static_cast<int32_t>(state.range(1));
   se_bf_inst *inst = warm_instance(static_cast<int32_t>(state.range(0)), hop, &speech);
 
-  // Rounds of the recording from a buffer, so that making the blocks is not counted.
+  // The blocks come straight from the recording in memory, again and again, so that no time for
+  // making blocks is counted.
   const size_t block = kPerCall * kRecordedChannels;
   const size_t blocks = speech.pcm.size() / block;
   std::vector<int16_t> out(kPerCall);

@@ -2,8 +2,9 @@
 // figure that does not depend on how slow this processor is on them. x86-64 only.
 //
 // denormal_count MODE. Every vector instruction with a denormal operand or a result below the
-// normal range counts once; comparisons count too, although they cost no more on denormals. The
-// counting lets such an instruction trap, runs it alone with the traps off, and goes on.
+// normal range counts once; comparisons count too, although denormals do not slow them down. Such
+// an instruction traps; the handler counts it, and the processor then executes it alone with the
+// traps off.
 #include <ucontext.h>
 #include <xmmintrin.h>
 

@@ -1,7 +1,7 @@
 // Prints the bytes of the pool that each configuration takes, and the depth of the stack.
 //
-// The library runs on a stack of its own, filled with a pattern: how much of that is gone is its
-// depth, with what the C library needs to print.
+// The library runs on a stack of its own that is filled with a pattern. The part of the pattern
+// that is overwritten is the depth, which includes what the C library needs for printing.
 #include <ucontext.h>
 
 #include <algorithm>

@@ -1,8 +1,8 @@
-// Counts what the calls of se_bf_do after the first ask of the system: heap calls, system calls and
-// page faults, which should all be 0.
+// Counts heap calls, system calls and page faults in se_bf_do after its first call; all should be
+// 0.
 //
-// quiet_calls MODE. Speech first and then digital silence, so that every path runs, the repair of
-// microphones included.
+// quiet_calls MODE. The input is speech and then digital silence, so that every path runs,
+// including the repair of a microphone.
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
@@ -44,8 +44,8 @@ void count_system_call(int) {
   system_calls = system_calls + 1;
 }
 
-// From here on every system call raises SIGSYS instead, save those that the end of the program and
-// the return from a signal handler need.
+// From here on every system call raises SIGSYS instead, except those that the end of the program
+// and the return from a signal handler need.
 bool trap_system_calls() {
   struct sigaction action = {};
   action.sa_handler = count_system_call;
@@ -116,8 +116,8 @@ int main(int argc, char **argv) {
   std::vector<int16_t> in(kPerCall * kRecordedChannels);
   std::vector<int16_t> out(kPerCall);
 
-  // Once as a whole for the faults and the heap; the first pass over the recording and over this
-  // program's own loops must not count.
+  // A first run counts page faults and heap calls. The recording is read once before, so that its
+  // own page faults do not count.
   for (const int16_t sample : speech.pcm) {
     out[0] = static_cast<int16_t>(out[0] ^ sample);
   }
@@ -130,8 +130,8 @@ int main(int argc, char **argv) {
   const int64_t faults = page_faults() - faults_before;
   const int32_t heap = heap_calls - heap_before;
 
-  // And again with every system call trapped. Counters that stay at 0 where they must not are
-  // broken.
+  // A second run counts system calls, each of which traps. A known system call, and the heap calls
+  // so far, show that the counters work.
   const bool trapped = trap_system_calls();
   syscall(__NR_getppid);
   if (!trapped || system_calls != 1 || heap_before == 0) {

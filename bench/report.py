@@ -26,11 +26,12 @@ PER_FRAME = "instructions per frame"
 COUNTS = "ratio of instructions"
 TIMES = "ratio of times"
 
-# Name, where {} is each mode in turn; unit; how it is measured; goal, and the further one.
-# growth: by hop and channels. transforms: the share of forward and inverse transforms; share: the
-# whole over it. worst: call over the median call. pair: a forward and an inverse transform of the
-# library over those of another. silence: digital silence after speech over speech; denormals:
-# operations on them there. system: heap and system calls and page faults after the first call.
+# Name, where {} is each mode in turn; unit; how it is measured; goals, and stretch goals.
+# growth: by hop and channels. transforms: instructions of forward and inverse transforms. share: all
+# instructions over those of the transforms. worst: worst call over median call. pair: a forward and an
+# inverse transform of the library over those of another library. silence: digital silence after speech
+# over speech. denormals: operations on denormals in that silence. system: heap calls, system calls and
+# page faults after the first call.
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
@@ -133,7 +134,7 @@ def worst_call(tree, variant, mode):
     with tempfile.TemporaryDirectory(dir=tree.builds) as calls:
         collected(f"{calls}/call", tree.builds / variant, tree.drivers / "run_stream", mode,
                   2 * COUNT_S, options=("--toggle-collect=se_bf_do", "--dump-after=se_bf_do"))
-        # A file a call; the last one holds what follows the last call, which is nothing.
+        # One file per call; the last file is empty, because nothing follows the last call.
         counts = [int(only(r"^totals: (\d+)", path.read_text()))
                   for path in pathlib.Path(calls).iterdir()]
     counts = [count for count in counts if count > 0]
@@ -241,7 +242,7 @@ def section_size(library, section):
 
 def variable_size(library, names):
     """Bytes of variables, added up."""
-    sizes = re.findall(rf"^\S+ (\S+) \S \S*[0-9](?:{names})E?$", run("nm", "-S", library).stdout,
+    sizes = re.findall(rf"^\S+ (\S+) \S (?:\S*[0-9])?(?:{names})E?$", run("nm", "-S", library).stdout,
                        re.MULTILINE)
     if not sizes:
         raise Failed(f"{library.name} has no variable {names}")
@@ -286,8 +287,8 @@ def measure_memory(tree):
 # The report.
 
 def measure(tree, once):
-    """All figures of a tree; what cannot be measured is told and left out. once: with those that are
-    of interest for one tree only."""
+    """All figures of a tree; what cannot be measured is reported and left out. once: with the figures
+    that only one tree needs."""
     parts = [(count_variant, "baseline"), (worst_call, "baseline", 6001),
              (worst_call, "baseline", 6002)]
     if has_avx2():

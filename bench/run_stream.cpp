@@ -1,8 +1,8 @@
 // Runs a stream of a given length through one mode: the workload of all instruction counts.
 //
 // run_stream MODE SECONDS [HOP [CHANNELS [SAMPLES_PER_CALL]]]. MODE 0 makes the blocks without
-// processing them: the share of the caller, to be subtracted where a counter cannot leave it out.
-// RECORDING in the environment names the recording, which holds speech and noise.
+// processing them. Its count is the share of the caller, to be subtracted from counts that include
+// it. RECORDING in the environment names the recording, which holds speech and noise.
 #include <cstdint>
 #include <cstdio>
 #include <vector>

@@ -1,4 +1,5 @@
-// Cost of digital silence that follows speech over the cost of speech, in processor time.
+// Measures the cost of digital silence after speech as a ratio to the cost of speech, in processor
+// time.
 //
 // silence_cost [ROUNDS]. In silence the estimator state decays through the denormals and stays
 // there, and many processors are slow on denormals. A round streams speech and then silence; each

@@ -1,8 +1,8 @@
 // Runs the workload of run_stream through the packaged WebRTC audio processing, for comparison.
 //
 // webrtc_stream WHAT SECONDS: WHAT is "caller" (blocks made, nothing processed), "ns" (noise
-// suppression alone, one channel) or "beamformer" (two microphones 6 cm apart, noise suppression
-// behind it).
+// suppression alone, one channel) or "beamformer" (two microphones 6 cm apart, followed by noise
+// suppression).
 #include <webrtc/modules/audio_processing/include/audio_processing.h>
 #include <webrtc/modules/interface/module_common_types.h>
 

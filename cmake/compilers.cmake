@@ -1,4 +1,4 @@
-# The compilers that the library is built and tested with. CMake's variables say which one this is.
+# Checks the compiler against those that the library is built and tested with.
 set(help "\nInstall a newer one and name it: cmake -DCMAKE_C_COMPILER=gcc-12 -DCMAKE_CXX_COMPILER=g++-12 ...")
 foreach(supported "GNU 11" "Clang 14")
   separate_arguments(supported)

@@ -1,5 +1,5 @@
-# Installs the libraries, their headers, and what other projects find it by: pkg-config and CMake files.
-# A prefix other than the configured one works: all paths in those files are relative to them.
+# Installs the libraries, their headers, and the pkg-config and CMake files with which other projects find them.
+# A prefix other than the configured one works: all paths in those files are relative to the files.
 include(CMakePackageConfigHelpers)
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tm_se_bf)
 set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
@@ -23,7 +23,7 @@ install(FILES ${generated}/tm_se_bf-config.cmake ${generated}/tm_se_bf-config-ve
 
 file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_INSTALL_PREFIX})
 string(REGEX REPLACE "/$" "" pc_prefix "${pc_prefix}")
-# Without a shared library to ask for it, programs need libm whether --static is given or not.
+# A static library does not load libm by itself: programs must link it, with --static or without.
 set(pc_libm "")
 if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
   set(pc_libm " -lm")

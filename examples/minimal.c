@@ -14,7 +14,7 @@ static int fail(const char *what) {
   return EXIT_FAILURE;
 }
 
-/* The output is 192 samples late (hop 192); the last, incomplete block is filled up with zeros. */
+/* The output is delayed by 192 samples (hop 192). Zeros fill up the last, incomplete block. */
 static int enhance(se_bf_inst *inst, FILE *in, FILE *out) {
   int16_t microphones[CHANNELS * BLOCK];
   int16_t enhanced[BLOCK];

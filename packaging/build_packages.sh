@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Builds the Debian packages from a copy of the sources and has lintian look at them.
+# Builds the Debian packages from a copy of the sources and checks them with lintian.
 #
 # packaging/build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]
-# The packages appear in DIRECTORY, those of another architecture in DIRECTORY/ARCHITECTURE, and
-# debugging symbols in a folder debug beside them: DIRECTORY/*.deb is what this machine can install.
-# For another architecture (arm64, armhf) all of them are cross-built in a temporary Debian root of
-# that suite, which gets the sound libraries of the architecture, and the self-test runs there in
-# emulation: this machine stays as it is.
-# Needs tools/packages.sh build tool plugin package; for another architecture only package, the
+# The packages are put in DIRECTORY, those of another architecture in DIRECTORY/ARCHITECTURE, and
+# debugging symbols in a folder debug beside them, so that this machine can install DIRECTORY/*.deb.
+# For another architecture (arm64, armhf) they are cross-built in a temporary Debian root of that
+# suite with the sound libraries of the architecture, and the self-test runs there in emulation.
+# This machine is not changed.
+# Needs scripts/packages.sh build tool plugin package; for another architecture only package, the
 # network, and root or user namespaces.
 set -euo pipefail
 directory=$(realpath -m "${1:?usage: build_packages.sh DIRECTORY [ARCHITECTURE [SUITE]]}")
@@ -20,7 +20,7 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_packages.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 source=tm-se-bf-1.3.5
 
-# Dependencies are for packages.sh to install.
+# scripts/packages.sh has installed the dependencies.
 build_here() {
   cd "$work/build/$source"
   dpkg-buildpackage -b -us -uc -d -j"$(nproc)"
@@ -40,7 +40,7 @@ build_in_root() {
 }
 
 mkdir -p "$work/build/$source" "$work/made" "$directory/debug"
-tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins src tools |
+tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src tools |
   tar -x -C "$work/build/$source"
 mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
 log=$directory/build-$architecture.log

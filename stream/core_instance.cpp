@@ -29,7 +29,7 @@ void core_instance_create(core_instance *core, const core_setting *setting) {
   const se_bf_create_param sizes = {static_cast<int16_t>(setting->channels), kStreamBlock,
                                     setting->hop};
   core_state *state = &core->state;
-  tamrin_free(state, core->inst);
+  tamrin_free_in(state, core->inst);
   state->pwr1 = 0.0f;
   state->pwr2 = 0.0f;
   state->quiet = 1;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Fails when the library's tests take fewer than 98 % of the lines of src/ or 95 % of its branches, or
-# lists (--branches) the lines whose branches are not all taken. Builds in build/coverage, or in
-# COVERAGE_DIR. Needs tools/packages.sh build test coverage.
+# Fails when the library's tests run fewer than 98 % of the lines of src/ or take fewer than 95 % of its
+# branches. --branches lists the lines whose branches are not all taken. Builds in build/coverage, or in
+# COVERAGE_DIR. Needs scripts/packages.sh build test coverage.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 dir=${COVERAGE_DIR:-build/coverage}

@@ -12,11 +12,12 @@ TOP = pathlib.Path(__file__).resolve().parents[1]
 MODES = (6000, 6001, 6002)
 HOPS = (160, 192, 320)
 
-# What must be in the list; not the tale of what was tried, whose costs are no more.
+# Figures of this form must be in the list, except in the section on what was tried: its figures are of
+# code that is gone.
 COST = r"of (\d+) bytes|(\d[\d.]*) (?:kB|instructions)\b"
 TALE = ("docs/performance.md", "## What was tried")
 
-# Per cent of a core that an instruction per frame of 12 ms is, at 1 GHz and one per cycle.
+# Converts instructions per frame of 12 ms to per cent of a core, at 1 GHz and one instruction per cycle.
 CORE = "/ 0.012 / 1000000000 * 100"
 
 
@@ -92,7 +93,7 @@ QUOTES = [
      ["pair.fftw.512", "pair.kiss.256"]),
     ("docs/performance.md", "6002 takes, of # instructions", ["instructions.avx2.6002"]),
     ("docs/performance.md", "three transforms with their windows | # |", ["transforms.avx2.6002"]),
-    ("docs/performance.md", "some # instructions; they are kept packed", ["800"]),  # estimated
+    ("docs/performance.md", "some # instructions; spectra stay packed", ["800"]),  # estimated
     ("docs/performance.md", "costs what 6001 does, #.", ["silence.6000"]),
     ("docs/performance.md", "take # kB as vector code, the scalar transform for the seven other "
      "lengths # kB, the rest of the library # kB",

@@ -4,7 +4,7 @@
 Changes an operator, constant, member or statement per mutant, in src/noise, src/spectral, src/spatial
 and src/interface, builds it with gcc -O1 in a scratch copy under build/mutation and runs the library's
 tests. What does not compile, or to the same programs, is not counted. Prints the survivors and the
-score; exit 1 when under 80 % are killed. Needs tools/packages.sh build test.
+score; exit 1 when under 80 % are killed. Needs scripts/packages.sh build test.
 """
 import argparse
 import hashlib
@@ -58,7 +58,7 @@ def draw(seed):
     """A mutant (file, line, old text, new text) of every line, in random order."""
     rng = random.Random(seed)
     mutants = []
-    for path in sorted(p for f in FOLDERS for p in (ROOT / "src" / f).iterdir()):
+    for path in sorted(p for f in FOLDERS for p in (ROOT / "src" / f).rglob("*.*")):
         for i, old in enumerate(path.read_text().splitlines()):
             mutants += [(path.relative_to(ROOT), i, old, rng.choice(v)) for v in [variants(old)] if v]
     rng.shuffle(mutants)

@@ -2,7 +2,7 @@
 set -euo pipefail
 top=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 recording=$top/src/conformance/pcm_in_multi.s16
-python=$top/tools/plot/python.sh
+python=$top/program/plot/python.sh
 work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cd "$work"

@@ -1,4 +1,4 @@
-// Runs whole streams through a fresh instance by way of the public header.
+// Runs whole streams through a new instance, through the public header.
 #ifndef TM_SE_BF_TESTS_STREAM_RUN_H
 #define TM_SE_BF_TESTS_STREAM_RUN_H
 
@@ -53,7 +53,7 @@ inline pcm process(se_bf_inst *inst, const stream_setup &setup, pcm *input) {
   return output;
 }
 
-// In `input`, a channel may be repaired.
+// The library may repair a channel in `input`.
 inline pcm run_in_place(const stream_setup &setup, pcm *input) {
   se_bf_inst *inst = make_instance(setup);
   pcm output = process(inst, setup, input);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <valarray>
 #include <vector>
 
@@ -61,6 +62,17 @@ inline int16_t saturate(int32_t x) {
   return static_cast<int16_t>(x > kFull ? kFull : x < -kFull - 1 ? -kFull - 1 : x);
 }
 
+// The first word that is not the expected one, or nothing.
+inline std::string difference(const pcm &x, const pcm &expected) {
+  if (x.size() != expected.size()) {
+    return std::to_string(x.size()) + " words, not " + std::to_string(expected.size());
+  }
+  const auto [word, wanted] = std::mismatch(x.begin(), x.end(), expected.begin());
+  return word == x.end() ? ""
+                         : "word " + std::to_string(word - x.begin()) + " is " +
+                               std::to_string(*word) + ", not " + std::to_string(*wanted);
+}
+
 constexpr uint64_t kEmptyHash = 14695981039346656037u;
 
 // FNV-1a (Fowler, Noll and Vo) over samples, low byte first.
@@ -77,7 +89,7 @@ inline uint64_t hash_words(uint64_t hash, const pcm &samples) {
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kSampleRateHz = kSecond;
 
-// A single-precision figure of the library, for a judgement in double precision.
+// Widens a single-precision value of the library, to be judged in double precision.
 inline double wide(float x) {
   return static_cast<double>(x);
 }

@@ -4,12 +4,12 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
 
-# Debian's cross compilers know their headers and libraries without a sysroot: what they link to lies
-# in <root>/lib. Emulated programs find their loader and libraries below the same root.
+# Debian's cross compilers know their headers and libraries without a sysroot: the libraries are in
+# <root>/lib. Emulated programs find their loader and libraries below the same root.
 execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=libc.so.6
                 OUTPUT_VARIABLE target_libc OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT IS_ABSOLUTE "${target_libc}")
-  message(FATAL_ERROR "no ${triplet}-gcc here; install it: tools/packages.sh cross")
+  message(FATAL_ERROR "no ${triplet}-gcc here; install it: scripts/packages.sh cross")
 endif()
 get_filename_component(target_root ${target_libc}/../.. REALPATH)
 

@@ -1,8 +1,8 @@
 // ALSA PCM plug-in tm_se_bf: an external filter that records enhanced sound from two microphones.
 //
-// Capture only. The slave gives two channels, a client gets one, in the same format (16-bit or
-// float) and at the same rate. What a client gets is to the bit what the stream library gives, late
-// by its latency; the interface of ALSA's filters has no way to report that.
+// Capture only. The slave provides two channels, and a client gets one, in the same format (16 bits
+// or float) and at the same rate. The client's samples equal those of the stream library to the
+// bit, delayed by its latency, which the interface of ALSA's filters cannot report.
 #include <alsa/asoundlib.h>
 #include <alsa/pcm_external.h>
 #include <errno.h>
@@ -82,7 +82,7 @@ void transfer_piece(alsa_filter *filter, const snd_pcm_channel_area_t *to,
   copy_samples(row_of(&to[0], to_offset), {bytes, size}, size, frames);
 }
 
-// Takes all that is offered: some slaves, such as files, do not offer a remainder again.
+// Takes everything that is offered: some slaves, such as files, do not offer a remainder again.
 snd_pcm_sframes_t transfer(snd_pcm_extplug_t *ext, const snd_pcm_channel_area_t *to,
                            snd_pcm_uframes_t to_offset, const snd_pcm_channel_area_t *from,
                            snd_pcm_uframes_t from_offset, snd_pcm_uframes_t size) {

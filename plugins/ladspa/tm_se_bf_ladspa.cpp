@@ -36,7 +36,7 @@ struct ladspa_instance {
   se_bf_stream *stream;
 };
 
-// The value of a control within its range; `standard` when it is not connected or no number.
+// The value of a control, limited to its range; `standard` if it is not connected or not a number.
 float control(const ladspa_instance *instance, int port, float low, float high, float standard) {
   const LADSPA_Data *value = instance->ports[port];
   const bool usable = value != nullptr && !isnan(*value);
@@ -60,7 +60,7 @@ void follow_controls(ladspa_instance *instance) {
 }
 
 void cleanup(LADSPA_Handle handle) {
-  // A host that was refused an instance may still come to release it.
+  // A host that got no instance may still release it.
   if (handle != nullptr) {
     se_bf_stream_close(static_cast<ladspa_instance *>(handle)->stream);
     free(handle);
@@ -144,7 +144,7 @@ constexpr LADSPA_PortRangeHint kHints[PORT_COUNT] = {
     {kBounded | LADSPA_HINT_DEFAULT_0, 0.0f, kMaxSpacingShown},
     {kBounded | LADSPA_HINT_DEFAULT_MINIMUM, kNoAngle, kMaxAngle},
     {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f,
-     0.0f}};  // SoX asks for a default of outputs, too
+     0.0f}};  // SoX asks for the default of an output as well
 
 // No property is claimed, not even that of hard real time: run keeps off the heap and the operating
 // system, but its work comes in blocks of 20 ms and grows after a change.

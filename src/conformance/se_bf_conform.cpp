@@ -79,7 +79,7 @@ timing run_recording(se_bf_inst *inst) {
   return times;
 }
 
-// Times go through single precision, which counts microseconds exactly up to 16.7 s; printf takes
+// Times are rounded to single precision, which is exact for microseconds up to 16.7 s; printf takes
 // doubles.
 void print_timing(timing times) {
   const double sum_ms = static_cast<double>(static_cast<float>(times.sum_us)) / kMicrosecondsPerMs;
@@ -93,7 +93,7 @@ void print_timing(timing times) {
   std::puts(kRule);
 }
 
-// The output from `delay` on, or null: the latency of an unsupported hop can lie outside the
+// The output from sample `delay` on, or null: the latency of an unsupported hop can be outside the
 // buffer.
 const int16_t *delayed_output(int32_t delay) {
   const bool inside = delay >= 0 && delay <= kOutputSamples - kComparedSamples;

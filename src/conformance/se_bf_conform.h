@@ -6,18 +6,19 @@
 #include <cstdint>
 
 // Runs the test and prints its report on standard output. se_type: "bf_mean", "bf_omlsa", "bf_mvdr"
-// or "bf_mono"; any other text runs mode 0. hop_len: as at creation. Returns the number of
-// characters of the last line; there is no verdict. Destroys every other instance of the process;
-// not re-entrant.
+// or "bf_mono"; any other text, or null, runs mode 0. hop_len: as at creation. Returns the number
+// of characters of the last line; there is no verdict. Destroys every other instance of the
+// process; not re-entrant.
 //
-// Output and reference are compared from the sample on that se_bf_init's latency names, which is
-// later than the signal's own delay. The reference is cut there too, so only "bf_mvdr" at hop 192
-// reaches 1; other types and hops are out of step and print low figures for that reason alone.
+// The output is compared from sample D on, D being the latency that se_bf_init returns. This is
+// more than the delay of the signal. The reference starts at the D of hop 192, so only "bf_mvdr" at
+// hop 192 reaches 1. At other hops, and for other types, the output is another signal or is shifted
+// against the reference: low figures there do not mean a fault.
 int32_t bf_conformance_test(const char *se_type, int32_t hop_len);
 
-// Similarity of two signals of n samples: the normalised cross-correlation at lag zero, 1 for
-// identical and negative for inverted signals, not a number beside silence. A null y is silence.
-// Writes the mean squares to pwr_x and pwr_y.
+// Similarity of two signals of n samples: the normalised cross-correlation at lag zero. It is 1 for
+// identical signals, negative for inverted ones, and not a number if one of them is silent. A null
+// y counts as silence. Writes the mean squares to pwr_x and pwr_y.
 float conform_analysis_on_bf_output(const int16_t *x, const int16_t *y, int32_t n, float *pwr_x,
                                     float *pwr_y);
 

@@ -1,4 +1,4 @@
-// Frame forming, hop collecting and block output.
+// Forms frames, collects hops and emits blocks.
 #include "interface/cache_buffer.h"
 
 #include <cstring>
@@ -39,9 +39,9 @@ struct pcm_range {
   float highest;
 };
 
-// Clipped to 16 bits, then truncated toward zero. No path produces a not-a-number; it would become
-// the highest sample. The range is an argument because compilers spend four instructions instead of
-// one on comparisons with constants.
+// Clips to 16 bits, then truncates toward zero. No path produces a not-a-number; it would become
+// the highest sample. The range is an argument because compilers turn each comparison with a
+// constant into four instructions instead of one.
 SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count,
                                 pcm_range range) {
   for (int32_t i = 0; i < count; ++i) {
@@ -53,10 +53,10 @@ SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict o
 
 }  // namespace
 
-SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(core_state *core, int32_t fft_len, int32_t hop_len,
-                                              int32_t block_len, int32_t num_ch_in,
-                                              int32_t out_channels) {
-  catch_buf *cb = static_cast<catch_buf *>(tamrin_malloc(core, sizeof(catch_buf)));
+SE_BF_RARELY_RUN catch_buf *se_catch_buf_init_in(core_state *core, int32_t fft_len, int32_t hop_len,
+                                                 int32_t block_len, int32_t num_ch_in,
+                                                 int32_t out_channels) {
+  catch_buf *cb = static_cast<catch_buf *>(tamrin_malloc_in(core, sizeof(catch_buf)));
   if (cb == nullptr || hop_len > block_len) {
     return cb;
   }
@@ -73,10 +73,6 @@ SE_BF_RARELY_RUN catch_buf *se_catch_buf_init(core_state *core, int32_t fft_len,
 
 SE_BF_RARELY_RUN int32_t se_catch_buf_get_offset(const catch_buf *cb) {
   return cb == nullptr ? 0 : cb->out_fill;
-}
-
-bool se_catch_buf_has_room(const catch_buf *cb) {
-  return cb->out_fill + cb->out_channels * cb->hop_len <= 2 * cb->fft_len * cb->out_channels;
 }
 
 SE_BF_RARELY_RUN void se_catch_buff_uninit(catch_buf *cb) {
@@ -104,7 +100,7 @@ int32_t se_form_input_block(catch_buf *cb, const int16_t *in, float *frame) {
 
   const int32_t remaining = cb->block_len - cb->read_pos - need;
   if (remaining >= hop) {
-    // Set to this frame's intake, not advanced by it: exact for at most two frames from a block.
+    // Assigned, not added: correct because a block yields at most two frames.
     cb->read_pos = need;
     cb->staged_count = 0;
     return remaining;

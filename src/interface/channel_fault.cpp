@@ -10,14 +10,14 @@ namespace {
 constexpr float kLevelDecay = 0.9f;
 constexpr float kLevelIntake = 1.0f - kLevelDecay;
 
-// Level of a channel without any signal; compared in double precision.
+// A channel whose level is below this has no signal; compared in double precision.
 constexpr double kSilentLevel = 1e-10;
 
-// Ratio of levels, 40 dB, beyond which the weaker microphone counts as dead.
+// Ratio of levels above which the weaker microphone counts as dead: 40 dB.
 constexpr float kDeadRatio = 100.0f;
 
-// Largest sum up to which single precision counts every integer, and sample pairs that cannot
-// exceed it.
+// Single precision holds every integer up to 2^24. The absolute values of kExactPairs samples
+// cannot add up to more.
 constexpr float kExactSum = 16777216.0f;
 constexpr int32_t kExactPairs = 512;
 
@@ -41,7 +41,8 @@ SE_BF_VECTOR_CLONES channel_sums short_sums(const int16_t *in, int32_t n) {
   return {static_cast<float>(first), static_cast<float>(second)};
 }
 
-// The same in single precision, sample by sample: what a sum is that leaves the exact range.
+// The sum of one channel, added sample by sample in single precision: the definition of a level,
+// which matters once sums leave the exact range.
 SE_BF_RARELY_RUN float rounded_sum(const int16_t *in, int32_t n) {
   float sum = 0.0f;
   for (int32_t i = 0; i < n; ++i) {
@@ -50,8 +51,9 @@ SE_BF_RARELY_RUN float rounded_sum(const int16_t *in, int32_t n) {
   return sum;
 }
 
-// Levels are sums in single precision in the order of the samples. As long as a sum stays within
-// 2^24 no addition rounds, so any order gives the same value, and integers are faster.
+// Levels are defined as sums in single precision, in the order of the samples. As long as a sum
+// stays within 2^24 no addition rounds, so integer sums in any order give the same value and are
+// faster.
 channel_sums absolute_sums(const int16_t *in, int32_t n) {
   channel_sums sums = {0.0f, 0.0f};
   for (int32_t done = 0; done < n; done += kExactPairs) {
@@ -68,7 +70,7 @@ channel_sums absolute_sums(const int16_t *in, int32_t n) {
   return sums;
 }
 
-// The good channel over the dead one.
+// Copies the good channel over the dead one.
 SE_BF_VECTOR_CLONES void copy_channel(int16_t *in, int32_t good, int32_t n) {
   for (int32_t i = 0; i < n; ++i) {
     const pcm_pair pair = pcm_pair_at(in, i);

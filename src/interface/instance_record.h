@@ -13,7 +13,8 @@
 #include "support/se_maths.h"
 #include "tm_se_bf.h"
 
-// Samples per channel of an output block, and step by which the driver walks the caller's buffers.
+// Samples of an output block, and samples per channel that the driver takes from the caller at a
+// time.
 constexpr int16_t kBlockLen = 320;
 
 // Whether se_bf_do can stream with the instance.
@@ -35,10 +36,10 @@ struct se_bf_inst {
   fft_setup *fft;            // transform of length N
   stft_buf *stft;            // analysis and synthesis state
   catch_buf *cache;          // block buffer
-  float *frame;              // [C][L] input frame; after processing the output hop at its start
+  float *frame;              // [C][L] planar input frame; after processing, starts with the output
   float *spectrum;           // [C][N] packed spectra
   se_complex *steering;      // [K][C] steering vectors
-  float *bin_buf;            // [K] scratch for power and gain
+  float *bin_buf;            // [K] scratch: power, then gain
   mcra_state *mcra;          // noise estimator
   omlsa_state *omlsa;        // gain estimator
   mvdr_evd_state *mvdr;      // covariances and weights

@@ -10,8 +10,9 @@ namespace {
 
 // Modes 6000 and 6001, one frame: the mean of the channels, without or with noise suppression.
 const float *bf_mono(se_bf_inst *inst, int32_t mode) {
-  // If one channel is analysed, the mean goes straight to where the analysis takes it. If two are,
-  // channel 1 follows in the frame: its history stays fresh for a change back to the beamformer.
+  // If one channel is analysed, the mean is written straight to the input of the analysis. If two
+  // are, it replaces channel 0 of the frame, and channel 1 is analysed too, so that its history is
+  // up to date when the mode changes back to the beamformer.
   float *mean = inst->stft->chnl == 1 ? stft_input(inst->stft) : inst->frame;
   mean_of_channels(inst->frame, inst->num_ch_in, inst->hop_len, mean);
   stft_time_to_spectrum(inst->stft, mean, inst->spectrum);
@@ -41,7 +42,7 @@ const float *bf_mvdr(se_bf_inst *inst) {
   mvdr_count_frame(inst->mvdr, inst->update_interval);
   mul_bf_gain(spectrum, inst->mvdr->weights, channels, fft_len);
 
-  // The gain follows from the power before beamforming, deliberately.
+  // The gain is deliberately computed from the power before beamforming.
   power_above_noise(inst->bin_buf, noise, bins);
   mul_amp_real_gain(inst->spectrum, inst->bin_buf, 1, fft_len);
   return stft_spectrum_to_time(inst->stft, inst->spectrum, inst->frame);
@@ -53,7 +54,7 @@ void copy_first_channel(int16_t *out, const int16_t *in, int32_t channels, int32
   }
 }
 
-// Streams whole blocks; each one gives a frame or two and one output block.
+// Streams whole blocks; each block yields one or two frames and one output block.
 void stream_blocks(se_bf_inst *inst, int32_t mode, int16_t *out, const int16_t *in) {
   const int32_t total = inst->samples_per_call;
   int32_t done = 0;
@@ -111,7 +112,7 @@ int32_t se_bf_instance_do(core_state *core, se_bf_inst *inst, int16_t *out, int1
     return total;
   }
 
-  // Nothing raises the channel count again, deliberately: after one fault a two-channel instance
+  // Deliberately nothing raises the channel count again: after one fault a two-channel instance
   // analyses channel 0 only, even when it beamforms again.
   if (inst->num_ch_in == 2 && channel_fault_check(core, in, total) != 0) {
     stft_set_chnl(inst->stft, 1);

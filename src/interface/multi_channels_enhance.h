@@ -8,8 +8,8 @@
 
 #include "interface/instance_record.h"
 
-// Runs the path of `mode` on the instance's `frame`, [C][L], and leaves the output hop of L floats
-// at its start. Modes without a path leave the frame alone, so that channel 0 passes through.
+// Runs the path of `mode` on the instance's `frame`, [C][L], and writes the output hop of L floats
+// to its start. Other modes leave the frame as it is, so that channel 0 passes through.
 void se_bf_core_frm_proc(se_bf_inst *inst, int32_t mode);
 
 // se_bf_do for a core of the caller's.

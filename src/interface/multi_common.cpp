@@ -24,7 +24,7 @@ SE_BF_VECTOR_CLONES void subtract_noise(float *__restrict power, const float *__
   }
 }
 
-// Power of the complex entries 0 .. stride - 1 of one spectrum, and its mean over two.
+// Power of the complex entries 0 .. stride - 1 of one spectrum, and the mean power of two spectra.
 SE_BF_VECTOR_CLONES void entry_power(const float *__restrict s, int32_t stride,
                                      float *__restrict power) {
   for (int32_t k = 0; k < stride; ++k) {
@@ -51,8 +51,8 @@ SE_BF_VECTOR_CLONES void scale_entries(float *__restrict s, const float *__restr
   }
 }
 
-// y = conj(w0) x0 + conj(w1) x1 in place of x0. The sum over the microphones starts with 0, which
-// makes a negative zero in the first term positive.
+// y = conj(w0) x0 + conj(w1) x1, which replaces x0. The sum over the microphones starts with 0,
+// which makes a negative zero in the first term positive.
 SE_BF_VECTOR_CLONES void filter_two(float *__restrict x0, const float *__restrict x1,
                                     const float *__restrict w, int32_t count) {
   for (int32_t k = 0; k < count; ++k) {
@@ -67,7 +67,7 @@ SE_BF_VECTOR_CLONES void filter_two(float *__restrict x0, const float *__restric
   }
 }
 
-// The same for any number of channels, `stride` entries apart; entry 0 is left out.
+// The same for any number of channels, `stride` entries apart, without entry 0.
 SE_BF_RARELY_RUN void filter_any(se_complex *x, const se_complex *w, int32_t channels,
                                  int32_t stride) {
   for (int32_t k = 1; k < stride; ++k) {

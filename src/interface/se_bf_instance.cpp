@@ -1,4 +1,4 @@
-// Creation sizes and allocates, initialisation builds what depends on mode and geometry.
+// Creation fixes the sizes and allocates; initialisation builds what depends on mode and geometry.
 #include "interface/se_bf_instance.h"
 
 #include <cmath>
@@ -18,8 +18,8 @@ constexpr int32_t kSmallestFft = 64;
 // Weight update every tenth frame: 8 to 20 updates a second at the supported hops.
 constexpr int16_t kUpdateInterval = 10;
 
-// Creation arguments of the gain estimator: its code is read by nothing, its minimum gain in dB
-// only by the log-spectral rule.
+// Arguments of omlsa_init: nothing reads the mode code, and only the log-spectral rule reads the
+// minimum gain in dB.
 constexpr int32_t kGainModeCode = 2001;
 constexpr float kGainMinDb = -20.0f;
 
@@ -42,8 +42,8 @@ void create_members(se_bf_inst *inst, int32_t fft_len) {
   const int32_t channels = inst->num_ch_in;
   const int32_t hop = inst->hop_len;
   const int32_t bins = inst->num_bins;
-  inst->fft = spx_fft_init(inst->core, fft_len);
-  inst->stft = stft_buf_create(inst->core, fft_len, hop, inst->fft, channels);
+  inst->fft = spx_fft_init_in(inst->core, fft_len);
+  inst->stft = stft_buf_create_in(inst->core, fft_len, hop, inst->fft, channels);
   inst->frame = pool_floats(inst->core, channels * hop);
   inst->spectrum = pool_floats(inst->core, channels * fft_len);
   inst->steering = pool_complex(inst->core, channels * bins);
@@ -85,7 +85,7 @@ void init_steering(se_bf_inst *inst, const se_bf_init_param *param) {
     if (finite_steering(inst)) {
       return;
     }
-    tamrin_warning(
+    tamrin_warning_in(
         inst->core,
         "se_bf_init: mic_distance and doa give no direction, so none is preferred; pass metres and "
         "degrees");
@@ -108,17 +108,17 @@ bool se_bf_instance_alive(const core_state *core, const se_bf_inst *inst) {
 
 se_bf_inst *se_bf_instance_create(core_state *core, const se_bf_create_param *param) {
   if (param == nullptr) {
-    tamrin_warning(core, "se_bf_create: param is null, no instance was made; pass the sizes");
+    tamrin_warning_in(core, "se_bf_create: param is null, no instance was made; pass the sizes");
     return nullptr;
   }
-  se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc(core, sizeof(se_bf_inst)));
+  se_bf_inst *inst = static_cast<se_bf_inst *>(tamrin_malloc_in(core, sizeof(se_bf_inst)));
   if (param->num_ch_in < 1 || param->num_ch_in > kMaxChannels) {
     if (core->quiet == 0) {
       std::printf("ERROR: _num_ch_in=%d, which must no more than %d\n ", param->num_ch_in,
                   kMaxChannels);
     }
-    // Empties the pool for every instance in it, as any release does.
-    tamrin_free(core, inst);
+    // Like any release, this empties the pool, for every instance in it.
+    tamrin_free_in(core, inst);
     return nullptr;
   }
   if (inst == nullptr) {
@@ -143,12 +143,13 @@ se_bf_inst *se_bf_instance_create(core_state *core, const se_bf_create_param *pa
 
 int32_t se_bf_instance_init(core_state *core, se_bf_inst *inst, const se_bf_init_param *param) {
   if (param == nullptr) {
-    tamrin_warning(core, "se_bf_init: param is null, nothing was changed; pass mode and geometry");
+    tamrin_warning_in(core,
+                      "se_bf_init: param is null, nothing was changed; pass mode and geometry");
     return 0;
   }
   if (!se_bf_instance_alive(core, inst)) {
-    tamrin_warning(core,
-                   "se_bf_init: no such instance; call se_bf_create first and check its result");
+    tamrin_warning_in(core,
+                      "se_bf_init: no such instance; call se_bf_create first and check its result");
     return 0;
   }
   const int32_t bins = inst->num_bins;
@@ -156,12 +157,12 @@ int32_t se_bf_instance_init(core_state *core, se_bf_inst *inst, const se_bf_init
   for (int32_t k = 0; inst->bin_buf != nullptr && k < bins; ++k) {
     inst->bin_buf[k] = 0.0f;
   }
-  inst->mcra = mcra_init(core, bins);
+  inst->mcra = mcra_init_in(core, bins);
   init_steering(inst, param);
-  inst->omlsa = omlsa_init(core, bins, kGainModeCode, kGainMinDb);
-  inst->mvdr = mvdr_evd_init(core, inst->num_ch_in, inst->steering, bins);
-  inst->cache =
-      se_catch_buf_init(core, 2 * (bins - 1), inst->hop_len, inst->block_len, inst->num_ch_in, 1);
+  inst->omlsa = omlsa_init_in(core, bins, kGainModeCode, kGainMinDb);
+  inst->mvdr = mvdr_evd_init_in(core, inst->num_ch_in, inst->steering, bins);
+  inst->cache = se_catch_buf_init_in(core, 2 * (bins - 1), inst->hop_len, inst->block_len,
+                                     inst->num_ch_in, 1);
   inst->stream_state = stream_check_config(inst);
   inst->refusal_reported = inst->stream_state == SE_BF_STREAM_REFUSED ? 1 : 0;
   return (bins - 1) + se_catch_buf_get_offset(inst->cache);

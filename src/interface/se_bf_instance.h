@@ -12,8 +12,8 @@ se_bf_inst *se_bf_instance_create(core_state *core, const se_bf_create_param *pa
 int32_t se_bf_instance_init(core_state *core, se_bf_inst *inst, const se_bf_init_param *param);
 void se_bf_instance_change_mode(core_state *core, se_bf_inst *inst, int32_t mode);
 
-// Whether the core's pool still holds the instance: false after any release emptied it. Reads
-// nothing through `inst`, whose memory may belong to others by then.
+// Whether the core's pool still holds the instance: false once any release has emptied it. Does not
+// read through `inst`: its memory may belong to another object by then.
 bool se_bf_instance_alive(const core_state *core, const se_bf_inst *inst);
 
 #endif  // TM_SE_BF_INTERFACE_SE_BF_INSTANCE_H

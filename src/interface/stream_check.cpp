@@ -1,4 +1,4 @@
-// Judgement of configurations and calls.
+// Decides which configurations and calls can be streamed.
 #include "interface/stream_check.h"
 
 namespace {
@@ -7,7 +7,7 @@ namespace {
 // dry.
 constexpr int32_t kSupportedHops[] = {160, 192, 320};
 
-// Repeats a sample every 79 blocks and fills the output store after some 50 s.
+// Repeats a sample every 79 blocks, and fills the output store after about 53 s.
 constexpr int32_t kLossyHop = 159;
 
 const char *mistake_text(call_mistake mistake) {
@@ -47,7 +47,7 @@ bool complete(const se_bf_inst *inst) {
 void stream_check_mistake(core_state *core, call_mistake mistake) {
   if ((core->told_mistakes & mistake) == 0) {
     core->told_mistakes |= mistake;
-    tamrin_warning(core, mistake_text(mistake));
+    tamrin_warning_in(core, mistake_text(mistake));
   }
 }
 
@@ -57,28 +57,29 @@ void stream_check_new_instance(core_state *core) {
 
 int32_t stream_check_config(const se_bf_inst *inst) {
   if (inst->hop_len == kLossyHop) {
-    tamrin_warning(
+    tamrin_warning_in(
         inst->core,
         "se_bf_init: hop_len 159 repeats samples and stops with silence after about 53 s of audio; "
         "use 160, 192 or 320");
   } else if (!supported_hop(inst->hop_len)) {
-    tamrin_warning_int(
+    tamrin_warning_int_in(
         inst->core,
         "se_bf_init: use hop_len 160, 192 or 320 (0 selects 192); se_bf_do writes silence with",
         inst->hop_len);
     return SE_BF_STREAM_REFUSED;
   }
   if (inst->samples_per_call < 1 || inst->samples_per_call % kBlockLen != 0) {
-    tamrin_warning_int(
+    tamrin_warning_int_in(
         inst->core,
         "se_bf_init: use a positive multiple of 320 for samples_per_call; se_bf_do writes silence "
         "with",
         inst->samples_per_call);
-    // Without a sample there is nothing to refuse: such calls only let the fault levels decay.
+    // A call without samples is not refused: it has no output, and only lets the fault levels
+    // decay.
     return inst->samples_per_call < 1 ? SE_BF_STREAM_READY : SE_BF_STREAM_REFUSED;
   }
   if (!complete(inst)) {
-    tamrin_warning(
+    tamrin_warning_in(
         inst->core,
         "se_bf_init: the memory pool cannot hold this instance, se_bf_do writes silence; destroy "
         "other "
@@ -94,7 +95,7 @@ bool stream_check_call(se_bf_inst *inst, int16_t *out) {
   }
   if (inst->refusal_reported == 0) {
     inst->refusal_reported = 1;
-    tamrin_warning(inst->core, "se_bf_do: silence is written until se_bf_init has been called");
+    tamrin_warning_in(inst->core, "se_bf_do: silence is written until se_bf_init has been called");
   }
   for (int32_t i = 0; i < inst->samples_per_call; ++i) {
     out[i] = 0;
@@ -105,7 +106,7 @@ bool stream_check_call(se_bf_inst *inst, int16_t *out) {
 void stream_check_stop(se_bf_inst *inst) {
   inst->stream_state = SE_BF_STREAM_REFUSED;
   inst->refusal_reported = 1;
-  tamrin_warning_int(
+  tamrin_warning_int_in(
       inst->core, "se_bf_do: the output store is full, silence from here on; use hop_len 160, not",
       inst->hop_len);
 }

@@ -1,8 +1,9 @@
-// Which configurations and calls se_bf_do can stream, and the message and silence for the others.
+// Decides which configurations and calls se_bf_do can stream; the others get a message and silence.
 //
-// Hops of 106 and less would never finish a block, others overrun or underfill the output store, a
-// call length that is no multiple of the block would run past the caller's buffers, and an instance
-// that the pool could not hold has null members. Such instances are told apart here, once.
+// Hops of 106 and less would never finish a block, and other hops overrun or underfill the output
+// store. A call length that is not a multiple of the block would run past the caller's buffers. An
+// instance that does not fit in the pool has null members. All of these are found once, at
+// initialisation.
 #ifndef TM_SE_BF_INTERFACE_STREAM_CHECK_H
 #define TM_SE_BF_INTERFACE_STREAM_CHECK_H
 
@@ -10,7 +11,7 @@
 
 #include "interface/instance_record.h"
 
-// Mistakes of calls that a host makes many times a second.
+// Mistakes in calls that a host may make many times a second.
 enum call_mistake : uint32_t {
   DO_WITHOUT_INSTANCE = 1,
   DO_WITHOUT_BUFFER = 2,
@@ -20,12 +21,12 @@ enum call_mistake : uint32_t {
 // Says on standard error what is wrong with a call, once until stream_check_new_instance.
 void stream_check_mistake(core_state *core, call_mistake mistake);
 
-// An instance was made: its host is told of mistakes afresh.
+// Called when an instance was made: from now on every mistake is reported again, once.
 void stream_check_new_instance(core_state *core);
 
-// Judges a freshly initialised instance: SE_BF_STREAM_READY, or SE_BF_STREAM_REFUSED after saying
-// on standard error what is wrong and what to do. A hop of 159 samples is let through with a
-// warning.
+// Checks an instance that has just been initialised. Returns SE_BF_STREAM_READY, or
+// SE_BF_STREAM_REFUSED after saying on standard error what is wrong and what to do. A hop of 159
+// samples passes with a warning, and so does a samples_per_call below 1.
 int32_t stream_check_config(const se_bf_inst *inst);
 
 // Whether the call can run. If not, says why on standard error, once per instance, and writes

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Strict, so that a not-a-number in `minimum` stays.
+// The comparison is strict, so that a not-a-number in `minimum` stays and one in `x` is skipped.
 SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__restrict x, int32_t n) {
   for (int32_t j = 0; j < n; ++j) {
     minimum[j] = minimum[j] > x[j] ? x[j] : minimum[j];
@@ -15,8 +15,8 @@ SE_BF_VECTOR_CLONES void lower_to(float *__restrict minimum, const float *__rest
 
 }  // namespace
 
-SE_BF_RARELY_RUN circular_mat *initCircularMat(core_state *core, int32_t n) {
-  circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc(core, sizeof(circular_mat)));
+SE_BF_RARELY_RUN circular_mat *initCircularMat_in(core_state *core, int32_t n) {
+  circular_mat *mat = static_cast<circular_mat *>(tamrin_malloc_in(core, sizeof(circular_mat)));
   if (mat == nullptr) {
     return nullptr;
   }

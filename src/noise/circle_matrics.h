@@ -23,9 +23,9 @@ struct circular_mat {
 
 // Makes a zeroed buffer for vectors of n floats from the pool. Returns null when the pool is
 // exhausted.
-circular_mat *initCircularMat(core_state *core, int32_t n);
+circular_mat *initCircularMat_in(core_state *core, int32_t n);
 inline circular_mat *initCircularMat(int32_t n) {
-  return initCircularMat(&process_core, n);
+  return initCircularMat_in(&process_core, n);
 }
 
 // Releases the buffer through the pool.
@@ -37,13 +37,13 @@ void resetCircularMat(circular_mat *mat, const float *vec);
 // Replaces the oldest row by `vec` (n floats), which becomes the newest; moves no other vector.
 void shiftToPutCircularMat(circular_mat *mat, const float *vec);
 
-// Writes the element-wise minimum of the rows to `out` (n floats). Slices are compared in storage
-// order and strictly: a not-a-number in the first slice stays, later ones are skipped.
+// Writes the element-wise minimum of the rows to `out` (n floats). Slices are compared strictly and
+// in storage order: a not-a-number in the first slice stays, in any other it is skipped.
 void getMinFrmCircleMat(const circular_mat *mat, float *out);
 
-// Smooths x (len floats) in place with the kernel (0.25, 0.5, 0.25); the first value becomes
-// 0.75 x[0] + 0.25 x[1] and the last 0.5 x[len-2] + 0.5 x[len-1], deliberately unequal ends. Does
-// nothing for len < 2. Only tests call it.
+// Smooths x (len floats) in place with the kernel (0.25, 0.5, 0.25). The ends deliberately differ:
+// the first value becomes 0.75 x[0] + 0.25 x[1], the last 0.5 x[len-2] + 0.5 x[len-1]. Does nothing
+// for len < 2. Only tests call it.
 void b_spline(float *x, int32_t len);
 
 #endif  // TM_SE_BF_NOISE_CIRCLE_MATRICS_H

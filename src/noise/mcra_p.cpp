@@ -1,23 +1,23 @@
 // Minima-controlled recursive averaging, one frame a call.
 #include "noise/mcra_p.h"
 
-#include <cmath>
+#include <cstring>
 
 #include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
 
-// Smoothing of the power over about 10 frames: the minimum must follow the noise, not its ripple.
+// Smooths the power over about 10 frames: the minimum must follow the noise, not its ripple.
 constexpr float kAlphaS = 0.9f;
 
-// Smoothed power over minimum that counts as speech, about 7 dB.
+// Ratio of smoothed power to minimum above which a bin counts as speech, about 7 dB.
 constexpr float kDelta = 5.0f;
 
-// Noise estimate over about 7 frames where speech is absent.
+// Averages the noise over about 7 frames where speech is absent.
 constexpr float kAlphaD = 0.85f;
 
-// Fast enough for the presence probability to reach 0.91 on the first speech frame.
+// Lets the presence probability rise to 0.91 on the first speech frame.
 constexpr float kAlphaP = 0.09f;
 
 // Frames in a sub-window of the minimum search.
@@ -34,9 +34,9 @@ inline float smaller(float x, float y) {
 //   S = alpha_s S + (1 - alpha_s) P; the minima follow S down;
 //   p = alpha_p p + (1 - alpha_p) [S > delta Smin]; a = alpha_d + (1 - alpha_d) p;
 //   lambda = a lambda + (1 - a) P.
-// All factors 1 - x are formed in single precision: written as literals they would differ, and p
-// could reach 1, where the gain rule divides by zero. alpha_s is 0 on the first frame: its power is
-// the smoothed power.
+// All factors 1 - x are formed in single precision. As literals they would differ in the last bit,
+// and p could reach 1, where the gain rule divides by zero. alpha_s is 0 on the first frame, so
+// that its power becomes the smoothed power.
 SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, float alpha_s) {
   const float alpha_p = state->alpha_p;
   const float alpha_d = state->alpha_d;
@@ -66,7 +66,8 @@ SE_BF_VECTOR_CLONES void update_bins(const mcra_state *state, const float *pwr, 
   }
 }
 
-// The first frame's power is the first noise estimate, and what was smoothed before is gone.
+// The power of the first frame is the first noise estimate. The smoothed power is cleared, because
+// after a reset it is that of an earlier stream and may even be not-a-number.
 SE_BF_RARELY_RUN void start_estimate(const mcra_state *state, const float *pwr) {
   copy_floats(state->lambdaD, pwr, state->num_bins);
   for (int32_t k = 0; k < state->num_bins; ++k) {
@@ -74,11 +75,13 @@ SE_BF_RARELY_RUN void start_estimate(const mcra_state *state, const float *pwr) 
   }
 }
 
-// Forgets the minima: the next frame's smoothed power takes the place of both.
-SE_BF_RARELY_RUN void forget_minima(const mcra_state *state) {
-  for (int32_t k = 0; k < state->num_bins; ++k) {
-    state->s_min[k] = HUGE_VALF;
-    state->s_tmp[k] = HUGE_VALF;
+// Forgets both minima: each becomes the smoothed power of the next frame. Bytes of all ones make a
+// not-a-number, which is smaller than nothing.
+void forget_minima(const mcra_state *state) {
+  if (state->num_bins > 0) {
+    const size_t bytes = static_cast<size_t>(state->num_bins) * sizeof(float);
+    std::memset(state->s_min, 0xFF, bytes);
+    std::memset(state->s_tmp, 0xFF, bytes);
   }
 }
 
@@ -99,8 +102,8 @@ void close_subwindow(mcra_state *state) {
 
 }  // namespace
 
-SE_BF_RARELY_RUN mcra_state *mcra_init(core_state *core, int32_t num_bins) {
-  mcra_state *state = static_cast<mcra_state *>(tamrin_malloc(core, sizeof(mcra_state)));
+SE_BF_RARELY_RUN mcra_state *mcra_init_in(core_state *core, int32_t num_bins) {
+  mcra_state *state = static_cast<mcra_state *>(tamrin_malloc_in(core, sizeof(mcra_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -111,7 +114,7 @@ SE_BF_RARELY_RUN mcra_state *mcra_init(core_state *core, int32_t num_bins) {
   state->alpha_p = kAlphaP;
 
   // The pool hands out zeroed memory: all vectors start at zero.
-  state->min_buf = initCircularMat(core, num_bins);
+  state->min_buf = initCircularMat_in(core, num_bins);
   state->speech_prob = pool_floats(core, num_bins);
   state->lambdaD = pool_floats(core, num_bins);
   state->smoothed_pwr = pool_floats(core, num_bins);

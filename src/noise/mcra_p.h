@@ -3,9 +3,10 @@
 // enhancement", 2002).
 //
 // The noisy power is smoothed over time and its minimum is tracked over 8 sub-windows of 15 frames
-// plus the current one. A bin whose smoothed power stands well above that minimum counts as speech,
-// and the noise estimate is updated only as far as speech is absent. During the first 14 frames the
-// minimum equals the smoothed power, so no bin counts as speech and the estimate follows the input.
+// plus the current one. A bin whose smoothed power is well above that minimum counts as speech. The
+// less likely speech is, the faster the noise estimate follows the noisy power. During the first 14
+// frames the minimum equals the smoothed power, so no bin counts as speech and the estimate follows
+// the input.
 //
 // Vectors have K floats, one per bin; powers are squared spectral magnitudes.
 #ifndef TM_SE_BF_NOISE_MCRA_P_H
@@ -36,9 +37,9 @@ struct mcra_state {
 
 // Makes an estimator for num_bins bins from the pool; the second argument is ignored. Returns null
 // when the pool is exhausted.
-mcra_state *mcra_init(core_state *core, int32_t num_bins);
+mcra_state *mcra_init_in(core_state *core, int32_t num_bins);
 inline mcra_state *mcra_init(int32_t num_bins, int32_t) {
-  return mcra_init(&process_core, num_bins);
+  return mcra_init_in(&process_core, num_bins);
 }
 
 // Releases the estimator through the pool; null is accepted.

@@ -13,24 +13,25 @@ namespace {
 constexpr float kAlphaXi = 0.95f;
 
 // Smallest noise power: keeps the SNR of digital silence finite. The single-precision constant is
-// the smallest float above the double one, so that "above the double" is "at least the single" for
-// a float.
+// the smallest float above the double one. A float is therefore above the double constant exactly
+// when it is not below the single one.
 constexpr double kNoiseFloor = 1.19e-6;
 constexpr float kNoiseFloorSingle = 1.19e-6f;
 static_assert(static_cast<double>(kNoiseFloorSingle) > kNoiseFloor, "floor rounds up");
 
-// From decibels to the natural logarithm of an amplitude: 0.5 / 10 ln(10), the logarithm short on
-// purpose since the minimum gain's bits depend on it.
+// Decibels times 0.5 / 10 ln(10) are the natural logarithm of an amplitude. ln(10) is deliberately
+// short: the bits of the minimum gain depend on it.
 constexpr float kDbPerBel = 10.0f;
 constexpr float kLogTen = 2.3026f;
 
-// Logarithm of the minimum gain where none below 0 dB is given: -0.8 dB.
+// Natural logarithm of the minimum gain, -0.8 dB, unless a minimum below 0 dB is given.
 constexpr float kDefaultLogGainMin = -0.0921039954f;
 
 // Argument above which the exponential-integral factor of the log-spectral gain is 1.
 constexpr float kExpintLimit = 5.0f;
 
-// Speech presence within this distance of 1, with an a-priori SNR above 25 dB, passes unchanged.
+// A bin passes unchanged if its speech presence is within this distance of 1 and its a-priori SNR
+// is above 25 dB.
 constexpr double kCertainSpeech = 0.001;
 constexpr float kHighSnr = 316.23f;
 
@@ -65,8 +66,8 @@ snr_pair decision_directed_snr(const omlsa_state *state, float pwr, float noise,
   return {posterior, prior < state->xi_min ? state->xi_min : prior};
 }
 
-// G1 = xi / (xi + 1) exp(E1(v) / 2), v = xi gamma / (xi + 1). The gain of 1 at v = 0 is a settled
-// rule, not the limit of the formula.
+// G1 = xi / (xi + 1) exp(E1(v) / 2), v = xi gamma / (xi + 1). At v = 0 the gain is deliberately 1,
+// which is not the limit of the formula.
 float log_spectral_gain(snr_pair snr) {
   const float wiener = snr.prior / (snr.prior + 1.0f);
   const float v = snr.prior * snr.posterior / (snr.prior + 1.0f);
@@ -86,8 +87,8 @@ float combined_gain(snr_pair snr, float prob, float log_gain_min) {
   return se_exp((1.0f - prob) * log_gain_min + prob * se_log(speech_gain));
 }
 
-// g^2 = xi / (xi + 1), xi = (1 - alpha) max(gamma - 1, 0) + alpha eta, gamma = P / ((1 - p)
-// lambda).
+// g^2 = xi / (xi + 1), xi = (1 - alpha) max(gamma - 1, 0) + alpha eta,
+// gamma = P / ((1 - p) lambda).
 SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float *pwr,
                                           const float *noise, const float *prob) {
   const float alpha = state->alpha_xi;
@@ -114,9 +115,9 @@ SE_BF_VECTOR_CLONES void wiener_root_gain(const omlsa_state *state, const float 
 
 }  // namespace
 
-SE_BF_RARELY_RUN omlsa_state *omlsa_init(core_state *core, int32_t num_bins, int32_t mode_code,
-                                         float gain_min_db) {
-  omlsa_state *state = static_cast<omlsa_state *>(tamrin_malloc(core, sizeof(omlsa_state)));
+SE_BF_RARELY_RUN omlsa_state *omlsa_init_in(core_state *core, int32_t num_bins, int32_t mode_code,
+                                            float gain_min_db) {
+  omlsa_state *state = static_cast<omlsa_state *>(tamrin_malloc_in(core, sizeof(omlsa_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -184,7 +185,8 @@ SE_BF_RARELY_RUN float *do_mmse_map(omlsa_state *state, const float *pwr, const 
     const snr_pair snr = decision_directed_snr(state, pwr[k], noise[k], state->eta2item[k]);
     const float u = 2.0f * se_sqrt(snr.prior * snr.posterior);
 
-    // Ratio of the modified Bessel functions I1(u) / I0(u): its asymptote above 1, its slope below.
+    // Ratio of the modified Bessel functions I1(u) / I0(u): for u > 1 its asymptote, below that its
+    // slope at 0.
     const float ratio =
         u > 1.0f ? static_cast<float>(1.0 - 0.5 / static_cast<double>(u)) : 0.5f * u;
     const double prior = static_cast<double>(snr.prior);

@@ -11,7 +11,8 @@ constexpr float kSpeedOfSoundMps = 343.0f;
 constexpr float kTurnTimesRate = 100530.96f;  // 2 pi times 16000 Hz
 constexpr float kHalfTurnDegrees = 180.0f;
 
-// One unit in the last place below pi, on purpose: steering bits depend on it.
+// Deliberately one unit in the last place below the float nearest to pi: the bits of the steering
+// vectors depend on it.
 constexpr float kHalfTurnRadians = 3.1415925f;
 
 constexpr int32_t kCoordinates = 3;

@@ -10,8 +10,8 @@
 
 namespace {
 
-// Accumulators hold at most 12 h of frames (at 100 frames a second) and shrink to half an hour's
-// weight, so that a scene that changed after hours is learned again.
+// After 12 h (at 100 frames a second) the accumulators are scaled down to the weight of half an
+// hour, so that a scene that changes after hours can still be learned.
 constexpr int32_t kRescaleLimitFrames = 4320000;
 constexpr int32_t kRescaleTargetFrames = 180000;
 
@@ -36,7 +36,8 @@ inline void accumulate_lane(mvdr_block *__restrict block, int32_t lane, float p,
   block->noise_cov.cross_im[lane] += q * cross_im;
 }
 
-// Bins of whole blocks from the first one on. x0, x1: their interleaved entries in either channel.
+// Accumulates `count` whole blocks. x0, x1: interleaved complex entries of their bins in channels 0
+// and 1.
 SE_BF_VECTOR_CLONES void accumulate_blocks(mvdr_block *__restrict blocks,
                                            float *__restrict speech_weight,
                                            float *__restrict noise_weight, int32_t count,
@@ -69,10 +70,10 @@ SE_BF_RARELY_RUN void scale_lane(hermitian_lanes *sums, int32_t lane, float fact
 
 }  // namespace
 
-SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(core_state *core, int16_t channels,
-                                               const se_complex *steering, int32_t bins) {
+SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init_in(core_state *core, int16_t channels,
+                                                  const se_complex *steering, int32_t bins) {
   mvdr_evd_state *state =
-      static_cast<mvdr_evd_state *>(tamrin_malloc(core, sizeof(mvdr_evd_state)));
+      static_cast<mvdr_evd_state *>(tamrin_malloc_in(core, sizeof(mvdr_evd_state)));
   if (state == nullptr) {
     return nullptr;
   }
@@ -88,7 +89,7 @@ SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(core_state *core, int16_t channel
   state->weights = pool_complex(core, lanes * channels);
   state->steering = pool_complex(core, lanes * channels);
   const int32_t block_bytes = block_count * static_cast<int32_t>(sizeof(mvdr_block));
-  state->blocks = static_cast<mvdr_block *>(tamrin_malloc(core, block_bytes));
+  state->blocks = static_cast<mvdr_block *>(tamrin_malloc_in(core, block_bytes));
   const bool complete = state->speech_weight != nullptr && state->noise_weight != nullptr &&
                         state->unity != nullptr && state->weights != nullptr &&
                         state->steering != nullptr && state->blocks != nullptr;
@@ -96,7 +97,7 @@ SE_BF_RARELY_RUN mvdr_evd_state *mvdr_evd_init(core_state *core, int16_t channel
     return nullptr;
   }
 
-  // The pool hands out zeroed memory: sums and off-diagonal entries are nothing.
+  // The pool hands out zeroed memory: sums and off-diagonal entries start at zero.
   const float uniform = uniform_steering(channels);
   for (int32_t i = 0; i < bins * channels; ++i) {
     state->steering[i] = steering[i];
@@ -156,8 +157,9 @@ int mvdr_evd_psd_sta(mvdr_evd_state *state, const se_complex *spectrum, const fl
   const se_complex *x0 = spectrum;
   const se_complex *x1 = spectrum + nyquist;
 
-  // DC and Nyquist are the real and the imaginary part of each entry 0, both real: the first block
-  // takes DC from a copy.
+  // Entry 0 of each channel holds two real bins: DC in its real part and Nyquist in its imaginary
+  // part. The first block is therefore accumulated from a copy with DC alone in entry 0; Nyquist
+  // follows at the end.
   const int32_t whole = nyquist / kMvdrLanes;
   if (whole > 0) {
     se_complex first0[kMvdrLanes];

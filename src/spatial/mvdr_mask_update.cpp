@@ -1,7 +1,7 @@
 // Weight update of the two-microphone beamformer: steering, inverse noise covariance, weights.
 //
-// Blocks of bins are worked on at a time, so that the closed forms of matrics_cevd.h and
-// matrics_cinv.h run on vectors.
+// One block of bins is processed at a time, so that the closed forms of matrics_cevd.h and
+// matrics_cinv.h become vector instructions.
 #include <cfloat>
 
 #include "spatial/array_util.h"
@@ -12,12 +12,12 @@
 
 namespace {
 
-// Response of the unnormalised weights up to which a bin falls back to the scaled sum of the
-// microphones.
+// Smallest usable response d^H R^-1 d of the unnormalised weights. A bin whose response is not
+// above it falls back to the scaled sum of the microphones.
 constexpr double kSmallestResponse = 1e-15;
 
-// Whether a weight sum can normalise its covariance. One that has decayed into denormals has no
-// finite reciprocal: such a bin counts as one without that weight.
+// Whether a covariance can be normalised by its weight sum. A weight sum that has decayed so far
+// into the denormals that its reciprocal is not finite counts as zero.
 inline bool usable(float weight, float reciprocal) {
   return weight > 0.0f && reciprocal <= FLT_MAX;
 }
@@ -28,9 +28,10 @@ struct complex_lanes {
   float im[kMvdrLanes];
 };
 
-// Vectors [bin][microphone] of a block's bins, to and from lanes for each microphone. What
-// update_block calls is inlined, to be compiled for the vectors of its clones; from_lanes, which it
-// calls twice, would cost more code than it saves time.
+// Convert the vectors of a block, [bin][microphone], to one record of lanes per microphone, and
+// back. The functions that update_block calls are inlined, so that each of its clones has them for
+// its own vectors. from_lanes is not: update_block calls it twice, and the code would grow more
+// than the time would fall.
 [[gnu::always_inline]] inline void to_lanes(const se_complex *__restrict vectors,
                                             complex_lanes *__restrict lanes) {
   for (int32_t i = 0; i < kMvdrLanes; ++i) {
@@ -66,9 +67,9 @@ struct complex_lanes {
   }
 }
 
-// Inverse of each bin's normalised noise covariance. Deliberate: a matrix that has no inverse stays
-// as it is, normalised, and is used in place of one. Without a usable weight the inverse of earlier
-// updates stays.
+// Inverse of each bin's normalised noise covariance. Deliberate: where there is no inverse, the
+// normalised matrix itself takes its place. Without a usable weight sum the inverse of the last
+// update stays.
 [[gnu::always_inline]] inline void invert_noise(const hermitian_lanes *__restrict noise,
                                                 const float *__restrict weight,
                                                 hermitian_lanes *__restrict out) {
@@ -90,8 +91,8 @@ struct complex_lanes {
   }
 }
 
-// w = R^-1 d / (d^H R^-1 d), so that w^H d = 1; the scaled sum of the microphones where that
-// vanishes or is not finite.
+// w = R^-1 d / (d^H R^-1 d), so that w^H d = 1. Where the denominator vanishes or w is not finite,
+// the scaled sum of the microphones.
 [[gnu::always_inline]] inline void form_weights(const hermitian_lanes *__restrict inverse,
                                                 const complex_lanes *__restrict d, float uniform,
                                                 complex_lanes *__restrict w) {
@@ -123,8 +124,8 @@ struct complex_lanes {
   }
 }
 
-// One block: new steering vectors if `steer`, then the inverse of the noise covariance and the
-// weights.
+// Updates one block: the steering vectors if `steer`, then the inverses of the noise covariances
+// and the weights.
 SE_BF_VECTOR_CLONES void update_block(mvdr_block *__restrict block, const float *speech_weight,
                                       const float *noise_weight, bool steer,
                                       se_complex *__restrict steering,
@@ -141,7 +142,7 @@ SE_BF_VECTOR_CLONES void update_block(mvdr_block *__restrict block, const float 
   from_lanes(w, weights);
 }
 
-// What the update of a block must not change in bin 0.
+// The results of bin 0, which the update of block 0 overwrites and must restore.
 struct first_bin {
   se_complex steering[kBeamformerChannels];
   se_complex weights[kBeamformerChannels];
@@ -173,8 +174,8 @@ se_complex *mvdr_update_param(mvdr_evd_state *state) {
   if (state->channels != kBeamformerChannels || state->bins < 2) {
     return state->weights;
   }
-  // Bin 0 keeps its first steering vector and weights: the beamformer removes DC. Its lane is
-  // worked on with the others and put back.
+  // Bin 0 keeps its initial steering vector, inverse and weights: the beamformer removes DC. Its
+  // lane is computed with the others, and its old values are then restored.
   const first_bin kept = get_first_bin(state);
   const float uniform = uniform_steering(state->channels);
   const bool steer = state->use_eigen_steering == 1;

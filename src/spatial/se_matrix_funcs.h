@@ -1,11 +1,12 @@
-// Vectors and small square matrices of complex numbers, most of them for two microphones.
+// Operations on complex vectors and small square complex matrices, most of them for two
+// microphones.
 //
-// The library itself calls Norm_Vector; its loops over bins have the other formulas inline. Only
-// tests call the rest.
+// The library itself calls Norm_Vector, and SumSquares through it; its loops over bins have the
+// other formulas inline. Only tests call the rest.
 //
-// Operations on a 2-by-2 matrix read exactly four entries, whatever `dim` says. All are pure
-// functions of their arguments in single precision; none allocates. Functions with an int result
-// return 0.
+// Operations on a 2-by-2 matrix read exactly four entries, whatever `dim` says. All but cmat_print
+// are pure functions of their arguments in single precision; none allocates. Functions with an int
+// result return 0.
 #ifndef TM_SE_BF_SPATIAL_SE_MATRIX_FUNCS_H
 #define TM_SE_BF_SPATIAL_SE_MATRIX_FUNCS_H
 
@@ -15,20 +16,20 @@
 #include "support/tamrin_memory.h"
 
 #pragma pack(push, 4)
-// A square complex matrix; whoever makes the record provides dim * dim entries.
+// A square complex matrix; the caller provides and owns the dim * dim entries.
 struct cmat {
-  int32_t dim;       // rows, and columns
+  int32_t dim;       // number of rows, and of columns
   se_complex *data;  // [dim][dim], row-major
 };
 #pragma pack(pop)
 
-// Upper limit of normalised dot products that count as orthogonal; read by nothing.
+// Normalised dot product up to which two vectors count as orthogonal; read by nothing.
 extern const float kMaxDotProduct;
 
-// sum of conj(a_i) b_i over n entries; the first one is always taken.
+// Sum of conj(a_i) b_i over n entries; n < 1 counts as 1.
 se_complex ConjugateDotProduct(const se_complex *a, const se_complex *b, int32_t n);
 
-// sum of |x_i|^2 over n entries; the first one is always taken.
+// Sum of |x_i|^2 over n entries; n < 1 counts as 1.
 float SumSquares(const se_complex *x, int32_t n);
 
 // Euclidean norm, the square root of SumSquares. x is not modified.
@@ -37,7 +38,7 @@ float Norm_Vector(const se_complex *x, int32_t n);
 // out[i n + j] = x_i conj(x_j) for all i, j < n: the outer product x x^H.
 void TransposedConjugatedProduct(const se_complex *x, se_complex *out, int32_t n);
 
-// Prints the matrix on standard output, a row a line.
+// Prints the matrix on standard output, one row per line.
 void cmat_print(const cmat *m);
 
 // out = in * f, 2-by-2. out may be in.

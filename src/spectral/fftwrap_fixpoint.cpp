@@ -4,16 +4,12 @@
 #include <cfloat>
 #include <cstring>
 
+#include "spectral/q31_format.h"
+
 namespace {
 
-// Word to which the peak of a block is scaled: two bits of headroom below Q31 full scale.
-constexpr float kBlockPeakQ31 = 536870912.0f;
-
-// First float beyond the 32-bit range.
-constexpr float kQ31Limit = 2147483648.0f;
-
-// Truncates toward zero; saturates, and takes not-a-number as 0, so that every processor gives the
-// same words.
+// Truncates toward zero and saturates; not-a-number becomes 0. So every processor gives the same
+// words.
 int32_t float_to_q31(float x) {
   if (x >= kQ31Limit) {
     return INT32_MAX;
@@ -24,7 +20,7 @@ int32_t float_to_q31(float x) {
   return x == x ? static_cast<int32_t>(x) : 0;
 }
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. A not-a-number never wins.
+// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
 float block_scale(const float *in, int32_t count) {
   float peak = 0.0f;
   for (int32_t i = 0; i < count; ++i) {
@@ -35,11 +31,6 @@ float block_scale(const float *in, int32_t count) {
     }
   }
   return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
-}
-
-// What becomes of a block whose peak is so small that its scale is not finite.
-void silence(float *out, int32_t count) {
-  std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
 }
 
 // product[i] = x[i] window[i]; product may be x.
@@ -61,10 +52,57 @@ void from_q31(const int32_t *in, float gain, float *out, int32_t count) {
   }
 }
 
+// Both directions return false, without a transform, when the peak of the block is so small that
+// its scale is not finite.
+bool scalar_forward(fft_setup *setup, const float *in, const float *window, float *product,
+                    float *out) {
+  const int32_t n = setup->n;
+  const float *samples = in;
+  if (window != nullptr) {
+    apply_window(in, window, product, n);
+    samples = product;
+  }
+  const float scale = block_scale(samples, n);
+  if (scale > FLT_MAX) {
+    return false;
+  }
+
+  to_q31(samples, scale, setup->frame_q31, n);
+  arm_rfft_q31(&setup->forward, setup->frame_q31, setup->spectrum_q31);
+  from_q31(setup->spectrum_q31, 1.0f / scale, out, n);
+  return true;
+}
+
+bool scalar_inverse(fft_setup *setup, const float *in, const float *window, float *out) {
+  const int32_t n = setup->n;
+  const float scale = block_scale(in, n);
+  if (scale > FLT_MAX) {
+    return false;
+  }
+
+  to_q31(in, scale, setup->spectrum_q31, n);
+  // The inverse reads bins 0 to N/2. Bin N/2, behind the packed spectrum, is set to 0.
+  for (int32_t i = n; i < 2 * n; ++i) {
+    setup->spectrum_q31[i] = 0;
+  }
+  arm_rfft_q31(&setup->inverse, setup->spectrum_q31, setup->frame_q31);
+  const float gain = 1.0f / (scale / static_cast<float>(n));
+  from_q31(setup->frame_q31, gain, out, n);
+  if (window != nullptr) {
+    apply_window(out, window, out, n);
+  }
+  return true;
+}
+
+// Result of a block that has no finite scale.
+void silence(float *out, int32_t count) {
+  std::memset(out, 0, static_cast<size_t>(count) * sizeof(float));
+}
+
 }  // namespace
 
-fft_setup *spx_fft_init(core_state *core, int32_t n) {
-  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc(core, sizeof(fft_setup)));
+fft_setup *spx_fft_init_in(core_state *core, int32_t n) {
+  fft_setup *setup = static_cast<fft_setup *>(tamrin_malloc_in(core, sizeof(fft_setup)));
   tamrin_note(core, "cmsis fixpoint fft");
   if (setup == nullptr) {
     return nullptr;
@@ -76,8 +114,8 @@ fft_setup *spx_fft_init(core_state *core, int32_t n) {
   setup->n = n;
   setup->kernel = q31_vector_kernel_for(n);
   const int32_t word = sizeof(int32_t);
-  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc(core, 2 * n * word));
-  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc(core, n * word));
+  setup->spectrum_q31 = static_cast<int32_t *>(tamrin_malloc_in(core, 2 * n * word));
+  setup->frame_q31 = static_cast<int32_t *>(tamrin_malloc_in(core, n * word));
 
   const bool supported = forward_status == 0 && inverse_status == 0;
   const bool allocated = setup->spectrum_q31 != nullptr && setup->frame_q31 != nullptr;
@@ -94,19 +132,7 @@ void spx_fft_destroy(fft_setup *setup) {
 }
 
 void spx_fft(fft_setup *setup, const float *in, float *out) {
-  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  if (setup->kernel != nullptr) {
-    setup->kernel->forward(work, setup->n, in, nullptr, nullptr, out);
-    return;
-  }
-  const float scale = block_scale(in, setup->n);
-  if (scale > FLT_MAX) {
-    silence(out, setup->n);
-    return;
-  }
-  to_q31(in, scale, setup->frame_q31, setup->n);
-  arm_rfft_q31(&setup->forward, setup->frame_q31, setup->spectrum_q31);
-  from_q31(setup->spectrum_q31, 1.0f / scale, out, setup->n);
+  spx_fft_windowed(setup, in, nullptr, nullptr, out);
 }
 
 void spx_fft_fixpoint(fft_setup *setup, const float *in, float *out) {
@@ -118,45 +144,26 @@ void spx_ifft(fft_setup *setup, const float *in, float *out) {
 }
 
 void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
-  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  if (setup->kernel != nullptr) {
-    setup->kernel->inverse(work, setup->n, in, nullptr, out);
-    return;
-  }
-  const float scale = block_scale(in, setup->n);
-  if (scale > FLT_MAX) {
-    silence(out, setup->n);
-    return;
-  }
-  to_q31(in, scale, setup->spectrum_q31, setup->n);
-
-  // The inverse reads bins 0 to N/2: the Nyquist pair behind the packed spectrum is nothing.
-  for (int32_t i = setup->n; i < 2 * setup->n; ++i) {
-    setup->spectrum_q31[i] = 0;
-  }
-
-  arm_rfft_q31(&setup->inverse, setup->spectrum_q31, setup->frame_q31);
-  const float gain = 1.0f / (scale / static_cast<float>(setup->n));
-  from_q31(setup->frame_q31, gain, out, setup->n);
+  spx_ifft_windowed(setup, in, nullptr, out);
 }
 
 void spx_fft_windowed(fft_setup *setup, const float *in, const float *window, float *product,
                       float *out) {
-  if (setup->kernel != nullptr) {
-    const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-    setup->kernel->forward(work, setup->n, in, window, product, out);
-    return;
+  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+  const bool scaled = setup->kernel != nullptr
+                          ? setup->kernel->forward(work, setup->n, in, window, product, out)
+                          : scalar_forward(setup, in, window, product, out);
+  if (!scaled) {
+    silence(out, setup->n);
   }
-  apply_window(in, window, product, setup->n);
-  spx_fft(setup, product, out);
 }
 
 void spx_ifft_windowed(fft_setup *setup, const float *in, const float *window, float *out) {
-  if (setup->kernel != nullptr) {
-    const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-    setup->kernel->inverse(work, setup->n, in, window, out);
-    return;
+  const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
+  const bool scaled = setup->kernel != nullptr
+                          ? setup->kernel->inverse(work, setup->n, in, window, out)
+                          : scalar_inverse(setup, in, window, out);
+  if (!scaled) {
+    silence(out, setup->n);
   }
-  spx_ifft(setup, in, out);
-  apply_window(out, window, out, setup->n);
 }

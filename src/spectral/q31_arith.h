@@ -1,18 +1,17 @@
 // Named operations on Q31 numbers: 32-bit signed integers x that stand for x / 2^31.
 //
-// Products of two Q31 numbers are formed in 64 bits and keep their high word, which is half the Q31
-// product; callers shift back where the scaling of a stage asks for it. No operation saturates: the
-// scaling of the stages keeps every result in range for the blocks that the float wrapper hands
-// over. A build with TM_SE_BF_CHECK_Q31 takes the twins of q31_checked_arith.h, which give the same
-// words and check that. Beyond the range results are those of 32-bit adders, modulo 2^32; only the
-// operations named `wrap` are meant to get there.
+// Products of two Q31 numbers are formed in 64 bits. The high word is kept, which is half the Q31
+// product; callers double it where the scaling of a stage asks for it. No operation saturates: the
+// scaling of the stages keeps every result within 32 bits for the blocks that the float wrapper
+// hands over. A build with TM_SE_BF_CHECK_Q31 uses the twins of q31_checked_arith.h instead, which
+// give the same words and check that results stay in range. A result that leaves the range wraps
+// around, modulo 2^32; this is intended only in the operations with `wrap` in their names.
 #ifndef TM_SE_BF_SPECTRAL_Q31_ARITH_H
 #define TM_SE_BF_SPECTRAL_Q31_ARITH_H
 
 #include <cstdint>
 
-// One half of the kept word's last place: rounds a 64-bit product to its high word.
-constexpr int64_t kQ31RoundHalf = int64_t{1} << 31;
+#include "spectral/q31_format.h"
 
 #if defined(TM_SE_BF_CHECK_Q31)
 
@@ -24,7 +23,7 @@ constexpr int64_t kQ31RoundHalf = int64_t{1} << 31;
 inline void q31_stage(const char *) {
 }
 
-// x + y and x - y modulo 2^32, where leaving the range is a stated result.
+// x + y and x - y modulo 2^32, where a result beyond the range is intended.
 inline int32_t q31_add_wrap(int32_t x, int32_t y) {
   return static_cast<int32_t>(static_cast<uint32_t>(x) + static_cast<uint32_t>(y));
 }
@@ -62,8 +61,8 @@ inline int32_t q31_mul_high_round(int32_t x, int32_t y) {
   return static_cast<int32_t>((static_cast<int64_t>(x) * y + kQ31RoundHalf) >> 32);
 }
 
-// acc + x * y and acc - x * y, the exact sum of the accumulator's word and the product rounded
-// once.
+// acc plus the high word of x * y, and acc plus the high word of -(x * y), both rounded to nearest.
+// Rounding is not symmetric, so the sign comes before it.
 inline int32_t q31_mac_round(int32_t acc, int32_t x, int32_t y) {
   return q31_add(acc, q31_mul_high_round(x, y));
 }

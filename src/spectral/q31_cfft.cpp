@@ -1,21 +1,14 @@
 // Radix-4 and radix-2 stages of the Q31 complex FFT.
 //
-// The inverse transform is the forward one with the real and imaginary words exchanged on the way
-// in and out, to the bit. Each stage therefore takes one pointer to the real and one to the
-// imaginary words (both with a step of two), and the inverse passes them exchanged.
+// The inverse transform is, bit for bit, the forward one with the real and imaginary words
+// exchanged on the way in and out. Each stage therefore takes one pointer to the real and one to
+// the imaginary words (both with a step of two), and the inverse passes them exchanged.
 #include "spectral/q31_cfft.h"
 
 #include "spectral/q31_arith.h"
 #include "spectral/q31_tables.h"
 
 namespace {
-
-// Headroom taken on the way into the first radix-4 stage, and by each later one, in bits. A radix-4
-// stage grows by two bits; the first takes the last stage's share as well, which then needs no
-// shift.
-constexpr int kFirstStageShift = 4;
-constexpr int kMiddleStageShift = 2;
-constexpr int kRadix2Shift = 2;
 
 // Interleaved complex data seen as two word streams with a step of two.
 struct q31_view {
@@ -31,9 +24,9 @@ struct q31_complex {
 // The four outputs of a radix-4 butterfly before their twiddle factors.
 struct q31_quad {
   q31_complex sum;        // a + b + c + d
-  q31_complex even;       // a - b + c - d, turns by twice the angle
-  q31_complex odd;        // a - jb - c + jd, turns by the angle
-  q31_complex odd_third;  // a + jb - c - jd, turns by three times the angle
+  q31_complex even;       // a - b + c - d, to be rotated by twice the angle
+  q31_complex odd;        // a - jb - c + jd, to be rotated by the angle
+  q31_complex odd_third;  // a + jb - c - jd, to be rotated by three times the angle
 };
 
 q31_complex load(q31_view x, uint32_t i, int shift) {
@@ -61,7 +54,7 @@ q31_complex shift_up(q31_complex x, int shift) {
   return {q31_shift_up(x.re, shift), q31_shift_up(x.im, shift)};
 }
 
-// x * (cos - j sin) / 2 from truncated high words.
+// x * (cos - j sin) / 2, as sums of truncated high words.
 q31_complex turn_half(q31_complex x, const int32_t *cos_sin) {
   return {q31_add(q31_mul_high(x.re, cos_sin[0]), q31_mul_high(x.im, cos_sin[1])),
           q31_sub(q31_mul_high(x.im, cos_sin[0]), q31_mul_high(x.re, cos_sin[1]))};
@@ -82,7 +75,7 @@ q31_quad butterfly(q31_view x, uint32_t i, uint32_t quarter, int shift) {
           subtract(ac_difference, minus_j_bd)};
 }
 
-// First stage: inputs scaled by 1/16; the halved twiddle products are doubled again.
+// First stage: inputs scaled by 1/16; turn_half halves the products, so they are doubled again.
 void first_radix4_stage(q31_view x, uint32_t length, const int32_t *twiddle, uint32_t stride) {
   const uint32_t quarter = length / 4;
   q31_stage("first radix-4 stage");
@@ -96,7 +89,8 @@ void first_radix4_stage(q31_view x, uint32_t length, const int32_t *twiddle, uin
   }
 }
 
-// Middle stage over groups of `span` points: scaled by 1/4, half of it in the twiddle products.
+// Middle stage over groups of `span` points: outputs scaled by 1/4. turn_half has halved the
+// twiddle products already, so they are shifted by one bit only.
 void middle_radix4_stage(q31_view x, uint32_t length, uint32_t span, const int32_t *twiddle,
                          uint32_t stride) {
   const uint32_t quarter = span / 4;
@@ -134,7 +128,7 @@ void radix4_transform(q31_view x, uint32_t length, const int32_t *twiddle, uint3
   last_radix4_stage(x, length);
 }
 
-// Inputs scaled by 1/4 against the growth of this stage and the doubling at the end.
+// Inputs scaled by 1/4, to make room for the growth in this stage and for the doubling at the end.
 void radix2_stage(q31_view x, uint32_t length, const int32_t *twiddle) {
   const uint32_t half = length / 2;
   q31_stage("radix-2 stage");
@@ -168,33 +162,24 @@ void radix4by2_transform(q31_view x, uint32_t length, const int32_t *twiddle) {
 
 }  // namespace
 
-const cfft_q31_instance arm_cfft_sR_q31_len16 = {16, twiddleCoef_16_q31.data(),
-                                                 armBitRevIndexTable_fixed_16.data(),
-                                                 armBitRevIndexTable_fixed_16.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len32 = {32, twiddleCoef_32_q31.data(),
-                                                 armBitRevIndexTable_fixed_32.data(),
-                                                 armBitRevIndexTable_fixed_32.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len64 = {64, twiddleCoef_64_q31.data(),
-                                                 armBitRevIndexTable_fixed_64.data(),
-                                                 armBitRevIndexTable_fixed_64.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len128 = {128, twiddleCoef_128_q31.data(),
-                                                  armBitRevIndexTable_fixed_128.data(),
-                                                  armBitRevIndexTable_fixed_128.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len256 = {256, twiddleCoef_256_q31.data(),
-                                                  armBitRevIndexTable_fixed_256.data(),
-                                                  armBitRevIndexTable_fixed_256.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len512 = {512, twiddleCoef_512_q31.data(),
-                                                  armBitRevIndexTable_fixed_512.data(),
-                                                  armBitRevIndexTable_fixed_512.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len1024 = {1024, twiddleCoef_1024_q31.data(),
-                                                   armBitRevIndexTable_fixed_1024.data(),
-                                                   armBitRevIndexTable_fixed_1024.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len2048 = {2048, twiddleCoef_2048_q31.data(),
-                                                   armBitRevIndexTable_fixed_2048.data(),
-                                                   armBitRevIndexTable_fixed_2048.size()};
-const cfft_q31_instance arm_cfft_sR_q31_len4096 = {4096, twiddleCoef_4096_q31.data(),
-                                                   armBitRevIndexTable_fixed_4096.data(),
-                                                   armBitRevIndexTable_fixed_4096.size()};
+const cfft_q31_instance arm_cfft_sR_q31_len16 = {
+    16, twiddleCoef_16_q31, armBitRevIndexTable_fixed_16, bit_reversal_words(16)};
+const cfft_q31_instance arm_cfft_sR_q31_len32 = {
+    32, twiddleCoef_32_q31, armBitRevIndexTable_fixed_32, bit_reversal_words(32)};
+const cfft_q31_instance arm_cfft_sR_q31_len64 = {
+    64, twiddleCoef_64_q31, armBitRevIndexTable_fixed_64, bit_reversal_words(64)};
+const cfft_q31_instance arm_cfft_sR_q31_len128 = {
+    128, twiddleCoef_128_q31, armBitRevIndexTable_fixed_128, bit_reversal_words(128)};
+const cfft_q31_instance arm_cfft_sR_q31_len256 = {
+    256, twiddleCoef_256_q31, armBitRevIndexTable_fixed_256, bit_reversal_words(256)};
+const cfft_q31_instance arm_cfft_sR_q31_len512 = {
+    512, twiddleCoef_512_q31, armBitRevIndexTable_fixed_512, bit_reversal_words(512)};
+const cfft_q31_instance arm_cfft_sR_q31_len1024 = {
+    1024, twiddleCoef_1024_q31, armBitRevIndexTable_fixed_1024, bit_reversal_words(1024)};
+const cfft_q31_instance arm_cfft_sR_q31_len2048 = {
+    2048, twiddleCoef_2048_q31, armBitRevIndexTable_fixed_2048, bit_reversal_words(2048)};
+const cfft_q31_instance arm_cfft_sR_q31_len4096 = {
+    4096, twiddleCoef_4096_q31, armBitRevIndexTable_fixed_4096, bit_reversal_words(4096)};
 
 void arm_cfft_q31(const cfft_q31_instance *S, int32_t *data, uint8_t ifftFlag,
                   uint8_t bitReverseFlag) {
@@ -249,7 +234,7 @@ void arm_cfft_radix4by2_inverse_q31(int32_t *data, uint32_t length, const int32_
 }
 
 void arm_bitreversal_32(int32_t *data, uint16_t bitRevLength, const uint16_t *pBitRevTable) {
-  // Byte offsets of 8-byte complex values become word indices.
+  // Byte offsets become word indices.
   constexpr uint32_t kBytesPerWord = 4;
   for (uint32_t i = 0; i < bitRevLength; i += 2) {
     int32_t *p = data + pBitRevTable[i] / kBytesPerWord;

@@ -1,9 +1,9 @@
 // The checking twins of the operations in q31_arith.h: the same words, and a log of the range used.
 //
 // Every result is formed exactly in 64 bits. The log keeps the largest magnitude per operation and
-// stage and counts the results that 32 bits cannot hold. A process that ends with such a count not
-// 0 aborts, so that every program of a checked build tells. Not protected against concurrent use.
-// Included by q31_arith.h alone.
+// stage, and counts the results that do not fit in 32 bits. If an operation that must not wrap has
+// such a result, the process aborts at its end, so that no program of a checked build hides it. Not
+// protected against concurrent use. Only q31_arith.h includes this header.
 #ifndef TM_SE_BF_SPECTRAL_Q31_CHECKED_ARITH_H
 #define TM_SE_BF_SPECTRAL_Q31_CHECKED_ARITH_H
 
@@ -28,15 +28,15 @@ enum q31_operation : int32_t {
 
 constexpr int32_t kQ31Stages = 16;
 
-// What the operations of one stage came to.
+// Range that the operations of one stage used.
 struct q31_stage_log {
   const char *name;
   int64_t peak[kQ31Operations];      // largest magnitude of an exact result
   int64_t overflow[kQ31Operations];  // results beyond 32 bits; intended ones for the two wraps
 };
 
-// Everything since the start or the last q31_log_clear. Operations before the first mark count as a
-// stage of their own; beyond kQ31Stages names all share the last entry.
+// Everything since the start or the last q31_log_clear. Operations before the first q31_stage count
+// as the stage "unmarked". When kQ31Stages entries are in use, further stages share the last one.
 struct q31_range_log {
   q31_stage_log stages[kQ31Stages] = {{"unmarked", {}, {}}};
   int32_t used = 1;
@@ -47,7 +47,7 @@ struct q31_range_log {
 
 inline q31_range_log g_q31_log;
 
-// Results beyond 32 bits, those of the wrapping operations left out.
+// Number of results that did not fit in 32 bits, without those of the wrapping operations.
 inline int64_t q31_log_overflows() {
   int64_t sum = 0;
   for (const q31_stage_log &stage : g_q31_log.stages) {

@@ -5,11 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "spectral/q31_format.h"
+
 inline constexpr double kCirclePi = 3.14159265358979323846;
-inline constexpr double kQ31One = 2147483648.0;
 inline constexpr int32_t kQ31Max = INT32_MAX;
 
-// Terms of the Taylor series below; at 45 degrees the first one left out is under 1e-21.
+// Terms of the Taylor series below, after the first; at 45 degrees the next one is under 1e-21.
 inline constexpr int kTaylorTerms = 10;
 
 // Sine (start = 1) or cosine (start = 0) of 0 <= x <= pi/4 from the Taylor series.

@@ -38,7 +38,8 @@ void forward(const rfft_q31_instance *S, int32_t *src, int32_t *dst) {
   arm_cfft_q31(S->pCfft, src, 0, S->bitReverseFlagR);
   arm_split_rfft_q31(src, half, S->pTwiddleAReal, S->pTwiddleBReal, dst, S->twidCoefRModifier);
 
-  // DC and Nyquist are the sum and the difference of the even and the odd samples' DC; they wrap.
+  // DC and Nyquist are the sum and the difference of the DC of the even and of the odd samples.
+  // Both may wrap for words beyond those of the float wrapper.
   q31_stage("DC and Nyquist");
   dst[0] = q31_shift_down(q31_add_wrap(src[0], src[1]), 1);
   dst[1] = 0;
@@ -65,8 +66,8 @@ int32_t arm_rfft_init_q31(rfft_q31_instance *S, uint32_t fftLenReal, uint32_t if
   S->fftLenReal = fftLenReal & kLengthMask;
   S->ifftFlagR = static_cast<uint8_t>(ifftFlagR);
   S->bitReverseFlagR = static_cast<uint8_t>(bitReverseFlag);
-  S->pTwiddleAReal = realCoefAQ31.data();
-  S->pTwiddleBReal = realCoefBQ31.data();
+  S->pTwiddleAReal = realCoefAQ31;
+  S->pTwiddleBReal = realCoefBQ31;
 
   const cfft_q31_instance *cfft = half_length_cfft(S->fftLenReal);
   if (cfft == nullptr) {

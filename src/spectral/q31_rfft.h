@@ -2,9 +2,9 @@
 //
 // A real block of N samples is taken as N/2 complex values (even samples real, odd ones imaginary),
 // transformed, and split into the spectrum of the real block (Sorensen, Jones, Heideman and Burrus,
-// "Real-valued fast Fourier transform algorithms", 1987). Forward scales by 1/N, inverse gives
-// (1/N) times the unscaled inverse sum: forward followed by inverse returns the input divided by N.
-// Re-entrant: instances and tables are only read, all state is in the caller's buffers.
+// "Real-valued fast Fourier transform algorithms", 1987). Both directions scale their sum by 1/N,
+// so forward followed by inverse returns the input divided by N. Re-entrant: instances and tables
+// are only read, all state is in the caller's buffers.
 #ifndef TM_SE_BF_SPECTRAL_Q31_RFFT_H
 #define TM_SE_BF_SPECTRAL_Q31_RFFT_H
 

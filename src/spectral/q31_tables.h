@@ -4,7 +4,6 @@
 #ifndef TM_SE_BF_SPECTRAL_Q31_TABLES_H
 #define TM_SE_BF_SPECTRAL_Q31_TABLES_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -29,32 +28,42 @@ constexpr size_t bit_reversal_words(size_t length) {
   return length - palindromes;
 }
 
+// A constant array that a function can compute; passes as a pointer to its first word.
+template <typename word, size_t kWords>
+struct q31_table {
+  word words[kWords];
+
+  constexpr operator const word *() const {
+    return words;
+  }
+};
+
 // Twiddle factors: entry i = (cos(2 pi i / length), sin(2 pi i / length)), rounded down.
-extern const std::array<int32_t, twiddle_words(16)> twiddleCoef_16_q31;
-extern const std::array<int32_t, twiddle_words(32)> twiddleCoef_32_q31;
-extern const std::array<int32_t, twiddle_words(64)> twiddleCoef_64_q31;
-extern const std::array<int32_t, twiddle_words(128)> twiddleCoef_128_q31;
-extern const std::array<int32_t, twiddle_words(256)> twiddleCoef_256_q31;
-extern const std::array<int32_t, twiddle_words(512)> twiddleCoef_512_q31;
-extern const std::array<int32_t, twiddle_words(1024)> twiddleCoef_1024_q31;
-extern const std::array<int32_t, twiddle_words(2048)> twiddleCoef_2048_q31;
-extern const std::array<int32_t, twiddle_words(4096)> twiddleCoef_4096_q31;
+extern const q31_table<int32_t, twiddle_words(16)> twiddleCoef_16_q31;
+extern const q31_table<int32_t, twiddle_words(32)> twiddleCoef_32_q31;
+extern const q31_table<int32_t, twiddle_words(64)> twiddleCoef_64_q31;
+extern const q31_table<int32_t, twiddle_words(128)> twiddleCoef_128_q31;
+extern const q31_table<int32_t, twiddle_words(256)> twiddleCoef_256_q31;
+extern const q31_table<int32_t, twiddle_words(512)> twiddleCoef_512_q31;
+extern const q31_table<int32_t, twiddle_words(1024)> twiddleCoef_1024_q31;
+extern const q31_table<int32_t, twiddle_words(2048)> twiddleCoef_2048_q31;
+extern const q31_table<int32_t, twiddle_words(4096)> twiddleCoef_4096_q31;
 
 // Pairs (8 j, 8 r) with r the bit-reversed j, for every j < r, j ascending: byte offsets of complex
 // entries.
-extern const std::array<uint16_t, bit_reversal_words(16)> armBitRevIndexTable_fixed_16;
-extern const std::array<uint16_t, bit_reversal_words(32)> armBitRevIndexTable_fixed_32;
-extern const std::array<uint16_t, bit_reversal_words(64)> armBitRevIndexTable_fixed_64;
-extern const std::array<uint16_t, bit_reversal_words(128)> armBitRevIndexTable_fixed_128;
-extern const std::array<uint16_t, bit_reversal_words(256)> armBitRevIndexTable_fixed_256;
-extern const std::array<uint16_t, bit_reversal_words(512)> armBitRevIndexTable_fixed_512;
-extern const std::array<uint16_t, bit_reversal_words(1024)> armBitRevIndexTable_fixed_1024;
-extern const std::array<uint16_t, bit_reversal_words(2048)> armBitRevIndexTable_fixed_2048;
-extern const std::array<uint16_t, bit_reversal_words(4096)> armBitRevIndexTable_fixed_4096;
+extern const q31_table<uint16_t, bit_reversal_words(16)> armBitRevIndexTable_fixed_16;
+extern const q31_table<uint16_t, bit_reversal_words(32)> armBitRevIndexTable_fixed_32;
+extern const q31_table<uint16_t, bit_reversal_words(64)> armBitRevIndexTable_fixed_64;
+extern const q31_table<uint16_t, bit_reversal_words(128)> armBitRevIndexTable_fixed_128;
+extern const q31_table<uint16_t, bit_reversal_words(256)> armBitRevIndexTable_fixed_256;
+extern const q31_table<uint16_t, bit_reversal_words(512)> armBitRevIndexTable_fixed_512;
+extern const q31_table<uint16_t, bit_reversal_words(1024)> armBitRevIndexTable_fixed_1024;
+extern const q31_table<uint16_t, bit_reversal_words(2048)> armBitRevIndexTable_fixed_2048;
+extern const q31_table<uint16_t, bit_reversal_words(4096)> armBitRevIndexTable_fixed_4096;
 
 // Split factors of the real transform, a half circle of 8192 points, rounded to nearest:
 //   A[i] = (0.5 (1 - sin), -0.5 cos),  B[i] = (0.5 (1 + sin), 0.5 cos) of 2 pi i / 8192.
-extern const std::array<int32_t, 2 * kMaxCfftLength> realCoefAQ31;
-extern const std::array<int32_t, 2 * kMaxCfftLength> realCoefBQ31;
+extern const q31_table<int32_t, 2 * kMaxCfftLength> realCoefAQ31;
+extern const q31_table<int32_t, 2 * kMaxCfftLength> realCoefBQ31;
 
 #endif  // TM_SE_BF_SPECTRAL_Q31_TABLES_H

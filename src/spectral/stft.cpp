@@ -13,8 +13,8 @@ namespace {
 constexpr double kHammingOffset = 0.54;
 constexpr double kHammingDepth = 0.46;
 
-// 2 pi, deliberately short: the window's period is very slightly longer than N, and the output bits
-// depend on it.
+// 2 pi, rounded deliberately: the period of the window is slightly shorter than N, and the output
+// bits depend on it.
 constexpr float kWindowTurn = 6.2832f;
 
 SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__restrict y,
@@ -24,14 +24,22 @@ SE_BF_VECTOR_CLONES void add_samples(const float *__restrict x, const float *__r
   }
 }
 
+// What synthesis adds where the hop is shorter than the overlap: the tail reaches beyond the hop.
+SE_BF_RARELY_RUN void add_long_tail(const stft_buf *stft, int32_t hop, float *out) {
+  copy_floats(out, stft->frame, hop);
+  for (int32_t i = 0; i < stft->overlap; ++i) {
+    out[i] += stft->ola_tail[i];
+  }
+}
+
 }  // namespace
 
-SE_BF_RARELY_RUN stft_buf *stft_buf_create(core_state *core, int32_t N, int32_t H, fft_setup *fft,
-                                           int32_t channels) {
+SE_BF_RARELY_RUN stft_buf *stft_buf_create_in(core_state *core, int32_t N, int32_t H,
+                                              fft_setup *fft, int32_t channels) {
   if (H <= 0) {
     return nullptr;
   }
-  stft_buf *stft = static_cast<stft_buf *>(tamrin_malloc(core, sizeof(stft_buf)));
+  stft_buf *stft = static_cast<stft_buf *>(tamrin_malloc_in(core, sizeof(stft_buf)));
   if (stft == nullptr) {
     return nullptr;
   }
@@ -72,10 +80,6 @@ SE_BF_RARELY_RUN void stft_buf_destroy(stft_buf *stft) {
   tamrin_free(stft);
 }
 
-float *stft_input(const stft_buf *stft) {
-  return stft->history + stft->overlap;
-}
-
 void stft_time_to_spectrum(stft_buf *stft, const float *in, float *out) {
   const int32_t length = stft->fft_len;
   const int32_t overlap = stft->overlap;
@@ -98,8 +102,12 @@ float *stft_spectrum_to_time(stft_buf *stft, const float *spectrum, float *out) 
   const float *synthesis = stft->window + length;
 
   spx_ifft_windowed(stft->fft, spectrum, synthesis, stft->frame);
-  add_samples(stft->frame, stft->ola_tail, out, overlap);
-  copy_floats(out + overlap, stft->frame + overlap, hop - overlap);
+  if (overlap > hop) {
+    add_long_tail(stft, hop, out);
+  } else {
+    add_samples(stft->frame, stft->ola_tail, out, overlap);
+    copy_floats(out + overlap, stft->frame + overlap, hop - overlap);
+  }
   copy_floats(stft->ola_tail, stft->frame + hop, overlap);
   return out;
 }

@@ -1,14 +1,15 @@
 // Short-time Fourier analysis of one or two channels and weighted overlap-add synthesis of one.
 //
 // Frames of N samples advance by the hop H <= N; consecutive frames share O = N - H samples.
-// Analysis windows with w, synthesis with g[i] = w[i] / sum over m of w^2[i + m H], so that w g of
-// overlapping frames adds up to 1 (Griffin and Lim, "Signal estimation from modified short-time
-// Fourier transform", 1984; Crochiere, "A weighted overlap-add method of short-time Fourier
-// analysis/synthesis", 1980). Unchanged spectra give back channel 0 delayed by O samples with unit
-// gain, less the Nyquist component of each frame, which the transform removes.
+// The analysis window is w, the synthesis window g[i] = w[i] / sum over m of w^2[i + m H], so that
+// the products w g of overlapping frames add up to 1 (Griffin and Lim, "Signal estimation from
+// modified short-time Fourier transform", 1984; Crochiere, "A weighted overlap-add method of
+// short-time Fourier analysis/synthesis", 1980). Unchanged spectra give back channel 0 delayed by O
+// samples with unit gain, without the Nyquist component of each frame, which the transform removes.
 //
-// Exact for O <= H, that is for every hop of 32 samples or more. Below, synthesis adds the whole
-// tail of O values to its output, which must then have room for O values, and older tails are lost.
+// Exact for O <= H. With the FFT length that se_bf_create chooses this holds for every hop of 32
+// samples or more. For O > H synthesis writes O values to its output, which must have room for
+// them, and what earlier frames add beyond the next hop is lost.
 #ifndef TM_SE_BF_SPECTRAL_STFT_H
 #define TM_SE_BF_SPECTRAL_STFT_H
 
@@ -33,9 +34,10 @@ struct stft_buf {
 
 // Makes the state from the pool, with silent history. N: FFT length; H: hop in samples, 1 .. N;
 // channels: 1 or 2. Returns null when the pool is exhausted or H is not positive.
-stft_buf *stft_buf_create(core_state *core, int32_t N, int32_t H, fft_setup *fft, int32_t channels);
+stft_buf *stft_buf_create_in(core_state *core, int32_t N, int32_t H, fft_setup *fft,
+                             int32_t channels);
 inline stft_buf *stft_buf_create(int32_t N, int32_t H, fft_setup *fft, int32_t channels) {
-  return stft_buf_create(&process_core, N, H, fft, channels);
+  return stft_buf_create_in(&process_core, N, H, fft, channels);
 }
 
 // Sets the number of channels that analysis transforms, at most the number at creation; touches no
@@ -45,8 +47,11 @@ void stft_set_chnl(stft_buf *stft, int32_t channels);
 // Releases the state through the pool, not the transform; null is accepted.
 void stft_buf_destroy(stft_buf *stft);
 
-// Where the next hop of channel 0 is analysed: a caller that forms it there saves a copy.
-float *stft_input(const stft_buf *stft);
+// Address of the H samples of channel 0 that the next analysis reads. A caller that writes its hop
+// there, and passes this address as `in`, saves a copy.
+inline float *stft_input(const stft_buf *stft) {
+  return stft->history + stft->overlap;
+}
 
 // Analyses one hop. in: [chnl][H] time samples, or stft_input when one channel is analysed; out:
 // [chnl][N] packed spectra.

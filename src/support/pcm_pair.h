@@ -1,18 +1,18 @@
-// Two-channel PCM read a sample pair at a time: loops over words need no deinterleaving and take a
-// few instructions a vector.
+// Reads and writes two-channel PCM one sample pair at a time, as a 32-bit word. Loops over such
+// words need no deinterleaving step and take few instructions per vector.
 #ifndef TM_SE_BF_SUPPORT_PCM_PAIR_H
 #define TM_SE_BF_SUPPORT_PCM_PAIR_H
 
 #include <cstdint>
 #include <cstring>
 
-// The samples of both channels at one time, in the order of memory.
+// The samples of both channels at one instant, in the order in memory.
 struct pcm_pair {
   int32_t first;
   int32_t second;
 };
 
-// Pair i of interleaved two-channel samples.
+// Returns pair i of interleaved two-channel samples, sign-extended to 32 bits.
 inline pcm_pair pcm_pair_at(const int16_t *interleaved, int32_t i) {
   constexpr int32_t kSampleBits = 16;
   constexpr bool kFirstIsLow = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
@@ -24,7 +24,7 @@ inline pcm_pair pcm_pair_at(const int16_t *interleaved, int32_t i) {
   return kFirstIsLow ? pcm_pair{low, high} : pcm_pair{high, low};
 }
 
-// Writes a 16-bit sample to both channels of pair i.
+// Writes the low 16 bits of `sample` to both channels of pair i.
 inline void pcm_pair_fill(int16_t *interleaved, int32_t i, int32_t sample) {
   constexpr uint32_t kBothHalves = 0x10001u;
   constexpr uint32_t kLowHalf = 0xFFFFu;

@@ -1,4 +1,4 @@
-// Vectors in the pool of a core: taking, copying and releasing them.
+// Takes vectors from the pool of a core, copies them and releases them.
 #ifndef TM_SE_BF_SUPPORT_POOL_VECTOR_H
 #define TM_SE_BF_SUPPORT_POOL_VECTOR_H
 
@@ -10,13 +10,13 @@
 
 // Takes `count` floats, all zero. Returns null when the pool is exhausted.
 inline float *pool_floats(core_state *core, int32_t count) {
-  return static_cast<float *>(tamrin_malloc(core, count * static_cast<int32_t>(sizeof(float))));
+  return static_cast<float *>(tamrin_malloc_in(core, count * static_cast<int32_t>(sizeof(float))));
 }
 
 // Takes `count` complex numbers, all zero. Returns null when the pool is exhausted.
 inline se_complex *pool_complex(core_state *core, int32_t count) {
   return static_cast<se_complex *>(
-      tamrin_malloc(core, count * static_cast<int32_t>(sizeof(se_complex))));
+      tamrin_malloc_in(core, count * static_cast<int32_t>(sizeof(se_complex))));
 }
 
 // Copies `count` floats; the vectors must not overlap. Copies nothing for count <= 0.

@@ -3,7 +3,7 @@
 
 namespace {
 
-// Relative change at which the series of the exponential integral is taken as converged.
+// Relative change at which the series of the exponential integral counts as converged.
 constexpr float kExpintToleranceSingle = 1.19e-6f;
 constexpr double kExpintToleranceDouble = 2.220446049250313e-15;
 

@@ -12,31 +12,32 @@ struct se_complex {
   float im;
 };
 
-// Square root. Taken in double precision and rounded to single it would have the same bits: 53 bits
-// are enough for the second rounding not to matter (Figueroa, "When is double rounding innocuous?",
+// Square root in single precision. A double-precision root rounded to single has the same bits:
+// with 53 bits the second rounding does no harm (Figueroa, "When is double rounding innocuous?",
 // 1995).
 inline float se_sqrt(float x) {
   return std::sqrt(x);
 }
 
-// 0 for a finite x, not-a-number otherwise. Sums of it test several values without a branch.
+// 0 for a finite x, not-a-number otherwise. The sum of several residues is 0 only if all values are
+// finite: a test without branches, for loops that vectorise.
 inline float se_finite_residue(float x) {
   return x - x;
 }
 
-// e to the x, natural and decimal logarithm. Only the gain rules without a mode and tests call
-// them.
+// e to the x, natural and decimal logarithm. Only tests call them, and the gain rules that no mode
+// uses.
 float se_exp(float x);
 float se_log(float x);
 float se_log10(float x);
 
 // Exponential integral E1(x), from its series about 0 (Abramowitz and Stegun, "Handbook of
 // Mathematical Functions", 1964, 5.1.11, in the form with the exponential factored out):
-//   E1(x) = -(ln|x| + 0.5772 - e^-x * sum over n >= 1 of x^n H(n) / n!),  H(n) = 1 + 1/2 + ... +
-//   1/n.
-// Meant for 0 < x <= 5, where it needs at most about twenty rounds; x = 0 gives +infinity. The
-// single precision form keeps Euler's constant at four digits deliberately: gains depend on its
-// bits. Only do_omlsa and tests call these.
+//   E1(x) = -(ln|x| + 0.5772 - e^-x * sum over n >= 1 of x^n H(n) / n!),
+//   H(n) = 1 + 1/2 + ... + 1/n.
+// Meant for 0 < x <= 5, where it needs about twenty iterations at most; x = 0 gives +infinity. The
+// single-precision form deliberately keeps Euler's constant at four digits: the bits of the gains
+// depend on it. Only do_omlsa and tests call these.
 float se_expint(float x);
 float expint_f(float x);
 double expint_d(double x);
@@ -50,10 +51,11 @@ inline void complex_fset(se_complex *out, float re, float im) {
   *out = {re, im};
 }
 
-// Magnitude, computed wholly in double precision and rounded to single. Only tests call it.
+// Magnitude, computed in double precision and rounded to single at the end. Only tests call it.
 float complex_abs(se_complex a);
 
-// a + b, a - b, a * b, conj(a) * b, a * conj(b).
+// a + b, a - b, a * b, conj(a) * b, a * conj(b). Only tests need
+// a - b and a * conj(b).
 inline se_complex complex_add(se_complex a, se_complex b) {
   return {a.re + b.re, a.im + b.im};
 }

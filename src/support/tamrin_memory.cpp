@@ -9,12 +9,13 @@ core_state process_core;
 uint8_t (&kStaticMemory)[kStaticMemorySize] = process_core.memory;
 int32_t &kStaticMemoryPosition = process_core.position;
 
-void *tamrin_malloc(core_state *core, int32_t size) {
+void *tamrin_malloc_in(core_state *core, int32_t size) {
   if (core->position == 0) {
     tamrin_note(core, "using static buffer for malloc");
   }
 
-  // Unsigned: a negative size counts as a huge one instead of moving the position backwards.
+  // Unsigned, because position and size may add up to more than INT32_MAX. A negative size would
+  // wrap around and move the position backwards: it is refused on its own.
   const uint32_t sum = static_cast<uint32_t>(core->position) + static_cast<uint32_t>(size);
   if (size < 0 || sum > static_cast<uint32_t>(kStaticMemorySize)) {
     if (core->quiet == 0) {
@@ -24,7 +25,7 @@ void *tamrin_malloc(core_state *core, int32_t size) {
     return nullptr;
   }
 
-  // Position and capacity are multiples of the granule, so the rounded block still fits.
+  // Position and capacity are multiples of the alignment, so the rounded block still fits.
   const int32_t remainder = size % kPoolAlignment;
   const int32_t rounded = remainder == 0 ? size : size + kPoolAlignment - remainder;
 
@@ -35,7 +36,7 @@ void *tamrin_malloc(core_state *core, int32_t size) {
 }
 
 void *tamrin_malloc(int32_t size) {
-  return tamrin_malloc(&process_core, size);
+  return tamrin_malloc_in(&process_core, size);
 }
 
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
@@ -45,7 +46,7 @@ void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size) {
   return tamrin_malloc(new_size);
 }
 
-void tamrin_free(core_state *core, const void *) {
+void tamrin_free_in(core_state *core, const void *) {
   if (core->position != 0) {
     core->position = 0;
     core->generation += 1;
@@ -53,7 +54,7 @@ void tamrin_free(core_state *core, const void *) {
 }
 
 void tamrin_free(const void *block) {
-  tamrin_free(&process_core, block);
+  tamrin_free_in(&process_core, block);
 }
 
 void tamrin_fatal(const char *msg) {
@@ -61,20 +62,20 @@ void tamrin_fatal(const char *msg) {
   std::exit(EXIT_FAILURE);
 }
 
-int tamrin_warning(const core_state *core, const char *msg) {
+int tamrin_warning_in(const core_state *core, const char *msg) {
   return core->quiet == 0 ? std::fprintf(stderr, "warning: %s\n", msg) : 0;
 }
 
-int tamrin_warning_int(const core_state *core, const char *msg, int value) {
+int tamrin_warning_int_in(const core_state *core, const char *msg, int value) {
   return core->quiet == 0 ? std::fprintf(stderr, "warning: %s %d\n", msg, value) : 0;
 }
 
 int tamrin_warning(const char *msg) {
-  return tamrin_warning(&process_core, msg);
+  return tamrin_warning_in(&process_core, msg);
 }
 
 int tamrin_warning_int(const char *msg, int value) {
-  return tamrin_warning_int(&process_core, msg, value);
+  return tamrin_warning_int_in(&process_core, msg, value);
 }
 
 void tamrin_note(const core_state *core, const char *line) {

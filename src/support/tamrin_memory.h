@@ -1,10 +1,10 @@
 // The memory pool from which every object of the library is taken, and the diagnostic printers.
 //
-// A fixed array is handed out by a bump allocator: allocation moves a position forward, releasing
-// anything moves it back to the start. Blocks carry no header, nothing is returned to the operating
-// system, and the heap is never used. Not protected against concurrent use.
+// A bump allocator hands out a fixed array: an allocation moves a position forward, and the release
+// of any block moves it back to the start. Blocks carry no header, nothing is returned to the
+// operating system, and the heap is never used. Not protected against concurrent use.
 //
-// Every function has two forms: one for the core that it is given, and one for that of the process.
+// Functions named _in take the core whose pool is meant; the others mean that of the process.
 //
 // Blocks start at multiples of 4 bytes, so a record with pointers may start at an address that is 4
 // modulo 8 on a 64-bit machine. Records that live in the pool are therefore declared under
@@ -23,16 +23,16 @@ extern int32_t &kStaticMemoryPosition;
 // Takes `size` bytes (rounded up to a multiple of 4), zero-filled, from the pool. The first request
 // after start-up or after a release prints a note on standard output. Returns null, after a message
 // on standard error, when the pool cannot hold the request or the size is negative.
-void *tamrin_malloc(core_state *core, int32_t size);
+void *tamrin_malloc_in(core_state *core, int32_t size);
 void *tamrin_malloc(int32_t size);
 
-// Returns `ptr` when the old size suffices, else a fresh zero-filled block. Deliberately neither
-// copies the old contents nor gives the old block back: the caller does what it needs. Only tests
-// call it.
+// Returns `ptr` when the old size suffices, else a fresh zero-filled block, or null when the pool
+// cannot hold it. Deliberately neither copies the old contents nor releases the old block: the
+// caller copies what it needs. Only tests call it.
 void *tamrin_realloc(void *ptr, int32_t old_size, int32_t new_size);
 
 // Empties the whole pool, whatever the block: every block of every instance is released at once.
-void tamrin_free(core_state *core, const void *block);
+void tamrin_free_in(core_state *core, const void *block);
 void tamrin_free(const void *block);
 
 // Prints the message on standard output and ends the process with status 1. Only tests call it.
@@ -40,8 +40,8 @@ void tamrin_free(const void *block);
 
 // Print a warning, with an integer behind it in the second form, on standard error; return the
 // number of characters printed. A quiet core prints none.
-int tamrin_warning(const core_state *core, const char *msg);
-int tamrin_warning_int(const core_state *core, const char *msg, int value);
+int tamrin_warning_in(const core_state *core, const char *msg);
+int tamrin_warning_int_in(const core_state *core, const char *msg, int value);
 int tamrin_warning(const char *msg);
 int tamrin_warning_int(const char *msg, int value);
 

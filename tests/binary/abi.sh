@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Compares the library's binary interface, for gcc on x86-64, with the committed description, or writes
-# that anew (--refresh): after a deliberate change, and with another SOVERSION where callers break.
-# Needs tools/packages.sh build abi.
+# Compares the library's binary interface, for gcc on x86-64, with the committed description. --refresh
+# writes the description anew after a deliberate change; a change that breaks callers needs a new SOVERSION.
+# Needs scripts/packages.sh build abi.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 description=cmake/abi/tm_se_bf.abi

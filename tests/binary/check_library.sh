@@ -7,7 +7,8 @@ failed=0
 symbols=-D version=@@TM_SE_BF_1
 [[ $library != *.a ]] || symbols=--extern-only version=
 
-# expect WHAT EXPECTED FOUND: lines in alphabetical order against lines in any (< expected, > found).
+# expect WHAT EXPECTED FOUND: the lines of EXPECTED, in alphabetical order, must be those of FOUND, in any
+# order. Differences are printed (< expected, > found).
 expect() {
   echo "$1"
   diff <(echo "$2") <(sort -u <<<"$3") || failed=1
@@ -33,7 +34,8 @@ expect 'the self-test alone asks for the time' $'se_bf_conform get_cur_time\nse_
   "$("$nm" --print-file-name --undefined-only "${@:5}" |
     sed -nE 's,.*/(\w+)\.cpp\..*(gettimeofday|get_cur_time).*,\1 \2,p')"
 
-# It rounds once instead of twice. Names of x86, aarch64, arm and s390x; fnmul and vmla are not fused.
+# A fused multiply-add rounds once instead of twice. Names on x86, aarch64, arm and s390x; fnmul and vmla are
+# not fused.
 fused='vfn?m(add|sub)[a-z0-9]*|fn?m(add|sub|la|ls|lal|lsl|ad|sb)|fcmla'
 fused+='|vfn?m[as](\.[a-z0-9]+)+|m[as][ed]br?|[vw]fn?m[as][sd]b'
 expect 'no fused multiply-add' '' \

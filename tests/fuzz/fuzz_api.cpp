@@ -11,7 +11,7 @@
 
 namespace {
 
-// Longest call that is made; what an instance asks for beyond it, no caller could hold.
+// Longest call that is made: an instance may ask for more samples than any caller could hold.
 constexpr int32_t kMaxSamplesPerCall = 5120;
 
 // Blocks of 320 samples processed per input, which bounds its time.
@@ -23,20 +23,20 @@ constexpr int16_t kUnwritten = 0x5AC3;
 
 struct fuzz_world {
   fuzz_script script;
-  se_bf_inst *handles[2];  // kept after their release
+  se_bf_inst *handles[2];  // kept after their release, so that dead ones are used too
   int32_t blocks_left;
   uint32_t noise;
   bool self_tested;
 };
 
-// One of the usual values, or any.
+// One of the usual values, or any value.
 template <typename value, size_t kCount>
 value pick(fuzz_script *script, const value (&usual)[kCount]) {
   const uint32_t choice = take(script, 1);
   return choice < kCount ? usual[choice] : static_cast<value>(take(script, sizeof(value)));
 }
 
-// One block of interleaved samples of one of the kinds that have been trouble.
+// Fills one block of interleaved samples with a kind of signal that caused trouble before.
 void fill_block(fuzz_world *world, int16_t *block, int32_t frames, int32_t channels) {
   const uint32_t kind = take(&world->script, 1);
   const int32_t level = static_cast<int16_t>(take(&world->script, 2));
@@ -62,7 +62,7 @@ void fill_block(fuzz_world *world, int16_t *block, int32_t frames, int32_t chann
 // A run of calls, all with the same description of their blocks.
 void process(fuzz_world *world, se_bf_inst **handle) {
   se_bf_inst *inst = *handle;
-  const bool alive = se_bf_instance_alive(inst);
+  const bool alive = se_bf_instance_alive(&process_core, inst);
   const int32_t asked = alive ? inst->samples_per_call : 0;
   const int32_t samples = std::max(asked, 0);
   const int32_t channels = alive ? inst->num_ch_in : 2;
@@ -81,7 +81,7 @@ void process(fuzz_world *world, se_bf_inst **handle) {
     const int32_t done = se_bf_do(inst, out.get(), in.get());
     assert(done == asked);
     const bool runs = alive && inst->stream_state == SE_BF_STREAM_READY && asked > 0;
-    assert(!runs || inst->mode == SE_BF_MODE_MONO || state_is_finite(inst));
+    assert(!runs || inst->mode == SE_BF_MODE_MONO || not_finite(inst).empty());
     const bool silent = alive && !runs && inst->mode != SE_BF_MODE_MONO;
     assert(!silent || inst->hop_len == kLossyHop ||
            std::count(out.get(), out.get() + samples, 0) == samples);
@@ -132,7 +132,7 @@ void pass_nothing(fuzz_world *, se_bf_inst **handle) {
   se_bf_create(nullptr);
 }
 
-// At most once an input, since it takes long.
+// At most once per input, because it takes long.
 void self_test(fuzz_world *world, se_bf_inst **) {
   static const char *const kTypes[] = {"bf_mean", "bf_omlsa", "bf_mvdr", "bf_mono", "", nullptr};
   const char *type = kTypes[take(&world->script, 1) % 6];
@@ -143,7 +143,7 @@ void self_test(fuzz_world *world, se_bf_inst **) {
   world->self_tested = true;
 }
 
-// As often as they stand here; most inputs are there to be processed.
+// A call that is listed more often is made more often: most calls should process sound.
 constexpr void (*kCalls[])(fuzz_world *, se_bf_inst **) = {
     create, create,    init,    init,    change_mode, destroy, pass_nothing, pass_nothing,
     forget, self_test, process, process, process,     process, process,      process};

@@ -1,6 +1,6 @@
 // Fuzzes the Q31 transform pair: through the float wrapper with any floats, on the scalar path and
-// on every vector kernel, and raw with any words. Paths must agree to the bit, and no fixed-point
-// operation may leave its range on the way from the wrapper.
+// on every vector kernel, and directly with any words. All paths must give the same bits, and no
+// fixed-point operation may leave its range on data from the wrapper.
 #include <cmath>
 #include <vector>
 
@@ -15,7 +15,7 @@ using block = std::vector<float>;
 constexpr uint32_t kLengths = 9;
 constexpr uint32_t kShortest = 32;
 
-// The rest of the script, over and over.
+// Takes from the rest of the script, which is repeated when it ends.
 uint32_t take_again(fuzz_script *script, const fuzz_script &rest, size_t bytes) {
   if (script->left == 0) {
     *script = rest;
@@ -42,7 +42,8 @@ block take_block(fuzz_script *script, int32_t n) {
   return x;
 }
 
-// By the scalar path, which every vector kernel that this processor runs must repeat.
+// Transforms on the scalar path, and on every vector kernel that this processor can run: all must
+// give the same bits.
 block transform(fft_setup *setup, const block &in,
                 void (*run)(fft_setup *, const float *, float *)) {
   block expected(in.size());
@@ -71,7 +72,7 @@ void fuzz_wrapper(fft_setup *setup, fuzz_script *script) {
   assert(q31_log_overflows() == 0);
 }
 
-// Words beyond what the wrapper hands over wrap; all that is asked is that nothing else happens.
+// Words beyond those of the wrapper may wrap around; nothing worse must happen.
 void fuzz_raw(fft_setup *setup, fuzz_script *script) {
   const size_t n = static_cast<size_t>(setup->n);
   std::vector<int32_t> frame(n);

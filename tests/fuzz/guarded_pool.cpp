@@ -1,6 +1,6 @@
 // The memory pool for address-sanitized programs: the same accounting and alignment as the
-// library's, but a poisoned gap behind every block, so that a run over the end of one array into
-// the next one, which the plain pool hides, is caught. What an emptied pool held is poisoned with
+// library's, but with a poisoned gap behind every block. A run over the end of one array into the
+// next is caught here, while the plain pool hides it. What an emptied pool held is poisoned with
 // its next use.
 #include <sanitizer/asan_interface.h>
 
@@ -8,7 +8,9 @@
 
 #include "support/tamrin_memory.h"
 
-int32_t kStaticMemoryPosition = 0;
+core_state process_core;
+uint8_t (&kStaticMemory)[kStaticMemorySize] = process_core.memory;
+int32_t &kStaticMemoryPosition = process_core.position;
 
 namespace {
 
@@ -17,38 +19,44 @@ namespace {
 constexpr int32_t kSpread = 5;
 
 alignas(8) uint8_t memory[kSpread * kStaticMemorySize];
-uint32_t generation = 1;
 
 }  // namespace
 
-void *tamrin_malloc(int32_t size) {
-  if (size < 0 || size > kStaticMemorySize - kStaticMemoryPosition) {
+void *tamrin_malloc_in(core_state *core, int32_t size) {
+  if (size < 0 || size > kStaticMemorySize - core->position) {
     return nullptr;
   }
-  if (kStaticMemoryPosition == 0) {
+  if (core->position == 0) {
     ASAN_POISON_MEMORY_REGION(memory, sizeof memory);
   }
-  uint8_t *block = memory + kSpread * kStaticMemoryPosition;
+  uint8_t *block = memory + kSpread * core->position;
   const int32_t rounded = (size + kPoolAlignment - 1) / kPoolAlignment * kPoolAlignment;
   ASAN_UNPOISON_MEMORY_REGION(block, static_cast<size_t>(rounded));
   std::memset(block, 0, static_cast<size_t>(rounded));
-  kStaticMemoryPosition += rounded;
+  core->position += rounded;
   return block;
 }
 
-void tamrin_free(const void *) {
-  generation += kStaticMemoryPosition != 0 ? 1 : 0;
-  kStaticMemoryPosition = 0;
+void *tamrin_malloc(int32_t size) {
+  return tamrin_malloc_in(&process_core, size);
 }
 
-uint32_t tamrin_generation() {
-  return generation;
+void tamrin_free_in(core_state *core, const void *) {
+  core->generation += core->position != 0 ? 1 : 0;
+  core->position = 0;
 }
 
-int tamrin_warning(const char *) {
+void tamrin_free(const void *block) {
+  tamrin_free_in(&process_core, block);
+}
+
+int tamrin_warning_in(const core_state *, const char *) {
   return 0;
 }
 
-int tamrin_warning_int(const char *, int) {
+int tamrin_warning_int_in(const core_state *, const char *, int) {
   return 0;
+}
+
+void tamrin_note(const core_state *, const char *) {
 }

@@ -2,7 +2,7 @@
 # Runs the two commands at the top of README.md as a newcomer does: in a Debian root without git,
 # make or a locale, with an empty environment, on a fresh copy of the sources. Then a user without
 # sudo runs the tests there, with a copy of the sources and a home of his own.
-# bare_root.sh [SUITE]. Needs root, the network, and tools/packages.sh package.
+# bare_root.sh [SUITE]. Needs root, the network, and scripts/packages.sh package.
 source "$(dirname "$0")/../scratch.sh"
 
 mkdir fresh

@@ -38,9 +38,9 @@ new=$(grep -oP '\d+(?= newly installed)' apt.log)
 se_bf enhance --quiet --raw-channels 2 - speech.wav <src/conformance/pcm_in_multi.s16
 ! se_bf plot speech.wav 2>plot.log
 grep python3-matplotlib plot.log  # it names the packages that it takes
-tools/packages.sh build demo plugin-test >apt.log 2>&1 || { tail -n 20 apt.log; exit 1; }
-zcat /usr/share/man/man1/se_bf.1.gz | cmp - docs/man/se_bf.1
-cmp /usr/share/bash-completion/completions/se_bf tools/completion/se_bf
+scripts/packages.sh build demo plugin-test >apt.log 2>&1 || { tail -n 20 apt.log; exit 1; }
+zcat /usr/share/man/man1/se_bf.1.gz | cmp - program/man/se_bf.1
+cmp /usr/share/bash-completion/completions/se_bf program/completion/se_bf
 bash tests/packaging/usage_test.sh /usr/bin/se_bf
 bash tests/packaging/examples_test.sh
 
@@ -83,7 +83,7 @@ wait_for 'pw-link pw-cat:output_FR microphones:input_FR'
 wait $!
 kill -INT "$(<recorder)"
 wait_for '! kill -0 $(<recorder)'
-tools/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.9 1
+program/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.9 1
 kill $(jobs -pr) && wait
 
 sed -n '/^```c$/,/^```$/{//!p}' README.md >host.c

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the examples outside the tree against the installed library and runs them on the recording.
 # examples_test.sh [BUILD GENERATOR]: BUILD is installed below an empty prefix first. Without them, Ninja
-# builds, which tools/packages.sh installs.
+# builds, which scripts/packages.sh installs.
 source "$(dirname "$0")/../scratch.sh"
 static=
 if [[ $# == 2 ]]; then

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What tools/packages.sh says when packages are missing and cannot be installed: programs of the same
-# names stand for the system's.
+# Checks what scripts/packages.sh says when packages are missing and cannot be installed. Programs of the
+# same names replace those of the system.
 source "$(dirname "$0")/../scratch.sh"
 bash=$(type -P bash)
 mkdir bin
@@ -20,14 +20,14 @@ try() {
   fake apt-get "[[ \$* != *update* ]] || { $3; }; [[ \$* != *install* ]] || { $4; }"
   fake apt-cache "$5"
   local status=0 said
-  said=$(PATH=$work/bin "$bash" "$top/tools/packages.sh" docs abi 2>&1) || status=$?
+  said=$(PATH=$work/bin "$bash" "$top/scripts/packages.sh" docs abi 2>&1) || status=$?
   [[ $said == $6 && $status == $([[ $6 == *": installing doxygen abigail-tools" ]] && echo 0 || echo 1) ]] ||
     { echo "expected: $6"; echo "got, status $status: $said"; exit 1; }
 }
 
 nl=$'\n' installing="packages.sh: installing doxygen abigail-tools"
 line="apt-get update && apt-get install --no-install-recommends doxygen abigail-tools"
-again="then run again: tools/packages.sh docs abi"
+again="then run again: scripts/packages.sh docs abi"
 try 0 '' : : : "$installing"
 try 1000 '"$@"' : : : "$installing"
 try 1000 '' 'exit 9' 'exit 9' : "packages.sh: *no sudo*; run as root: $line"

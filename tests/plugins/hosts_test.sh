@@ -11,7 +11,7 @@ readonly FRAMES=32000 DISTANCE=0.06 DOA=30
 cp "$recording" in.raw
 
 need() {
-  type -P "$@" >/dev/null || { echo "skipped: this takes $* (tools/packages.sh plugin-test)"; exit 77; }
+  type -P "$@" >/dev/null || { echo "skipped: this takes $* (scripts/packages.sh plugin-test)"; exit 77; }
 }
 
 # make_wav RATE: in.wav is the recording, as fast as the rate makes it.
@@ -24,7 +24,7 @@ reference() {
   latency=$("$tool" "$1" "${2-2}" "${3-$DISTANCE}" "${4-$DOA}" "${5-0}" 2>&1 <in.raw >reference.raw)
 }
 
-# same_bits COUNT: got.raw holds COUNT samples of the reference behind the latency.
+# same_bits COUNT: got.raw holds COUNT samples of the reference after the latency.
 same_bits() {
   [[ $(stat -c %s got.raw) == $((2 * (latency + $1))) ]]
   cmp -n 640 got.raw /dev/zero

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The endurance test over 24 h of audio in each mode, and the committed hash of all output; takes a
-# minute. Builds in build/soak, or in SOAK_DIR. Needs tools/packages.sh build test.
+# minute. Builds in build/soak, or in SOAK_DIR. Needs scripts/packages.sh build test.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 dir=${SOAK_DIR:-build/soak}

@@ -2,6 +2,8 @@
 // the worst blocks that the float wrapper can hand over.
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "spectral/fftwrap_fixpoint.h"
 #include "spectral/q31_arith.h"
 #include "test_signals.h"
@@ -10,11 +12,11 @@ namespace {
 
 using block = std::vector<float>;
 
-// Samples transformed in search of each stage's worst block.
+// Number of samples that are transformed in the search for each stage's worst block.
 constexpr int32_t kClimbSamples = 300000;
 
-// The peak of a block is 2^29; no stage at all may come closer to 2^31 than a factor of 2, but for
-// the rounding of some units.
+// The peak of a block is 2^29. No stage may come closer to 2^31 than a factor of 2, except by a few
+// units of rounding.
 constexpr double kLeastHeadroomBits = 0.99;
 
 // One length and direction. The scalar path is probed: the vector kernels repeat its words.
@@ -25,12 +27,16 @@ struct probe {
   int64_t peaks[kQ31Stages];
 };
 
-// Transforms a block, records its peaks and returns the one that it had in `stage`.
+std::string name(const probe *p) {
+  return std::to_string(p->setup->n) + (p->inverse ? " inverse" : " forward");
+}
+
+// Transforms a block, records its peaks and returns its peak in `stage`.
 int64_t run(probe *p, const block &in, int32_t stage) {
   block out(in.size());
   q31_log_clear();
   (p->inverse ? spx_ifft : spx_fft)(p->setup, in.data(), out.data());
-  EXPECT_EQ(q31_log_overflows(), 0);
+  EXPECT_EQ(q31_log_overflows(), 0) << name(p);
   int64_t peak[kQ31Stages] = {};
   for (int32_t i = 0; i < g_q31_log.used; ++i) {
     const q31_stage_log &log = g_q31_log.stages[i];
@@ -40,7 +46,8 @@ int64_t run(probe *p, const block &in, int32_t stage) {
   return peak[stage];
 }
 
-// Signs of the basis function of a random output value, which let all inputs add up there.
+// A block with the signs of the basis function of a random output value: all its samples add up
+// there.
 block matched_block(probe *p) {
   block x(static_cast<size_t>(p->setup->n));
   const double target = uniform(&p->seed);
@@ -66,6 +73,19 @@ void climb(probe *p, int32_t stage) {
   }
 }
 
+// Prints and judges the headroom that is left in each stage.
+void report(const probe *p) {
+  std::printf("%12s", name(p).c_str());
+  const int32_t first = p->peaks[0] > 0 ? 0 : 1;  // stage 0: before the first mark
+  for (int32_t i = first; i < g_q31_log.used; ++i) {
+    const char *stage = g_q31_log.stages[i].name;
+    const double headroom = 31.0 - std::log2(static_cast<double>(p->peaks[i]));
+    EXPECT_GE(headroom, kLeastHeadroomBits) << name(p) << ", " << stage;
+    std::printf(" | %s %.2f", stage, headroom);
+  }
+  std::printf("\n");
+}
+
 TEST(Q31Headroom, NoBlockOfTheWrapperLeavesTheRangeInAnyStage) {
   std::printf("bits left in each stage of the transform of N points:\n");
   for (int32_t n = 32; n <= 8192; n *= 2) {
@@ -82,14 +102,7 @@ TEST(Q31Headroom, NoBlockOfTheWrapperLeavesTheRangeInAnyStage) {
       for (int32_t stage = 0; stage < g_q31_log.used; ++stage) {
         climb(&p, stage);
       }
-      std::printf("%5d %s", n, inverse ? "inverse" : "forward");
-      for (int32_t i = p.peaks[0] > 0 ? 0 : 1; i < g_q31_log.used;
-           ++i) {  // 0: before the first mark
-        const double headroom = 31.0 - std::log2(static_cast<double>(p.peaks[i]));
-        EXPECT_GE(headroom, kLeastHeadroomBits) << g_q31_log.stages[i].name;
-        std::printf(" | %s %.2f", g_q31_log.stages[i].name, headroom);
-      }
-      std::printf("\n");
+      report(&p);
       spx_fft_destroy(p.setup);
     }
   }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compares the library's output for every compiler, optimisation level and processor with the
 # committed hashes. matrix.sh [PATTERN]: only the combinations whose names match, say 'armhf.*-O2'.
-# Needs: tools/packages.sh build test ci cross cross-s390x. Builds in build/matrix, or in MATRIX_DIR.
+# Needs: scripts/packages.sh build test ci cross cross-s390x. Builds in build/matrix, or in MATRIX_DIR.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 root=${MATRIX_DIR:-build/matrix}

@@ -51,11 +51,11 @@ constexpr stream kStreams[] = {
     {"mvdr-to-unknown-and-back-320", RECORDING, {2, 320, 320, 6002}, 6004, 10, 6002},
 };
 
-// The fault levels outlive instances. Noise in both channels before each stream, until the levels
-// no longer depend on what went before, gives every stream the same start.
+// The fault levels outlive instances. Before each stream, noise in both channels runs until the
+// levels no longer depend on what went before, so that every stream starts alike.
 constexpr stream kSettling = {"", SETTLING, {2, 320, 192, 6000}, 0, 8};
 
-// What the signals remember; an integer recursion each.
+// State of the signals, each of which is an integer recursion.
 struct source {
   uint32_t seed;
   talker voice;
@@ -74,7 +74,7 @@ int32_t oscillate(int32_t past[2], int32_t two_cos_q14) {
 }
 
 // Sample n of channel 0 or 1; channel 0 goes first. The talker reaches channel 1 three samples
-// later, each channel has noise of its own, and a second noise comes from elsewhere.
+// later, each channel has noise of its own, and a second noise comes from another direction.
 int32_t next_sample(source *s, signal_kind kind, int32_t n, int32_t channel, int32_t left) {
   switch (kind) {
     case SPEECH:

@@ -35,7 +35,7 @@ bool host_engine_open(host_engine *e, const host_config *config) {
   e->started = !e->shielded;
   e->start_wait = 0;
   e->silent_blocks = 0;
-  // A frame that touches the last sound reaches N samples beyond it, and comes out delayed.
+  // The last frame with sound reaches up to N samples beyond it, and the output is delayed.
   const int32_t reach =
       host_fft_len(config->hop) + host_signal_delay(config->channels, config->mode, config->hop);
   e->flush_blocks = (reach + HOST_BLOCK - 1) / HOST_BLOCK;
@@ -46,7 +46,7 @@ bool host_engine_open(host_engine *e, const host_config *config) {
   return make_instance(e);
 }
 
-// True when the library must not see this block: it waits for the start, or bridges a silence.
+// True when the library must not get this block: before the start, or during a silence.
 static bool holds_back(host_engine *e, const host_block_facts *facts) {
   const bool sound_0 = facts->sum[0] > 0.0f;
   const bool sound_1 = facts->sum[1] > 0.0f;
@@ -59,7 +59,7 @@ static bool holds_back(host_engine *e, const host_block_facts *facts) {
   if (e->started) {
     return false;
   }
-  // A first block that one microphone enters later than the other would count as a fault.
+  // A first block in which one microphone starts later than the other would count as a fault.
   const bool both = sound_0 && sound_1;
   const bool good = facts->identical || host_monitor_predict(facts) == HOST_FAULT_NONE;
   e->started = (both && good) || e->start_wait >= HOST_START_WAIT_BLOCKS;
@@ -80,8 +80,9 @@ static void call_library(host_engine *e, const int16_t *block, int16_t *out) {
   se_bf_do(e->inst, out, e->scratch);
 }
 
-// After a fault the instance analyses one channel for good, and beamforming would go on to combine
-// it with the last spectrum of the other, a buzz at the frame rate. Noise suppression is right.
+// After a fault the instance analyses one channel for good, and beamforming would combine it with
+// the last spectrum of the other, which is heard as a buzz at the frame rate. Suppression avoids
+// it.
 static void leave_beamforming(host_engine *e) {
   if (!e->shielded || e->single || e->config.mode != SE_BF_MODE_MVDR) {
     return;
@@ -99,8 +100,8 @@ static void cross_fade(int16_t *out, const int16_t *fresh) {
   }
 }
 
-// Makes the instance anew, runs it through the remembered input, whose last block is the current
-// one, and fades from the old instance's block in `out` to the new one's.
+// Makes a new instance, runs it over the remembered input, whose last block is the current one, and
+// fades from the old instance's block in `out` to the new one's.
 static void renew(host_engine *e, int16_t *out) {
   int16_t fresh[HOST_BLOCK] = {};
   se_bf_destroy(e->inst);

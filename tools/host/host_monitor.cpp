@@ -1,4 +1,4 @@
-// Mirror of the library's dead-microphone detector: tells which microphone failed, and when.
+// Mirror of the library's dead-microphone detector: finds out which microphone failed, and when.
 #include "host_monitor.h"
 
 #include <stdlib.h>
@@ -77,7 +77,7 @@ host_fault host_monitor_advance(const host_block_facts *facts) {
   return verdict(&g_levels);
 }
 
-// The smoothed levels notice a failure about 0.9 s late; the plain sums of the blocks date it.
+// The smoothed levels show a failure about 0.9 s late; the unsmoothed sums of the blocks date it.
 void host_monitor_follow(host_monitor *mon, const host_block_facts *facts, int64_t time) {
   const bool sound = facts->sum[0] > 0.0f || facts->sum[1] > 0.0f;
   for (int m = 0; m < 2 && sound; ++m) {

@@ -1,4 +1,4 @@
-// Mirror of the library's dead-microphone detector: tells which microphone failed, and when.
+// Mirror of the library's dead-microphone detector: finds out which microphone failed, and when.
 //
 // The library compares smoothed absolute sums of the channels, one step a call, and keeps them for
 // the life of the process. The mirror repeats the same single-precision arithmetic on the same

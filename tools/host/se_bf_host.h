@@ -12,14 +12,14 @@
 //   - Nothing is handed to the library before the first block in which both microphones carry sound
 //     at comparable levels; until then the output is silence. A microphone that stays dead does not
 //     hold the other one up for more than HOST_START_WAIT_BLOCKS.
-//   - Stretches of digital silence in both channels: the blocks that flush the signal path are
-//     handed over, then library time stands still and the output is silence until sound returns.
-//     So the noise estimate and the covariances survive a pause, where zeros (or a substitute
+//   - During digital silence in both channels the library still gets the blocks that flush the
+//     signal path; then it is not called, and the output is silence, until sound returns. So the
+//     noise estimate and the covariances survive a pause, where zeros (or a substitute
 //     dither) would pull the noise floor down and make all noise after the pause count as speech.
 //     Whole blocks are left out of the input and of the output alike, so the alignment holds.
-//   - After a microphone fault a beamforming instance suppresses noise single-channel; once both
-//     microphones have been sound for HOST_HEAL_BLOCKS it is made anew, warmed with the last
-//     HOST_HISTORY_BLOCKS of input, and cross-faded in over one block. That block costs the time of
+//   - After a microphone fault a beamforming instance changes to single-channel suppression. Once
+//     both microphones have worked for HOST_HEAL_BLOCKS, a new instance is made, run over the last
+//     HOST_HISTORY_BLOCKS of input, and faded in over one block. That block takes the time of
 //     HOST_HISTORY_BLOCKS ordinary ones.
 //
 // The pool and the fault levels of the library belong to the process: one host lives at a time,
@@ -44,7 +44,7 @@ constexpr size_t HOST_FINISH_MAX = 640;      // most samples that host_finish_s1
 enum host_event_kind {
   HOST_EVENT_DEAD,          // a microphone is silent, or 40 dB weaker than the other
   HOST_EVENT_IDENTICAL,     // both channels carry the same samples
-  HOST_EVENT_EQUAL_LEVELS,  // different channels met at one level, which counts as a fault too
+  HOST_EVENT_EQUAL_LEVELS,  // different channels with the same level, which is a fault as well
   HOST_EVENT_SILENT,        // both channels are digital silence (plain only)
   HOST_EVENT_HEALED         // both microphones have been sound for HOST_HEAL_BLOCKS
 };

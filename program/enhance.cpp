@@ -1,0 +1,255 @@
+// The subcommand `se_bf enhance`: enhances a recording or a stream.
+#include "enhance.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "audio_sink.h"
+#include "audio_source.h"
+#include "fault_report.h"
+#include "link_path.h"
+#include "process.h"
+#include "report.h"
+#include "se_bf_host.h"
+#include "tm_se_bf.h"
+
+namespace {
+
+constexpr size_t kChunkFrames = 4096;  // frames at 16 kHz taken through the host at a time
+constexpr float kDecibelBase = 10.0f;
+constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
+
+struct enhance_job {
+  const enhance_options *options;
+  int32_t mode;  // that runs
+  audio_source source;
+  audio_sink sink;
+  host *engine;  // null: mode mono of one channel, which is copied
+  enhance_figures *figures;
+  const output_naming *naming;
+  int64_t samples_in;  // per channel, at 16 kHz
+  fault_report faults;
+  double started_at;  // report_processor_time()
+  bool interrupted;   // a signal ended the input
+  bool kept;          // the output is complete
+};
+
+// One channel is taken through noise suppression, or copied.
+void choose_mode(enhance_job *job) {
+  const int32_t asked = job->options->mode;
+  const bool single = job->source.picks.size() == 1;
+  job->mode = single && asked != SE_BF_MODE_MONO ? SE_BF_MODE_OMLSA
+              : asked == kModeByChannels         ? SE_BF_MODE_MVDR
+                                                 : asked;
+  const std::string name = scene_mode_name(job->mode);
+  if (asked != kModeByChannels && asked != job->mode) {
+    report_line("warning: one channel is enhanced in mode " + name + "; mode " +
+                scene_mode_name(asked) + " needs two channels");
+  } else if (job->mode != SE_BF_MODE_MVDR && job->options->mic_distance_m > 0.0f) {
+    report_line("warning: --mic-distance and --doa have no effect " +
+                (single ? "on the one channel of " + job->source.input.name : "in mode " + name) +
+                "; only mode " + scene_mode_name(SE_BF_MODE_MVDR) + " has a direction");
+  }
+}
+
+bool open_host(enhance_job *job) {
+  const enhance_options *options = job->options;
+  host_config config = {};
+  choose_mode(job);
+  if (job->mode == SE_BF_MODE_MONO && job->source.picks.size() == 1) {
+    return true;  // the library would suppress noise
+  }
+  config.channels = static_cast<int32_t>(job->source.picks.size());
+  config.mode = job->mode;
+  config.hop = options->hop;
+  config.mic_distance = options->mic_distance_m;
+  config.doa = options->doa_deg;
+  config.plain = options->plain;
+  job->faults = {job->source.input.name, job->mode == SE_BF_MODE_MVDR, options->plain, 0};
+  config.on_event = fault_report_event;
+  config.user = &job->faults;
+  job->engine = host_create(&config);
+  if (job->engine == nullptr) {
+    report_line("the enhancer could not be created; free some memory and try again");
+  }
+  return job->engine != nullptr;
+}
+
+// Enhances one block, or copies it if there is no enhancer. Returns the number of samples made.
+size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
+                     int16_t *out) {
+  if (job->engine == nullptr) {
+    std::copy_n(pcm.begin(), frames, out);
+    return frames;
+  }
+  return host_push_s16(job->engine, pcm.data(), frames, out);
+}
+
+int64_t count_full_scale(const int16_t *pcm, size_t samples) {
+  int64_t count = 0;
+  for (size_t n = 0; n < samples; ++n) {
+    count += pcm[n] == INT16_MAX || pcm[n] == INT16_MIN ? 1 : 0;
+  }
+  return count;
+}
+
+bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
+  job->figures->clipped_out += count_full_scale(pcm, samples);
+  return sink_write(&job->sink, pcm, samples, job->source.input.frames_read);
+}
+
+void show_progress(const enhance_job *job) {
+  const sound_input *in = &job->source.input;
+  const double rate = static_cast<double>(in->rate_hz);
+  const double done = static_cast<double>(in->frames_read) / rate;
+  job->figures->progress_s = static_cast<float>(done);
+  report_progress(done, static_cast<double>(in->announced) / rate);
+}
+
+// True when a signal ends the input instead of the work: a recording that arrives through a pipe
+// would be lost.
+bool keeps_interrupted(const enhance_job *job) {
+  return job->naming == nullptr && job->source.input.bytes.live && job->sink.writer.seekable;
+}
+
+// Takes everything from the source through the host to the sink.
+bool stream(enhance_job *job) {
+  const size_t channels = job->source.picks.size();
+  const float gain = std::pow(kDecibelBase, job->options->gain_db / kDecibelsPerDecade);
+  std::vector<float> in(kChunkFrames * channels);
+  std::vector<int16_t> pcm(kChunkFrames * channels);
+  std::vector<int16_t> out(kChunkFrames + HOST_BLOCK);
+  long frames = source_read(&job->source, in.data(), kChunkFrames);
+  const bool keep = keeps_interrupted(job);
+  while (frames > 0 && (keep || !process_stopped()) && !sink_is_full(&job->sink)) {
+    const size_t count = static_cast<size_t>(frames);
+    for (size_t n = 0; n < count * channels; ++n) {
+      pcm[n] = host_sample_from_float(gain * in[n]);
+    }
+    job->samples_in += frames;
+    job->figures->clipped_in += count_full_scale(pcm.data(), count * channels);
+    if (!write_out(job, out.data(), enhance_block(job, pcm, count, out.data()))) {
+      return false;
+    }
+    show_progress(job);
+    frames = source_read(&job->source, in.data(), kChunkFrames);
+  }
+  job->interrupted = process_stopped();
+  if (frames < 0 || (job->interrupted && !keep)) {
+    return false;
+  }
+  // Sound that was read before a failure is kept.
+  const sound_input *input = &job->source.input;
+  if (input->frames_read == 0 && !input->failure.empty()) {
+    return report_failure(input_verdict(input));
+  }
+  return job->engine == nullptr ||
+         write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
+}
+
+void keep_figures(enhance_job *job) {
+  enhance_figures *figures = job->figures;
+  figures->duration_s = static_cast<double>(job->samples_in) / kRateHz;
+  figures->computing_s = report_processor_time() - job->started_at;
+  figures->mode = job->mode;
+}
+
+void summarise(const enhance_job *job) {
+  const enhance_figures *figures = job->figures;
+  const double duration = figures->duration_s;
+  const double factor = duration > 0.0 ? figures->computing_s / duration : 0.0;
+  report_line(report_number(duration, 2) + " s enhanced in " +
+              report_number(figures->computing_s, 2) + " s of computing (real-time factor " +
+              report_number(factor, 4) + "), mode " + scene_mode_name(job->mode) + ", hop " +
+              std::to_string(job->options->hop) +
+              ", clipped samples: " + std::to_string(figures->clipped_in) + " in, " +
+              std::to_string(figures->clipped_out) + " out");
+}
+
+// Faults of the input that did not stop the work.
+void warn_of_input(const enhance_job *job) {
+  const audio_source *src = &job->source;
+  const std::string verdict =
+      job->interrupted ? "interrupted after " + report_number(job->figures->duration_s, 2) +
+                             " s; " + job->sink.place.name + " holds the sound up to there"
+                       : input_verdict(&src->input);
+  if (src->not_finite > 0) {
+    report_line("warning: " + std::to_string(src->not_finite) + " samples of " + src->input.name +
+                " are no finite numbers and count as 0");
+  }
+  if (!verdict.empty()) {
+    report_line(verdict);
+  }
+}
+
+bool open_sink(enhance_job *job, int standard_fd) {
+  const enhance_options *options = job->options;
+  const sound_input *in = &job->source.input;
+  const sink_request request = {options->out, options->format, options->in,
+                                in->rate_hz,  in->most,        standard_fd};
+  return sink_open(&job->sink, &request);
+}
+
+bool run(enhance_job *job, int raw_out) {
+  const enhance_options *options = job->options;
+  const sound_input *in = &job->source.input;
+  if (!source_open(&job->source, options) || !open_sink(job, raw_out) || !open_host(job)) {
+    return false;
+  }
+  job->sink.place.naming = job->naming;
+  if (job->naming == nullptr && !job->sink.place.in_place) {
+    output_file_remove_stale(link_folder(job->sink.place.path));
+  }
+  if (!options->quiet) {
+    report_progress_on();
+  }
+  job->started_at = report_processor_time();
+  bool good = stream(job);
+  job->figures->cut_off = input_is_cut(in) || !in->failure.empty();
+  good = good && sink_finish(&job->sink, in->frames_read);
+  report_progress_off();
+  keep_figures(job);
+  if (!good) {
+    return false;
+  }
+  job->kept = true;
+  warn_of_input(job);
+  if (sink_is_full(&job->sink)) {
+    report_line(sink_full_text(&job->sink));
+  }
+  if (!options->quiet) {
+    summarise(job);
+  }
+  return in->failure.empty() && !sink_is_full(&job->sink);
+}
+
+}  // namespace
+
+int enhance_run(const enhance_options *options, enhance_figures *figures,
+                const output_naming *naming) {
+  // Descriptor 1 belongs to the audio; the library prints progress notes on it.
+  const int raw_out = process_claim_stdout(options->verbose);
+  if (raw_out == -1) {
+    report_line(std::string("standard output is not usable: ") + std::strerror(errno));
+    return 1;
+  }
+  process_catch_signals();
+  enhance_job job = {};
+  job.options = options;
+  job.figures = figures;
+  job.naming = naming;
+  const bool good = run(&job, raw_out);
+  host_destroy(job.engine);
+  source_close(&job.source);
+  if (!job.kept) {
+    sink_abort(&job.sink);
+  }
+  if ((job.interrupted || !good) && process_stopped()) {
+    process_die_of_signal();
+  }
+  return good ? 0 : 1;
+}

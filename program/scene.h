@@ -1,0 +1,37 @@
+// What the program accepts of a scene: hops, modes, and ranges. They stand here alone; a test
+// compares the completion and the man page with them.
+#ifndef SE_BF_SCENE_H
+#define SE_BF_SCENE_H
+
+#include <cstdint>
+#include <string>
+
+#include "tm_se_bf.h"
+
+constexpr int kRateHz = 16000;            // of all processing
+constexpr int kHops[] = {160, 192, 320};  // samples per analysis step
+constexpr int kDefaultHop = 320;
+
+constexpr double kMaxDistanceM = 10.0;
+constexpr double kMaxAngleDeg = 180.0;  // to either side
+constexpr double kMaxGainDb = 60.0;     // up or down
+
+struct scene_mode {
+  const char *name;  // as --mode takes it
+  int32_t value;     // SE_BF_MODE_*
+  const char *what;  // it makes of the sound, for the help
+};
+
+constexpr scene_mode kModes[] = {{"mean", SE_BF_MODE_MEAN, "average of the channels"},
+                                 {"omlsa", SE_BF_MODE_OMLSA, "noise suppression on it"},
+                                 {"mvdr", SE_BF_MODE_MVDR, "two-microphone beamformer"},
+                                 {"mono", SE_BF_MODE_MONO, "channel 0 as it is"}};
+constexpr int32_t kModeByChannels = 0;  // mvdr for two, omlsa for one
+
+// The mode of a name; kModeByChannels when there is none.
+int32_t scene_mode_named(const std::string &name);
+
+// The name of a mode, empty for kModeByChannels.
+std::string scene_mode_name(int32_t mode);
+
+#endif  // SE_BF_SCENE_H

@@ -1,0 +1,87 @@
+// What the vector transform needs from a processor, and what all processors share.
+//
+// A set of lanes is a record of types and static functions, one record per processor:
+//   ints, floats          vectors of kWidth 32-bit integers, and of kWidth floats
+//   products              high words of products, in the order in which the multiplier leaves them;
+//                         in_lane_order makes `ints` of them, once per sum of products
+//   load, store           kWidth integers
+//   load_reversed         the kWidth integers that end at `last`, in reversed order
+//   load_fours,           four integers at p and four at p + offset; only sets of eight lanes have
+//   store_fours           them
+//   add, subtract         modulo 2^32
+//   shift_down            by kBits, toward minus infinity
+//   mul_high              high word of x y, truncated
+//   mul_high_by_positive  the same for a factor that is not negative, which is cheaper where the
+//                         multiplier is unsigned
+//   mul_high_round        high word of x c, rounded to nearest; c is not negative
+//   mul_high_round_negated  the same of -x c
+//   transpose             of 4 x 4 integers, the rows in four vectors; eight lanes hold two such
+//                         matrices side by side
+//   store_zipped          x[0], y[0], x[1], y[1], ...
+//   load_complex          2 kWidth floats times a scale, truncated to integers: even ones are real
+//                         parts, odd ones imaginary parts; not-a-number becomes 0
+//   interleave            re[0], im[0], re[1], im[1], ... as floats times a gain
+//   load_floats, store_floats, multiply
+//   no_peak               zeros, the start of a search for the peak
+//   larger_magnitude      the larger of |x| and the peak; the peak where x is not a number
+//   highest               the largest of a vector's floats
+//
+// The lanes live in anonymous namespaces, and every function of these headers is a template over
+// them, or static. The linker therefore never takes a function that was compiled for AVX2 into code
+// that must run on any processor.
+//
+// Functions are always_inline where the compiler would call them otherwise. A call passes vectors
+// through memory, which would cost 2 to 6 % of a frame for each of them.
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_LANES_H
+#define TM_SE_BF_SPECTRAL_VECTOR_LANES_H
+
+#include <cstdint>
+
+namespace q31_vector {
+
+// Complex values in memory: all real and all imaginary parts, each contiguous.
+struct planes {
+  int32_t *re;
+  int32_t *im;
+};
+
+template <typename lanes>
+struct complex {
+  typename lanes::ints re;
+  typename lanes::ints im;
+};
+
+// Result of transpose: v0 to v3 are the columns of the 4 x 4 values.
+template <typename lanes>
+struct columns {
+  typename lanes::ints v0, v1, v2, v3;
+};
+
+// Result of interleave: 2 kWidth consecutive floats.
+template <typename lanes>
+struct float_pair {
+  typename lanes::floats v0, v1;
+};
+
+// Four integers from p, and with eight lanes four more from p + offset.
+template <typename lanes>
+typename lanes::ints load_fours(const int32_t *p, int32_t offset) {
+  if constexpr (lanes::kWidth == 4) {
+    return lanes::load(p);
+  } else {
+    return lanes::load_fours(p, offset);
+  }
+}
+
+template <typename lanes>
+void store_fours(int32_t *p, int32_t offset, typename lanes::ints x) {
+  if constexpr (lanes::kWidth == 4) {
+    lanes::store(p, x);
+  } else {
+    lanes::store_fours(p, offset, x);
+  }
+}
+
+}  // namespace q31_vector
+
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_LANES_H

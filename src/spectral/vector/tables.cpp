@@ -1,0 +1,55 @@
+// Compile-time generation of the vector kernels' planes.
+#include "spectral/vector/tables.h"
+
+#include "spectral/q31_circle.h"
+
+namespace {
+
+// Never applied to -1, the one Q31 number without a magnitude.
+constexpr int32_t magnitude(int32_t x) {
+  return x < 0 ? -x : x;
+}
+
+template <size_t kSpan>
+constexpr q31_stage_table<kSpan> make_stage() {
+  constexpr size_t kQuarter = kSpan / 4;
+  q31_stage_table<kSpan> table = {};
+  for (size_t j = 0; j < kQuarter; ++j) {
+    for (size_t turn = 1; turn <= 3; ++turn) {
+      table.planes[(2 * turn - 2) * kQuarter + j] = q31_down(circle_cos(turn * j, kSpan));
+      table.planes[(2 * turn - 1) * kQuarter + j] = q31_down(circle_sin(turn * j, kSpan));
+    }
+  }
+  return table;
+}
+
+constexpr q31_radix2_table make_radix2() {
+  constexpr size_t kLength = 128;
+  q31_radix2_table table = {};
+  for (size_t i = 0; i < kLength / 2; ++i) {
+    table.cosine[i] = magnitude(q31_down(circle_cos(i, kLength)));
+    table.sine[i] = q31_down(circle_sin(i, kLength));
+  }
+  return table;
+}
+
+template <size_t kLength>
+constexpr q31_split_table<kLength> make_split() {
+  constexpr size_t kHalf = kLength / 2;
+  q31_split_table<kLength> table = {};
+  for (size_t k = 0; k < kHalf; ++k) {
+    table.planes[k] = q31_nearest(0.5 * (1.0 - circle_sin(k, kLength)));
+    table.planes[kHalf + k] = magnitude(q31_nearest(-0.5 * circle_cos(k, kLength)));
+    table.planes[2 * kHalf + k] = q31_nearest(0.5 * (1.0 + circle_sin(k, kLength)));
+  }
+  return table;
+}
+
+}  // namespace
+
+constexpr q31_stage_table<16> q31_stage_16 = make_stage<16>();
+constexpr q31_stage_table<64> q31_stage_64 = make_stage<64>();
+constexpr q31_stage_table<256> q31_stage_256 = make_stage<256>();
+constexpr q31_radix2_table q31_radix2_128 = make_radix2();
+constexpr q31_split_table<256> q31_split_256 = make_split<256>();
+constexpr q31_split_table<512> q31_split_512 = make_split<512>();

@@ -1,0 +1,41 @@
+// Tables of the vector kernels: the twiddle and split factors of q31_tables.h, each kind of factor
+// in a plane of its own, so that one load fills a vector.
+//
+// Plain records instead of std::array: a member function would be code that files compiled for
+// different processors share.
+#ifndef TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
+#define TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
+
+#include <cstddef>
+#include <cstdint>
+
+// Twiddle factors of one radix-4 stage over groups of kSpan points: for j = 0 .. kSpan/4 - 1 the
+// planes cos j, sin j, cos 2j, sin 2j, cos 3j, sin 3j, angles in units of 2 pi / kSpan.
+template <size_t kSpan>
+struct q31_stage_table {
+  int32_t planes[6 * kSpan / 4];
+};
+
+extern const q31_stage_table<16> q31_stage_16;
+extern const q31_stage_table<64> q31_stage_64;
+extern const q31_stage_table<256> q31_stage_256;
+
+// Twiddle factors of the radix-2 stage of 128 points, i = 0 .. 63, angles in units of 2 pi / 128.
+struct q31_radix2_table {
+  int32_t cosine[64];  // |cos i|
+  int32_t sine[64];    // sin i
+};
+
+extern const q31_radix2_table q31_radix2_128;
+
+// Split factors of a real transform of kLength points: the planes Re A, |Im A|, Re B of
+// k = 0 .. kLength/2 - 1.
+template <size_t kLength>
+struct q31_split_table {
+  int32_t planes[3 * kLength / 2];
+};
+
+extern const q31_split_table<256> q31_split_256;
+extern const q31_split_table<512> q31_split_512;
+
+#endif  // TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
