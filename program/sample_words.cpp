@@ -5,6 +5,10 @@ namespace {
 
 constexpr float kFullScale = 32768.0f;  // 16-bit value of a sample of 1
 
+// What lies between rounds to words within; the middle between two words goes to the even one.
+constexpr float kBelowLargest = 32766.5f / kFullScale;
+constexpr float kAboveSmallest = -32767.5f / kFullScale;
+
 // Added and taken away again it leaves a float below 2^22 rounded to the nearest integer, half to
 // even: the sum has no bits for a fraction.
 constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
@@ -30,8 +34,9 @@ int64_t samples_amplify(float *x, size_t count, float gain) {
   // A 32-bit count keeps the loop on vectors.
   int32_t full = 0;
   for (size_t n = 0; n < count; ++n) {
-    x[n] = limit(gain * x[n], -1.0f, 1.0f);
-    full += is_full_scale(round_word(x[n]));
+    const float y = limit(gain * x[n], -1.0f, 1.0f);
+    full += (y > kBelowLargest ? 1 : 0) + (y <= kAboveSmallest ? 1 : 0);
+    x[n] = y;
   }
   return full;
 }
