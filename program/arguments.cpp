@@ -25,10 +25,9 @@ constexpr int kMaxJobs = 1024;
 
 constexpr char kEnhanceHelp[] =
     R"(Enhance speech recorded with one or two microphones.
-IN and OUT are sound files. The extension of OUT names its format. Rates other than 16 kHz are
-converted and converted back. - is standard input or output: as IN a sound file, of which WAV
-is enhanced as it arrives; as OUT raw signed 16-bit little-endian PCM at 16 kHz, or the format
-that --format names:
+IN and OUT are sound files at any rate from 8 to 192 kHz. The extension of OUT names its format.
+- is standard input or output: as IN a sound file, of which WAV is enhanced as it arrives; as
+OUT raw signed 16-bit little-endian PCM at 16 kHz, or the format that --format names:
   arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay
 With --raw-channels, IN - is raw PCM as well.
 OUT has one channel, is as long as IN and aligned with it to the sample.
@@ -41,7 +40,8 @@ another input, or when IN was longer, stays as it is.)";
 constexpr char kPlotHelp[] =
     R"(Draw the spectrograms of a sound file before and after enhancement into a PNG file.
 Prints the name of the picture. A pixel shows the loudest moment of its time.
-The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs.
+The sound may have any length; an hour takes 231 MB in TMPDIR while the program runs, at 48 kHz
+691 MB.
 Needs Python 3 with NumPy and Matplotlib (packages python3-numpy python3-matplotlib).)";
 
 constexpr char kConformHelp[] =
@@ -102,7 +102,8 @@ void declare_enhance(CLI::App *command, enhance_options *options, batch_options 
   declare_places(command, options, batch);
   arguments_declare_scene(command, options);
   command->add_flag("--quiet", options->quiet, "no progress bar and no summary");
-  command->add_flag("--verbose", options->verbose, "show the library's notes on standard error");
+  // Scripts may have it from the time when the library printed notes.
+  command->add_flag("--verbose")->group("");
   command->set_version_flag("--version", version_text());
 }
 

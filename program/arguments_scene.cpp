@@ -2,6 +2,7 @@
 #include "arguments_scene.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <iterator>
 
 #include "arguments_check.h"
@@ -70,6 +71,10 @@ void arguments_declare_scene(CLI::App *command, enhance_options *options) {
   command->add_flag("--plain", options->plain,
                     "the bare library: silence at the start or a microphone fault ends beamforming "
                     "for good");
+  const auto narrow = [options](std::int64_t) { options->full_band = false; };
+  command->add_flag_function("--no-full-band", narrow,
+                             "remove what lies above 8 kHz; it is kept otherwise, and turned down "
+                             "as the noise just below");
   const auto mode = [options](const std::string &text) { options->mode = scene_mode_named(text); };
   command->add_option_function<std::string>("--mode", mode, mode_help())
       ->check(CLI::IsMember(mode_names()))

@@ -6,18 +6,14 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 
 #include "link_path.h"
 #include "report.h"
-#include "scene.h"
-#include "se_bf_host.h"
+#include "sample_words.h"
 #include "sound_format.h"
 
 namespace {
 
-constexpr size_t kChunk = 4096;  // samples converted at a time
-constexpr float kFullScale = 32768.0f;
 constexpr double kSecondsPerHour = 3600.0;
 
 // The format that the user asked for, or that of the extension; null if neither names one.
@@ -89,46 +85,24 @@ int64_t frames_out(const audio_sink *sink, int64_t frames) {
              : std::llround(static_cast<double>(frames) * ratio);
 }
 
-// Raw PCM holds everything that arrives; a sound file is as long as the input.
-bool store(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frame_limit) {
-  const int64_t room = frame_limit - sink->writer.frames;
-  const bool all = sink->writer.format->format == 0 || static_cast<int64_t>(samples) < room;
-  const size_t count = all ? samples : room > 0 ? static_cast<size_t>(room) : 0;
-  return writer_write(&sink->writer, pcm, count);
+// Stores samples at the output's rate; a changed rate may end a sample late.
+bool store(audio_sink *sink, const float *samples, size_t count, int64_t frames_in) {
+  const int64_t room = frames_out(sink, frames_in) - sink->writer.frames;
+  const size_t most = room > 0 ? static_cast<size_t>(room) : 0;
+  const size_t kept = count < most ? count : most;
+  sink->pcm.resize(kept);
+  sink->full_scale += samples_to_words(samples, kept, sink->pcm.data());
+  return writer_write(&sink->writer, sink->pcm.data(), kept);
 }
 
-// Runs up to kChunk samples of `unit` through the resampler and stores what comes out.
-bool store_converted(audio_sink *sink, size_t samples, int64_t frame_limit, bool end) {
-  size_t at = 0;
-  for (;;) {
-    size_t used = samples - at;
-    const long made = resampler_run(&sink->convert, sink->unit.data() + at, &used,
-                                    sink->converted.data(), kChunk, end);
-    if (made < 0) {
-      return report_failure("converting the sample rate for " + sink->place.name + " failed");
-    }
-    at += used;
-    for (size_t n = 0; n < static_cast<size_t>(made); ++n) {
-      sink->pcm[n] = host_sample_from_float(sink->converted[n]);
-    }
-    if (!store(sink, sink->pcm.data(), static_cast<size_t>(made), frame_limit)) {
-      return false;
-    }
-    if (made == 0 && (used == 0 || at == samples)) {
-      return true;
-    }
-  }
+bool store_changed(audio_sink *sink, int64_t frames_in) {
+  const bool good = store(sink, sink->changed.data(), sink->changed.size(), frames_in);
+  sink->changed.clear();
+  return good;
 }
 
-// The resampler may end a frame early; the output is as long as the input.
-bool pad(audio_sink *sink, int64_t frames) {
-  std::memset(sink->pcm.data(), 0, sink->pcm.size() * sizeof(int16_t));
-  while (sink->writer.frames < frames && !sink->writer.full) {
-    if (!store(sink, sink->pcm.data(), kChunk, frames)) {
-      return false;
-    }
-  }
-  return true;
+bool changes_rate(const audio_sink *sink) {
+  return sink->writer.rate_hz != sink->rate_in_hz;
 }
 
 }  // namespace
@@ -141,7 +115,8 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
     return false;
   }
   const bool raw = writer->format->format == 0;
-  writer->rate_hz = raw ? kRateHz : sound_format_rate(writer->format, request->rate_hz);
+  writer->rate_hz =
+      raw ? request->raw_rate_hz : sound_format_rate(writer->format, request->rate_hz);
   writer->expected =
       request->frames == kUnknownLength ? kUnknownLength : frames_out(sink, request->frames);
   if (!check_length(sink) ||
@@ -149,42 +124,27 @@ bool sink_open(audio_sink *sink, const sink_request *request) {
       !open_writer(sink)) {
     return false;
   }
-  if (!resampler_open(&sink->convert, kRateHz, writer->rate_hz, 1)) {
-    return report_failure("cannot convert from " + std::to_string(kRateHz) + " Hz to " +
-                          std::to_string(writer->rate_hz) + " Hz");
+  if (changes_rate(sink)) {
+    rate_change_open(&sink->change, sink->rate_in_hz, writer->rate_hz);
   }
-  sink->unit.resize(kChunk);
-  sink->converted.resize(kChunk);
-  sink->pcm.resize(kChunk);
   return true;
 }
 
-bool sink_write(audio_sink *sink, const int16_t *pcm, size_t samples, int64_t frames_in) {
-  const int64_t frame_limit = frames_out(sink, frames_in);
-  if (sink->convert.state == nullptr) {
-    return store(sink, pcm, samples, frame_limit);
+bool sink_write(audio_sink *sink, const float *samples, size_t count, int64_t frames_in) {
+  if (!changes_rate(sink)) {
+    return store(sink, samples, count, frames_in);
   }
-  for (size_t at = 0; at < samples; at += kChunk) {
-    const size_t piece = samples - at < kChunk ? samples - at : kChunk;
-    for (size_t n = 0; n < piece; ++n) {
-      sink->unit[n] = static_cast<float>(pcm[at + n]) / kFullScale;
-    }
-    if (!store_converted(sink, piece, frame_limit, false)) {
-      return false;
-    }
-  }
-  return true;
+  rate_change_push(&sink->change, samples, count, &sink->changed);
+  return store_changed(sink, frames_in);
 }
 
 bool sink_finish(audio_sink *sink, int64_t frames_in) {
-  const int64_t frames = frames_out(sink, frames_in);
-  const bool raw = sink->writer.format->format == 0;
   bool good = true;
-  if (sink->convert.state != nullptr) {
-    good = store_converted(sink, 0, frames, true);
-    resampler_close(&sink->convert);
+  if (changes_rate(sink)) {
+    rate_change_finish(&sink->change, &sink->changed);
+    good = store_changed(sink, frames_in);
   }
-  good = good && (raw || pad(sink, frames)) && writer_finish(&sink->writer);
+  good = good && writer_finish(&sink->writer);
   writer_abort(&sink->writer);
   return good && output_file_commit(&sink->place);
 }
@@ -203,5 +163,4 @@ std::string sink_full_text(const audio_sink *sink) {
 void sink_abort(audio_sink *sink) {
   writer_abort(&sink->writer);
   output_file_abort(&sink->place);
-  resampler_close(&sink->convert);
 }

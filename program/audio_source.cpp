@@ -1,6 +1,7 @@
-// Where the audio comes from: the channels in use of a sound, as 16 kHz float frames.
+// Where the audio comes from: the channels in use of a sound, as float frames.
 #include "audio_source.h"
 
+#include <cfloat>
 #include <cmath>
 
 #include "report.h"
@@ -35,70 +36,46 @@ bool choose_channels(audio_source *src, const enhance_options *options) {
   return true;
 }
 
-// Reads up to `frames` frames and writes the picked channels to `out`, without non-finite samples.
-size_t read_picked(audio_source *src, float *out, size_t frames) {
-  const size_t limit = src->stored.size() / src->input.channels;
-  const size_t wanted = frames < limit ? frames : limit;
-  const size_t count = input_read(&src->input, src->stored.data(), wanted);
-  for (size_t t = 0; t < count; ++t) {
-    const float *frame = src->stored.data() + t * src->input.channels;
-    for (const size_t pick : src->picks) {
-      const bool good = std::isfinite(frame[pick]);
-      src->not_finite += good ? 0 : 1;
-      *out++ = good ? frame[pick] : 0.0f;
-    }
-  }
-  return count;
-}
-
-long read_converted(audio_source *src, float *out, size_t room) {
-  const size_t channels = src->picks.size();
-  for (;;) {
-    if (src->pending_frames == 0 && !src->input.ended) {
-      src->pending_at = 0;
-      src->pending_frames = read_picked(src, src->pending.data(), src->pending.size() / channels);
-    }
-    const bool end = src->input.ended && src->pending_frames == 0;
-    size_t used = src->pending_frames;
-    const float *next = src->pending.data() + src->pending_at * channels;
-    const long made = resampler_run(&src->convert, next, &used, out, room, end);
-    src->pending_at += used;
-    src->pending_frames -= used;
-    if (made < 0) {
-      report_line("converting the sample rate of " + src->input.name + " failed");
-    }
-    if (made != 0 || end) {
-      return made;
-    }
-  }
+bool check_rate(const sound_input *in) {
+  return (in->rate_hz >= kLowestRateHz && in->rate_hz <= kHighestRateHz) ||
+         report_failure(in->name + " has a sampling rate of " + std::to_string(in->rate_hz) +
+                        " Hz; the enhancer takes " + std::to_string(kLowestRateHz) + " to " +
+                        std::to_string(kHighestRateHz) +
+                        " Hz; convert it with another program first");
 }
 
 }  // namespace
 
 bool source_open(audio_source *src, const enhance_options *options) {
   *src = {};
-  if (!sound_open(&src->input, options) || !choose_channels(src, options)) {
+  if (!sound_open(&src->input, options) || !check_rate(&src->input) ||
+      !choose_channels(src, options)) {
     return false;
   }
-  if (!resampler_open(&src->convert, src->input.rate_hz, kRateHz, src->picks.size())) {
-    return report_failure("cannot convert " + src->input.name + " from " +
-                          std::to_string(src->input.rate_hz) + " Hz to " + std::to_string(kRateHz) +
-                          " Hz; convert it with another program first");
-  }
-  const size_t frames = input_chunk(&src->input);
-  src->stored.resize(frames * src->input.channels);
-  src->pending.resize(frames * src->picks.size());
+  src->stored.resize(input_chunk(&src->input) * src->input.channels);
   return true;
 }
 
-long source_read(audio_source *src, float *out, size_t room) {
-  if (src->convert.state != nullptr) {
-    return read_converted(src, out, room);
+size_t source_read(audio_source *src, float *out, size_t room) {
+  const size_t limit = src->stored.size() / src->input.channels;
+  const size_t wanted = room < limit ? room : limit;
+  const size_t count = input_read(&src->input, src->stored.data(), wanted);
+  const size_t all = src->input.channels;
+  const size_t picked = src->picks.size();
+  for (size_t m = 0; m < picked; ++m) {
+    const float *in = src->stored.data() + src->picks[m];
+    int64_t bad = 0;
+    for (size_t t = 0; t < count; ++t) {
+      const float x = in[t * all];
+      const bool good = std::fabs(x) <= FLT_MAX;
+      bad += good ? 0 : 1;
+      out[t * picked + m] = good ? x : 0.0f;
+    }
+    src->not_finite += bad;
   }
-  return static_cast<long>(read_picked(src, out, room));
+  return count;
 }
 
 void source_close(audio_source *src) {
   sound_close(&src->input);
-  resampler_close(&src->convert);
 }

@@ -1,4 +1,4 @@
-// Where the audio comes from: the channels in use of a sound, as 16 kHz float frames.
+// Where the audio comes from: the channels in use of a sound, as float frames.
 #ifndef SE_BF_AUDIO_SOURCE_H
 #define SE_BF_AUDIO_SOURCE_H
 
@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "options.h"
-#include "resampler.h"
 #include "scene.h"
 #include "sound_input.h"
 
@@ -14,21 +13,16 @@ struct audio_source {
   sound_input input;
   std::vector<size_t> picks;  // stored channels that are used: one or two
   int64_t not_finite;         // samples that were no number and count as 0
-  resampler convert;
-  std::vector<float> stored;   // frames as stored, all channels
-  std::vector<float> pending;  // picked frames that wait for the resampler
-  size_t pending_at;           // first frame waiting
-  size_t pending_frames;       // frames waiting
+  std::vector<float> stored;  // frames as stored, all channels
 };
 
 // Opens the input of `options`; on failure prints one line and returns false.
 bool source_open(audio_source *src, const enhance_options *options);
 
-// Reads up to `room` frames of the picked channels at 16 kHz, full scale 1, interleaved; a pipe's
-// sound is returned as soon as there is some. Returns the frame count, 0 at the end, when reading
-// stops before it, or when a signal asked for it; -1 after printing one line when the rate cannot
-// be converted.
-long source_read(audio_source *src, float *out, size_t room);
+// Reads up to `room` frames of the picked channels, full scale 1, interleaved; a pipe's sound is
+// returned as soon as there is some. Returns the frame count, 0 at the end, when reading stops
+// before it, or when a signal asked for it.
+size_t source_read(audio_source *src, float *out, size_t room);
 
 void source_close(audio_source *src);
 

@@ -14,7 +14,7 @@
 
 #include "record_file.h"
 #include "report.h"
-#include "tm_se_bf.h"
+#include "tm_se_bf_stream.h"
 
 namespace {
 
@@ -124,8 +124,13 @@ bool result_expect(record_entry *entry, const result_place *place, const std::st
   const bool there = stat(place->in.c_str(), &status) == 0;
   // A pipe of the shell (/dev/fd/63) has no other name.
   const bool named = realpath(place->in.c_str(), real) != nullptr;
-  *entry = {place->name,         "",     named ? real : place->in, record_stamp(&status), false,
-            se_bf_get_version(), options};
+  *entry = {place->name,
+            "",
+            named ? real : place->in,
+            record_stamp(&status),
+            false,
+            se_bf_stream_version(),
+            options};
   return there;
 }
 

@@ -46,7 +46,7 @@ struct agreement {
 // Compares the samples in this process, which ends with it; the answer is a bit_check_result.
 [[noreturn]] void run_bit_check(int answer_fd) {
   bit_check_result result;
-  if (process_claim_stdout(false) == -1) {
+  if (process_claim_stdout() == -1) {
     _exit(1);
   }
   bit_check_run(&result);

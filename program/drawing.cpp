@@ -15,7 +15,6 @@
 #include "child_process.h"
 #include "process.h"
 #include "report.h"
-#include "scene.h"
 
 namespace fs = std::filesystem;
 
@@ -115,11 +114,11 @@ bool drawing_find(std::string *directory) {
 }
 
 bool drawing_run(const std::string &directory, const std::vector<drawing_sound> &sounds,
-                 const std::string &picture) {
+                 int rate_hz, const std::string &picture) {
   const fs::path scripts(directory);
   std::vector<std::string> words = {scripts / "python.sh", "--modules=numpy,matplotlib",
                                     scripts / "spectrograms.py", "--progress",
-                                    "--raw-rate=" + std::to_string(kRateHz)};
+                                    "--raw-rate=" + std::to_string(rate_hz)};
   for (const drawing_sound &sound : sounds) {
     words.push_back("/dev/fd/" + std::to_string(sound.fd));
   }

@@ -9,16 +9,16 @@
 // and returns false.
 bool drawing_find(std::string *directory);
 
-// One sound to draw: raw 16-bit little-endian PCM of one channel at 16 kHz in an open file.
+// One sound to draw: raw 16-bit little-endian PCM of one channel in an open file.
 struct drawing_sound {
   int fd;
   std::string title;
 };
 
-// Draws the sounds above each other into the file `picture` and shows the progress. On failure
-// prints one line and returns false; when a signal asked for the end, the process has been ended
-// and nothing is printed.
+// Draws the sounds, which have one rate, above each other into the file `picture` and shows the
+// progress. On failure prints one line and returns false; when a signal asked for the end, the
+// process has been ended and nothing is printed.
 bool drawing_run(const std::string &directory, const std::vector<drawing_sound> &sounds,
-                 const std::string &picture);
+                 int rate_hz, const std::string &picture);
 
 #endif  // SE_BF_DRAWING_H

@@ -14,12 +14,12 @@
 #include "link_path.h"
 #include "process.h"
 #include "report.h"
-#include "se_bf_host.h"
-#include "tm_se_bf.h"
+#include "sample_words.h"
+#include "tm_se_bf_stream.h"
 
 namespace {
 
-constexpr size_t kChunkFrames = 4096;  // frames at 16 kHz taken through the host at a time
+constexpr size_t kChunkFrames = 4096;  // taken through the stream at a time
 constexpr float kDecibelBase = 10.0f;
 constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
 
@@ -28,10 +28,10 @@ struct enhance_job {
   int32_t mode;  // that runs
   audio_source source;
   audio_sink sink;
-  host *engine;  // null: mode mono of one channel, which is copied
+  se_bf_stream *engine;
   enhance_figures *figures;
   const output_naming *naming;
-  int64_t samples_in;  // per channel, at 16 kHz
+  int64_t samples_in;  // per channel
   fault_report faults;
   double started_at;  // report_processor_time()
   bool interrupted;   // a signal ended the input
@@ -56,50 +56,33 @@ void choose_mode(enhance_job *job) {
   }
 }
 
-bool open_host(enhance_job *job) {
+bool open_stream(enhance_job *job) {
   const enhance_options *options = job->options;
-  host_config config = {};
+  const sound_input *in = &job->source.input;
+  se_bf_stream_config config;
+  const char *error = nullptr;
   choose_mode(job);
-  if (job->mode == SE_BF_MODE_MONO && job->source.picks.size() == 1) {
-    return true;  // the library would suppress noise
-  }
+  se_bf_stream_config_init(&config);
+  config.rate = in->rate_hz;
   config.channels = static_cast<int32_t>(job->source.picks.size());
   config.mode = job->mode;
   config.hop = options->hop;
   config.mic_distance = options->mic_distance_m;
   config.doa = options->doa_deg;
-  config.plain = options->plain;
-  job->faults = {job->source.input.name, job->mode == SE_BF_MODE_MVDR, options->plain, 0};
+  // A plain stream would suppress noise in the one channel that mode mono copies.
+  config.plain = options->plain && (config.channels == 2 || job->mode != SE_BF_MODE_MONO) ? 1 : 0;
+  // Output at 16 kHz holds nothing above 8 kHz.
+  config.full_band = options->full_band && job->sink.writer.rate_hz > kRateHz ? 1 : 0;
+  job->faults = {in->name, in->rate_hz, job->mode == SE_BF_MODE_MVDR, options->plain, 0};
   config.on_event = fault_report_event;
   config.user = &job->faults;
-  job->engine = host_create(&config);
-  if (job->engine == nullptr) {
-    report_line("the enhancer could not be created; free some memory and try again");
-  }
-  return job->engine != nullptr;
+  job->engine = se_bf_stream_open(&config, &error);
+  return job->engine != nullptr ||
+         report_failure("cannot enhance " + in->name + ": " + std::string(error));
 }
 
-// Enhances one block, or copies it if there is no enhancer. Returns the number of samples made.
-size_t enhance_block(enhance_job *job, const std::vector<int16_t> &pcm, size_t frames,
-                     int16_t *out) {
-  if (job->engine == nullptr) {
-    std::copy_n(pcm.begin(), frames, out);
-    return frames;
-  }
-  return host_push_s16(job->engine, pcm.data(), frames, out);
-}
-
-int64_t count_full_scale(const int16_t *pcm, size_t samples) {
-  int64_t count = 0;
-  for (size_t n = 0; n < samples; ++n) {
-    count += pcm[n] == INT16_MAX || pcm[n] == INT16_MIN ? 1 : 0;
-  }
-  return count;
-}
-
-bool write_out(enhance_job *job, const int16_t *pcm, size_t samples) {
-  job->figures->clipped_out += count_full_scale(pcm, samples);
-  return sink_write(&job->sink, pcm, samples, job->source.input.frames_read);
+bool write_out(enhance_job *job, const float *samples, size_t count) {
+  return sink_write(&job->sink, samples, count, job->source.input.frames_read);
 }
 
 void show_progress(const enhance_job *job) {
@@ -116,30 +99,27 @@ bool keeps_interrupted(const enhance_job *job) {
   return job->naming == nullptr && job->source.input.bytes.live && job->sink.writer.seekable;
 }
 
-// Takes everything from the source through the host to the sink.
+// Takes everything from the source through the stream to the sink.
 bool stream(enhance_job *job) {
   const size_t channels = job->source.picks.size();
   const float gain = std::pow(kDecibelBase, job->options->gain_db / kDecibelsPerDecade);
   std::vector<float> in(kChunkFrames * channels);
-  std::vector<int16_t> pcm(kChunkFrames * channels);
-  std::vector<int16_t> out(kChunkFrames + HOST_BLOCK);
-  long frames = source_read(&job->source, in.data(), kChunkFrames);
+  const size_t latency = static_cast<size_t>(se_bf_stream_latency(job->engine));
+  std::vector<float> out(std::max(kChunkFrames, latency));
+  size_t frames = source_read(&job->source, in.data(), kChunkFrames);
   const bool keep = keeps_interrupted(job);
   while (frames > 0 && (keep || !process_stopped()) && !sink_is_full(&job->sink)) {
-    const size_t count = static_cast<size_t>(frames);
-    for (size_t n = 0; n < count * channels; ++n) {
-      pcm[n] = host_sample_from_float(gain * in[n]);
-    }
-    job->samples_in += frames;
-    job->figures->clipped_in += count_full_scale(pcm.data(), count * channels);
-    if (!write_out(job, out.data(), enhance_block(job, pcm, count, out.data()))) {
+    job->samples_in += static_cast<int64_t>(frames);
+    job->figures->clipped_in += samples_amplify(in.data(), frames * channels, gain);
+    const size_t made = se_bf_stream_push_f32(job->engine, in.data(), frames, out.data());
+    if (!write_out(job, out.data(), made)) {
       return false;
     }
     show_progress(job);
     frames = source_read(&job->source, in.data(), kChunkFrames);
   }
   job->interrupted = process_stopped();
-  if (frames < 0 || (job->interrupted && !keep)) {
+  if (job->interrupted && !keep) {
     return false;
   }
   // Sound that was read before a failure is kept.
@@ -147,13 +127,13 @@ bool stream(enhance_job *job) {
   if (input->frames_read == 0 && !input->failure.empty()) {
     return report_failure(input_verdict(input));
   }
-  return job->engine == nullptr ||
-         write_out(job, out.data(), host_finish_s16(job->engine, out.data()));
+  return write_out(job, out.data(), se_bf_stream_finish_f32(job->engine, out.data()));
 }
 
 void keep_figures(enhance_job *job) {
   enhance_figures *figures = job->figures;
-  figures->duration_s = static_cast<double>(job->samples_in) / kRateHz;
+  figures->duration_s = static_cast<double>(job->samples_in) / job->source.input.rate_hz;
+  figures->clipped_out = job->sink.full_scale;
   figures->computing_s = report_processor_time() - job->started_at;
   figures->mode = job->mode;
 }
@@ -189,15 +169,16 @@ void warn_of_input(const enhance_job *job) {
 bool open_sink(enhance_job *job, int standard_fd) {
   const enhance_options *options = job->options;
   const sound_input *in = &job->source.input;
-  const sink_request request = {options->out, options->format, options->in,
-                                in->rate_hz,  in->most,        standard_fd};
+  const int raw_rate_hz = options->raw_own_rate ? in->rate_hz : kRateHz;
+  const sink_request request = {options->out, options->format, options->in, in->rate_hz,
+                                raw_rate_hz,  in->most,        standard_fd};
   return sink_open(&job->sink, &request);
 }
 
 bool run(enhance_job *job, int raw_out) {
   const enhance_options *options = job->options;
   const sound_input *in = &job->source.input;
-  if (!source_open(&job->source, options) || !open_sink(job, raw_out) || !open_host(job)) {
+  if (!source_open(&job->source, options) || !open_sink(job, raw_out) || !open_stream(job)) {
     return false;
   }
   job->sink.place.naming = job->naming;
@@ -231,8 +212,8 @@ bool run(enhance_job *job, int raw_out) {
 
 int enhance_run(const enhance_options *options, enhance_figures *figures,
                 const output_naming *naming) {
-  // Descriptor 1 belongs to the audio; the library prints progress notes on it.
-  const int raw_out = process_claim_stdout(options->verbose);
+  // Descriptor 1 belongs to the audio.
+  const int raw_out = process_claim_stdout();
   if (raw_out == -1) {
     report_line(std::string("standard output is not usable: ") + std::strerror(errno));
     return 1;
@@ -243,7 +224,7 @@ int enhance_run(const enhance_options *options, enhance_figures *figures,
   job.figures = figures;
   job.naming = naming;
   const bool good = run(&job, raw_out);
-  host_destroy(job.engine);
+  se_bf_stream_close(job.engine);
   source_close(&job.source);
   if (!job.kept) {
     sink_abort(&job.sink);

@@ -25,5 +25,6 @@ std::string options_of_sound(const enhance_options *options) {
   return "mode " + (mode.empty() ? "by channels" : mode) + ", hop " + std::to_string(options->hop) +
          ", distance " + number(options->mic_distance_m) + ", doa " + number(options->doa_deg) +
          ", gain " + number(options->gain_db) + ", channels " +
-         (channels.empty() ? "all" : channels) + (options->plain ? ", plain" : "");
+         (channels.empty() ? "all" : channels) + (options->plain ? ", plain" : "") +
+         (options->full_band ? "" : ", no full band");
 }

@@ -20,8 +20,9 @@ struct enhance_options {
   std::vector<size_t> channels;  // zero-based picks; empty: all
   size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file
   bool plain = false;            // no shielding
+  bool full_band = true;         // keeps what lies above 8 kHz
+  bool raw_own_rate = false;     // raw output has the rate of the input, not 16 kHz
   bool quiet = false;            // neither progress bar nor summary
-  bool verbose = false;          // shows the library's notes
 };
 
 // The options that the sound of a result depends on, as one line: equal lines mean equal sound.

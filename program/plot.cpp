@@ -20,7 +20,7 @@
 #include "plain_text.h"
 #include "process.h"
 #include "report.h"
-#include "se_bf_host.h"
+#include "sample_words.h"
 #include "temporary_file.h"
 
 namespace fs = std::filesystem;
@@ -36,9 +36,10 @@ struct plot_job {
   int before;      // file descriptors of the sound
   int after;
   int64_t samples;  // of each
+  int rate_hz;
 };
 
-// Writes the first channel in use, as the enhancer gets it: at 16 kHz, in 16 bits.
+// Writes the first channel in use in 16 bits.
 bool write_before(plot_job *job, audio_source *source) {
   const size_t channels = source->picks.size();
   const sound_input *input = &source->input;
@@ -46,22 +47,23 @@ bool write_before(plot_job *job, audio_source *source) {
   std::vector<float> frames(kChunkFrames * channels);
   std::vector<int16_t> pcm(kChunkFrames);
   uint8_t bytes[kChunkFrames * kSampleBytes];
-  long count = source_read(source, frames.data(), kChunkFrames);
+  size_t count = source_read(source, frames.data(), kChunkFrames);
+  job->rate_hz = input->rate_hz;
   while (count > 0 && !process_stopped()) {
-    const size_t samples = static_cast<size_t>(count);
-    for (size_t n = 0; n < samples; ++n) {
-      pcm[n] = host_sample_from_float(frames[n * channels]);
+    for (size_t n = 0; n < count; ++n) {
+      frames[n] = frames[n * channels];
     }
-    plain_put_words(pcm.data(), samples, false, bytes);
-    if (!process_write(job->before, bytes, samples * kSampleBytes)) {
+    samples_to_words(frames.data(), count, pcm.data());
+    plain_put_words(pcm.data(), count, false, bytes);
+    if (!process_write(job->before, bytes, count * kSampleBytes)) {
       return !process_stopped() && temporary_file_failed(errno);
     }
-    job->samples += count;
+    job->samples += static_cast<int64_t>(count);
     report_progress(static_cast<double>(input->frames_read) / rate,
                     static_cast<double>(input->announced) / rate);
     count = source_read(source, frames.data(), kChunkFrames);
   }
-  return count >= 0 && !process_stopped();
+  return !process_stopped();
 }
 
 bool read_sound(plot_job *job) {
@@ -74,7 +76,7 @@ bool read_sound(plot_job *job) {
   return good && (job->samples > 0 || report_failure(job->options->in + " holds no sound to draw"));
 }
 
-// Enhances to descriptor 1, which stands for the file meanwhile: raw PCM at 16 kHz. Its space is
+// Enhances to descriptor 1, which stands for the file meanwhile: raw PCM. Its space is
 // reserved first, so that a full disk shows before the work.
 bool enhance_sound(plot_job *job) {
   enhance_figures figures = {};
@@ -87,6 +89,7 @@ bool enhance_sound(plot_job *job) {
     return report_failure(std::string("standard output is not usable: ") + std::strerror(errno));
   }
   enhancing.out = "-";
+  enhancing.raw_own_rate = true;
   enhancing.quiet = true;  // but for the progress
   report_progress_task("enhancing");
   report_progress_on();
@@ -136,8 +139,8 @@ bool run(plot_job *job) {
     return false;
   }
   const std::string name = fs::path(job->options->in).filename().string();
-  return drawing_run(scripts, {{job->before, name}, {job->after, "enhanced"}}, job->picture) &&
-         print_name(job);
+  const std::vector<drawing_sound> sounds = {{job->before, name}, {job->after, "enhanced"}};
+  return drawing_run(scripts, sounds, job->rate_hz, job->picture) && print_name(job);
 }
 
 }  // namespace

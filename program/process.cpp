@@ -30,13 +30,13 @@ void process_fill_descriptors() {
   }
 }
 
-int process_claim_stdout(bool show_notes) {
+int process_claim_stdout() {
   std::fflush(stdout);
   const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (own == -1) {
     return -1;
   }
-  const int notes = show_notes ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
+  const int notes = open("/dev/null", O_WRONLY);
   const bool moved = notes != -1 && dup2(notes, STDOUT_FILENO) != -1;
   if (notes != -1) {
     close(notes);

@@ -9,10 +9,10 @@
 // them; in the wrong direction, so that using them is still an error.
 void process_fill_descriptors();
 
-// Takes standard output away from the library, which prints progress notes there: returns a new
-// descriptor of what standard output was, and points descriptor 1 at /dev/null, or at standard
-// error if `show_notes`. Returns -1 with errno set on failure.
-int process_claim_stdout(bool show_notes);
+// Takes standard output away from libraries, which may print notes there: returns a new descriptor
+// of what standard output was, and points descriptor 1 at /dev/null. Returns -1 with errno set on
+// failure.
+int process_claim_stdout();
 
 // Makes interrupt, termination and hang-up end the work in an orderly way. Closed pipes and files
 // beyond the user's limit become errors of writing.

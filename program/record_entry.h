@@ -18,7 +18,7 @@ struct record_entry {
   std::string input;         // absolute path, behind all links
   std::string input_stamp;   // before it was read
   bool cut_off = false;      // the input held less than it announced
-  std::string version;       // of the library
+  std::string version;       // of the stream library
   std::string options;       // that the sound depends on
 };
 

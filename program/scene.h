@@ -8,7 +8,9 @@
 
 #include "tm_se_bf.h"
 
-constexpr int kRateHz = 16000;            // of all processing
+constexpr int kRateHz = 16000;       // of the enhancement, and of raw PCM
+constexpr int kLowestRateHz = 8000;  // of sound files
+constexpr int kHighestRateHz = 192000;
 constexpr int kHops[] = {160, 192, 320};  // samples per analysis step
 constexpr int kDefaultHop = 320;
 

@@ -6,7 +6,7 @@ set -euo pipefail
 
 declare -rA GROUPS_OF_PACKAGES=(
   [build]="g++ cmake ninja-build pkg-config"
-  [tool]="libsndfile1-dev libsamplerate0-dev libcli11-dev"
+  [tool]="libsndfile1-dev libcli11-dev"
   [demo]="espeak-ng python3-numpy python3-scipy python3-matplotlib"
   [plugin]="ladspa-sdk libasound2-dev"
   [test]="libgtest-dev"
@@ -18,7 +18,8 @@ pipewire-bin sox wireplumber"
   [cross]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest"
   [cross-s390x]="g++-s390x-linux-gnu qemu-user googletest"
   [abi]="abigail-tools"
-  [bench]="libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev python3 valgrind"
+  [bench]="libbenchmark-dev libfftw3-dev libkissfft-dev libsamplerate0-dev \
+libwebrtc-audio-processing-dev python3 valgrind"
   [docs]="doxygen"
   [coverage]="gcovr"
 )

@@ -63,6 +63,57 @@ void scale_to_sum(float *values, int count, double total) {
   }
 }
 
+float dot(const float *x, const float *h, int count) {
+  vec sum0 = {};
+  vec sum1 = {};
+  vec sum2 = {};
+  vec sum3 = {};
+  for (int k = 0; k < count; k += kRateFilterLanes) {
+    const unaligned_vec *a = reinterpret_cast<const unaligned_vec *>(x + k);
+    const vec *b = reinterpret_cast<const vec *>(h + k);
+    sum0 += a[0] * b[0];
+    sum1 += a[1] * b[1];
+    sum2 += a[2] * b[2];
+    sum3 += a[3] * b[3];
+  }
+  const vec total = (sum0 + sum1) + (sum2 + sum3);
+  return (total[0] + total[1]) + (total[2] + total[3]);
+}
+
+#if defined(TM_SE_BF_USE_AVX2)
+typedef float wide_vec __attribute__((vector_size(32), aligned(4), may_alias));
+
+// The same sums in vectors of twice the width, in half the time.
+__attribute__((target("avx2"))) float dot_wide(const float *x, const float *h, int count) {
+  wide_vec sum01 = {};
+  wide_vec sum23 = {};
+  for (int k = 0; k < count; k += kRateFilterLanes) {
+    const wide_vec *a = reinterpret_cast<const wide_vec *>(x + k);
+    const wide_vec *b = reinterpret_cast<const wide_vec *>(h + k);
+    sum01 += a[0] * b[0];
+    sum23 += a[1] * b[1];
+  }
+  float total[kVectorLanes];
+  for (int lane = 0; lane < kVectorLanes; ++lane) {
+    total[lane] =
+        (sum01[lane] + sum01[lane + kVectorLanes]) + (sum23[lane] + sum23[lane + kVectorLanes]);
+  }
+  return (total[0] + total[1]) + (total[2] + total[3]);
+}
+
+bool has_wide_vectors() {
+  return __builtin_cpu_supports("avx2") != 0;
+}
+#else
+float dot_wide(const float *x, const float *h, int count) {
+  return dot(x, h, count);
+}
+
+bool has_wide_vectors() {
+  return false;
+}
+#endif
+
 }  // namespace
 
 int rate_filter_taps(double transition) {
@@ -103,20 +154,7 @@ void rate_filter_half_band(int quarter, float *taps) {
 }
 
 float rate_filter_dot(const float *x, const float *h, int count) {
-  vec sum0 = {};
-  vec sum1 = {};
-  vec sum2 = {};
-  vec sum3 = {};
-  for (int k = 0; k < count; k += kRateFilterLanes) {
-    const unaligned_vec *a = reinterpret_cast<const unaligned_vec *>(x + k);
-    const vec *b = reinterpret_cast<const vec *>(h + k);
-    sum0 += a[0] * b[0];
-    sum1 += a[1] * b[1];
-    sum2 += a[2] * b[2];
-    sum3 += a[3] * b[3];
-  }
-  const vec total = (sum0 + sum1) + (sum2 + sum3);
-  return (total[0] + total[1]) + (total[2] + total[3]);
+  return has_wide_vectors() ? dot_wide(x, h, count) : dot(x, h, count);
 }
 
 void rate_filter_run(const float *x, const float *taps, int count, float *y, int outputs) {

@@ -1,14 +1,17 @@
-// Fuzzes what the program reads: sound files, on disk or in a pipe, and raw PCM, taken through
-// sample rate conversion and the host layer as `se_bf enhance` does. Every frame must be finite,
-// and as many samples must come out as went in.
+// Fuzzes what the program reads: sound files, on disk or in a pipe, and raw PCM, taken through a
+// stream as `se_bf enhance` does, and to 16 kHz as raw PCM is. Every frame must be finite, and as
+// many samples must come out as went in.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "audio_source.h"
 #include "finite_state.h"
+#include "rate_change.h"
 #include "script.h"
-#include "se_bf_host.h"
+#include "tm_se_bf_stream.h"
 
 namespace {
 
@@ -33,32 +36,41 @@ enhance_options take_options(fuzz_script *script, const std::string &path) {
 
 void enhance(audio_source *source, const enhance_options &options) {
   const size_t channels = source->picks.size();
-  host_config config = {};
+  se_bf_stream_config config;
+  se_bf_stream_config_init(&config);
+  config.rate = source->input.rate_hz;
   config.channels = static_cast<int32_t>(channels);
   config.mode = channels == 2 ? SE_BF_MODE_MVDR : SE_BF_MODE_OMLSA;
   config.hop = options.hop;
-  config.plain = options.plain;
-  host *engine = host_create(&config);
-  assert(engine != nullptr);
+  config.plain = options.plain ? 1 : 0;
+  se_bf_stream *stream = se_bf_stream_open(&config, nullptr);
+  assert(stream != nullptr);
+  rate_change change;
+  rate_change_open(&change, config.rate, kRateHz);
 
   std::vector<float> in(kChunkFrames * channels);
-  std::vector<int16_t> pcm(in.size());
-  std::vector<int16_t> out(kChunkFrames + HOST_BLOCK);
+  std::vector<float> out(std::max(kChunkFrames, static_cast<size_t>(se_bf_stream_latency(stream))));
+  std::vector<float> changed;
   size_t taken = 0;
   size_t made = 0;
-  long frames = source_read(source, in.data(), kChunkFrames);
+  size_t frames = source_read(source, in.data(), kChunkFrames);
   while (frames > 0 && taken < kMaxFrames) {
-    const size_t count = static_cast<size_t>(frames);
-    assert(count <= kChunkFrames && is_finite(in.data(), static_cast<int32_t>(count * channels)));
-    taken += count;
-    std::transform(in.begin(), in.end(), pcm.begin(), host_sample_from_float);
-    made += host_push_s16(engine, pcm.data(), count, out.data());
+    assert(frames <= kChunkFrames && is_finite(in.data(), static_cast<int32_t>(frames * channels)));
+    taken += frames;
+    const size_t count = se_bf_stream_push_f32(stream, in.data(), frames, out.data());
+    rate_change_push(&change, out.data(), count, &changed);
+    made += count;
     assert(made <= taken);
     frames = source_read(source, in.data(), kChunkFrames);
   }
-  made += host_finish_s16(engine, out.data());
-  assert(made == taken);
-  host_destroy(engine);
+  const size_t rest = se_bf_stream_finish_f32(stream, out.data());
+  rate_change_push(&change, out.data(), rest, &changed);
+  rate_change_finish(&change, &changed);
+  assert(made + rest == taken);
+  const size_t rate = static_cast<size_t>(config.rate);
+  assert(changed.size() == (taken * kRateHz + rate - 1) / rate);
+  assert(is_finite(changed.data(), static_cast<int32_t>(changed.size())));
+  se_bf_stream_close(stream);
 }
 
 // Puts the bytes into a pipe on standard input, as far as it holds them.

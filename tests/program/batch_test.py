@@ -119,7 +119,7 @@ class Results(BatchCase):
             self.assertEqual(states.split(","), list(self.batch(0, told, *words)[0].values()), words)
         self.assertEqual(first, self.result("1.wav"))
         record = pathlib.Path("o", RECORD)
-        record.write_text(record.read_text().replace("\t1.", "\t0."))
+        record.write_text(re.sub(r"\t\d+\.\d+\.\d+\t", "\t1.3.5\t", record.read_text()))
         self.assertEqual("0 enhanced, 2 made anew, 0 skipped, 0 failed",
                          self.batch(0, "(made by another version before)", "a")[1])
         os.truncate("a/1.wav", 20044)
@@ -136,7 +136,7 @@ class Results(BatchCase):
         self.batch(0, "", "1.wav")
         words, scene = [], []
         for word in "--gain=-6", "--mode=mvdr", "--channels=1,0", "--hop=160", "--plain", \
-                "0.1 90", "0.1 80", "0.2 80":
+                "--no-full-band", "0.1 90", "0.1 80", "0.2 80":
             if word[0] == "-":
                 words.append(word)
             else:

@@ -40,6 +40,26 @@ class Sound(ProgramCase):
             with wave.open("out.wav") as stored:
                 self.assertEqual((rate_hz, rate_hz + 77, rate_hz // 3),
                                  (stored.getframerate(), len(sound), sound.argmax()))
+            raw = np.frombuffer(self.enhance("--channels", 0, "--mode", "mono", "in.wav", "-"), "<i2")
+            self.assertEqual(round((rate_hz + 77) * 16000 / rate_hz), len(raw), "raw, at 16 kHz")
+            self.assertAlmostEqual(rate_hz // 3 * 16000 / rate_hz, raw.argmax(), delta=1)
+
+    def test_what_lies_above_8_khz_stays_unless_it_is_not_wanted(self):
+        tones = [5000 * np.sin(2 * np.pi * hz / 48000 * np.arange(48000)) for hz in (2000, 12000)]
+        program.write_wav("in.wav", np.repeat(sum(tones).round()[:, None], 2, axis=1), 48000)
+        for words, kept in ([], 1.0), (["--no-full-band"], 0.0):
+            self.enhance("--mode", "mono", *words, "in.wav", "out.wav")
+            middle = program.read_wav("out.wav")[12000:36000]
+            shares = [np.dot(middle, tone[12000:36000]) / 5000**2 / 12000 for tone in tones]
+            np.testing.assert_allclose(shares, [1.0, kept], atol=0.01, err_msg=f"{words}, 2 and 12 kHz")
+
+    def test_samples_at_full_scale_are_counted(self):
+        sound = np.zeros((48000, 2), "i2")
+        sound[20000:20010, 0] = [32767, -32768, 32766, -32767, 16384, -16384, 16383, -16383, 5, -5]
+        program.write_wav("in.wav", sound, 48000)
+        for gain, count in (0, 2), (20 * np.log10(2), 6):
+            self.expect(0, f"clipped samples: {count} in, ", "enhance", "--mode", "mono", "--gain",
+                        gain, "in.wav", "out.wav")
 
     def test_mono_copies_one_channel(self):
         sound = recording()[:20001, 0]
@@ -65,11 +85,16 @@ class Messages(ProgramCase):
 
     def test_mistakes_leave_nothing(self):
         program.write_wav("8000.wav", click(8000), 8000)
+        for rate_hz in 7999, 192001:
+            program.write_wav(f"{rate_hz}.wav", click(8000), rate_hz)
         os.symlink("/dev/full", "full.wav")
         before = sorted(os.listdir())
         lone = "--mic-distance needs --doa"
         for status, text, words in [
                 (1, "same file", "enhance in.wav in.wav"),
+                (1, "7999.wav has a sampling rate of 7999 Hz; the enhancer takes 8000 to 192000 Hz",
+                 "enhance 7999.wav out.wav"),
+                (1, "192001 Hz", "plot 192001.wav"),
                 (1, "no channel 3", "enhance 8000.wav out.wav --channels 3"),
                 (1, "No space", "enhance in.wav full.wav"),
                 (1, "would replace it", "enhance --out-dir . in.wav"),
@@ -100,7 +125,7 @@ class Messages(ProgramCase):
         program.write_wav("dies.wav", long)
         told = self.expect(0, "e 0 is silent or 40 dB weaker from 3.00 s", "enhance", "--quiet",
                            "dies.wav", "x.wav").stderr
-        self.assertIn(b"resumed at ", told)
+        self.assertIn(b"resumes soon after ", told)
 
 
 class Terminal(ProgramCase):

@@ -1,10 +1,13 @@
-// How sound is written where a format ends, and read where a header does: limits that no test can
-// reach with whole files.
+// How sound is written at another rate, and where a format ends, and read where a header does:
+// limits that no test can reach with whole files.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cmath>
+
 #include "plain_header.h"
 #include "promised_length.h"
+#include "rate_change.h"
 #include "sound_bytes.h"
 #include "sound_writer.h"
 
@@ -138,5 +141,34 @@ TEST(Sound, WhatFollowsASizeNear2GiBIsSoundUnlessChunksFillTheRest) {
     ASSERT_EQ(pwrite(file.fd, one.rest.data(), one.rest.size(), end), size);
     bytes.held = end + size;
     EXPECT_EQ(promised_goes_on(&bytes, &info), one.goes_on) << one.rest;
+  }
+}
+
+TEST(Sound, ChangesItsRateButNotItsTime) {
+  constexpr double kHz = 3000.0;
+  constexpr size_t kBorder = 1000;  // samples at both ends that the filters spread
+  constexpr int kRates[][2] = {{44100, 48000}, {11025, 12000}, {96000, 48000},
+                               {48000, 16000}, {44101, 16000}, {8001, 48000}};
+  for (const auto &[in_hz, out_hz] : kRates) {
+    const double in_step = 2.0 * M_PI * kHz / in_hz;
+    std::vector<float> in(static_cast<size_t>(in_hz));
+    for (size_t n = 0; n < in.size(); ++n) {
+      in[n] = static_cast<float>(std::sin(in_step * static_cast<double>(n)));
+    }
+    rate_change change;
+    std::vector<float> out;
+    rate_change_open(&change, in_hz, out_hz);
+    for (size_t at = 0, count = 1; at < in.size(); at += count, count = 2 * count + 1) {
+      count = std::min(count, in.size() - at);
+      rate_change_push(&change, in.data() + at, count, &out);
+    }
+    rate_change_finish(&change, &out);
+    ASSERT_EQ(out.size(), static_cast<size_t>(out_hz)) << in_hz;
+    double worst = 0.0;
+    for (size_t m = kBorder; m < out.size() - kBorder; ++m) {
+      const double wanted = std::sin(2.0 * M_PI * kHz / out_hz * static_cast<double>(m));
+      worst = std::max(worst, std::fabs(static_cast<double>(out[m]) - wanted));
+    }
+    EXPECT_LT(worst, 1e-5) << in_hz << " to " << out_hz << " Hz";
   }
 }

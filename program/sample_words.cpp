@@ -1,0 +1,52 @@
+// Samples of full scale 1 and their 16-bit words, in loops that run on vectors.
+#include "sample_words.h"
+
+namespace {
+
+constexpr float kFullScale = 32768.0f;  // 16-bit value of a sample of 1
+
+// What lies between rounds to words within; the middle between two words goes to the even one.
+constexpr float kBelowLargest = 32766.5f / kFullScale;
+constexpr float kAboveSmallest = -32767.5f / kFullScale;
+
+// Added and taken away again it leaves a float below 2^22 rounded to the nearest integer, half to
+// even: the sum has no bits for a fraction.
+constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
+
+// std::clamp returns references, which keep loops from running on vectors.
+float limit(float x, float low, float high) {
+  const float below = x < high ? x : high;
+  return below > low ? below : low;
+}
+
+int32_t round_word(float x) {
+  const float within = limit(x * kFullScale, INT16_MIN, INT16_MAX);
+  return static_cast<int32_t>((within + kRounder) - kRounder);
+}
+
+int32_t is_full_scale(int32_t word) {
+  return static_cast<int32_t>(word == INT16_MAX) + static_cast<int32_t>(word == INT16_MIN);
+}
+
+}  // namespace
+
+int64_t samples_amplify(float *x, size_t count, float gain) {
+  // A 32-bit count keeps the loop on vectors.
+  int32_t full = 0;
+  for (size_t n = 0; n < count; ++n) {
+    const float y = limit(gain * x[n], -1.0f, 1.0f);
+    full += (y > kBelowLargest ? 1 : 0) + (y <= kAboveSmallest ? 1 : 0);
+    x[n] = y;
+  }
+  return full;
+}
+
+int64_t samples_to_words(const float *x, size_t count, int16_t *words) {
+  int32_t full = 0;
+  for (size_t n = 0; n < count; ++n) {
+    const int32_t word = round_word(x[n]);
+    full += is_full_scale(word);
+    words[n] = static_cast<int16_t>(word);
+  }
+  return full;
+}
