@@ -20,7 +20,8 @@ from measure import (BENCH, COUNT_S, FIGURES, HOP, MODES, RATE_HZ, TOP, Failed, 
                      build_library, collected, compiler, frames, has_avx2, per_frame, run)
 
 HOPS = (160, 192, 320)
-STREAM_RATES = (8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 176400, 192000)
+STREAM_RATES = (8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 159999, 176400,
+                192000)
 COST_RATES = (16000, 48000)
 STREAM_MODES = (6001, 6002)
 ARM = "aarch64-linux-gnu"

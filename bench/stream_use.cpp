@@ -21,8 +21,8 @@ void *__libc_memalign(size_t alignment, size_t size);
 
 namespace {
 
-constexpr int32_t kRates[] = {8000,  11025, 16000, 22050, 24000,  32000,
-                              44100, 48000, 88200, 96000, 176400, 192000};
+constexpr int32_t kRates[] = {8000,  11025, 16000, 22050,  24000,  32000, 44100,
+                              48000, 88200, 96000, 159999, 176400, 192000};
 
 size_t requested;  // bytes, by the functions that the library calls
 

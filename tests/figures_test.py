@@ -70,7 +70,7 @@ QUOTES = [
       for hop in HOPS],
     ("docs/algorithm.md", "adds # kB of buffers and, in the file, # kB of recording and reference",
      ["static.self_test / 1000", "constants.self_test / 1000"]),
-    ("docs/architecture.md", "one static array of # bytes", ["static.pool"]),
+    ("docs/architecture.md", "in one array of # bytes", ["static.pool"]),
     *[("docs/architecture.md", f"| {hop} | # | # |", [pool(hop, 1), pool(hop, 2)]) for hop in HOPS],
     ("docs/verification.md", "pool position, every hour | # | # |", [pool(192, 1), pool(192, 2)]),
     *[("docs/performance.md", f"frame, {label}, mode 6000 | # | ... 6001 | # | ... 6002 | # |",
