@@ -1,22 +1,21 @@
-/* Changes the mode while the sound goes on: beamformer, noise suppression, mean, one microphone,
- * half a second each, over and over.
+/* Changes the mode while the sound goes on: beamformer, one microphone as it is, noise suppression,
+ * mean, 0.8 s each, over and over.
  *
  * switch_modes IN OUT: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out.
  *
- * The instance is initialised in SE_BF_MODE_MVDR: after SE_BF_MODE_MEAN or SE_BF_MODE_OMLSA it
- * would analyse one channel only and could not beamform later. A change takes effect with the next
- * call. SE_BF_MODE_MONO has no delay, so that the sound jumps by the signal delay when a change
- * leads to it or from it. */
+ * A change is prepared beside the sound and faded in about half a second later, without a gap. The
+ * stream is opened in SE_BF_MODE_MVDR: opened in SE_BF_MODE_MONO, which has no delay, it could not
+ * change to the modes that have one. The output is aligned: sample i belongs to sample i of the
+ * input in every mode. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <tm_se_bf.h>
+#include <tm_se_bf_stream.h>
 
-enum { BLOCK = 320, CHANNELS = 2, BLOCKS_PER_MODE = 25 };
+enum { CHANNELS = 2, FRAMES = 480, FRAMES_PER_MODE = 12800, MAX_LATENCY = 1024 };
 
-static const int32_t MODES[] = {SE_BF_MODE_MVDR, SE_BF_MODE_OMLSA, SE_BF_MODE_MEAN,
-                                SE_BF_MODE_MONO};
+static const int32_t MODES[] = {SE_BF_MODE_MVDR, SE_BF_MODE_MONO, SE_BF_MODE_OMLSA,
+                                SE_BF_MODE_MEAN};
 enum { MODE_COUNT = sizeof MODES / sizeof MODES[0] };
 
 static int fail(const char *what) {
@@ -24,38 +23,44 @@ static int fail(const char *what) {
   return EXIT_FAILURE;
 }
 
-static int enhance(se_bf_inst *inst, FILE *in, FILE *out) {
-  int16_t microphones[CHANNELS * BLOCK];
-  int16_t enhanced[BLOCK];
+static int enhance(se_bf_stream *stream, se_bf_stream_config *config, FILE *in, FILE *out) {
+  int16_t microphones[CHANNELS * FRAMES];
+  int16_t enhanced[MAX_LATENCY];
   size_t frames = 0;
-  size_t blocks = 0;
-  while ((frames = fread(microphones, CHANNELS * sizeof(int16_t), BLOCK, in)) > 0) {
-    memset(microphones + CHANNELS * frames, 0, CHANNELS * (BLOCK - frames) * sizeof(int16_t));
-    if (blocks % BLOCKS_PER_MODE == 0) {
-      se_bf_change_mode(inst, MODES[blocks / BLOCKS_PER_MODE % MODE_COUNT]);
+  size_t total = 0;
+  while ((frames = fread(microphones, CHANNELS * sizeof(int16_t), FRAMES, in)) > 0) {
+    const int32_t mode = MODES[total / FRAMES_PER_MODE % MODE_COUNT];
+    if (mode != config->mode) {
+      config->mode = mode;
+      se_bf_stream_change(stream, config);
     }
-    se_bf_do(inst, enhanced, microphones);
-    fwrite(enhanced, sizeof(int16_t), BLOCK, out);
-    ++blocks;
+    const size_t ready = se_bf_stream_push_s16(stream, microphones, frames, enhanced);
+    fwrite(enhanced, sizeof(int16_t), ready, out);
+    total += frames;
   }
+  const size_t rest = se_bf_stream_finish_s16(stream, enhanced);
+  fwrite(enhanced, sizeof(int16_t), rest, out);
   return !ferror(in) && fclose(out) == 0 ? EXIT_SUCCESS : fail("reading or writing failed");
 }
 
 int main(int argc, char **argv) {
-  const se_bf_create_param sizes = {CHANNELS, BLOCK, 0};
-  const se_bf_init_param scene = {SE_BF_MODE_MVDR, 0.0f, 0.0f};
   FILE *in = argc == 3 ? fopen(argv[1], "rb") : NULL;
   FILE *out = in == NULL ? NULL : fopen(argv[2], "wb");
   if (in == NULL || out == NULL) {
     return fail("usage: switch_modes IN OUT; IN must exist, and OUT be writable");
   }
-  se_bf_inst *inst = se_bf_create(&sizes);
-  if (inst == NULL) {
-    return fail("the library made no instance");
+  se_bf_stream_config config;
+  se_bf_stream_config_init(&config);
+  config.mode = SE_BF_MODE_MVDR;
+  const char *error = NULL;
+  se_bf_stream *stream = se_bf_stream_open(&config, &error);
+  if (stream == NULL) {
+    return fail(error);
   }
-  se_bf_init(inst, &scene);
-  const int status = enhance(inst, in, out);
-  se_bf_destroy(inst);
+  const int status = se_bf_stream_latency(stream) <= MAX_LATENCY
+                         ? enhance(stream, &config, in, out)
+                         : fail("the latency is longer than expected");
+  se_bf_stream_close(stream);
   fclose(in);
   return status;
 }

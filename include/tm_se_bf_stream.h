@@ -14,10 +14,10 @@
  * The 16-bit and the float functions may alternate on one stream.
  *
  * @par Samples
- * Floats have a full scale of 1; what lies beyond saturates, and NaN and infinities count as
- * silence (SE_BF_STREAM_NOT_FINITE tells of them). The enhancement itself works on 16 bits at
- * 16 kHz. At that rate nothing else changes a bit: a `plain` stream gives the samples of se_bf_do
- * (see tm_se_bf.h) with 320 samples a call.
+ * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
+ * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
+ * before, that louder floats saturate. At that rate nothing else changes a bit: a `plain` stream
+ * gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream. At 16 kHz it is 320 samples of the block plus the delay of the

@@ -13,6 +13,10 @@ constexpr float kUnit = 1.0f / kFullScale;
 constexpr float kLargestWord = 32767.0f;
 constexpr float kSmallestWord = -32768.0f;
 
+// Largest float that the filters get, 60 dB above full scale: no sound is changed, and no sum of
+// theirs overflows.
+constexpr float kLoudest = 1000.0f;
+
 // Added and taken away again it leaves a float of less than 2^22 rounded to the nearest integer,
 // half to even: the sum has no bits for a fraction.
 constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
@@ -40,8 +44,8 @@ SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float *x
 SE_BF_VECTOR_CLONES void limit_all(const float *x, int32_t count, float *limited) {
   for (int32_t i = 0; i < count; ++i) {
     const float finite = is_finite(x[i]) ? x[i] : 0.0f;
-    const float below = finite < 1.0f ? finite : 1.0f;
-    limited[i] = below > -1.0f ? below : -1.0f;
+    const float below = finite < kLoudest ? finite : kLoudest;
+    limited[i] = below > -kLoudest ? below : -kLoudest;
   }
 }
 

@@ -10,7 +10,8 @@ void words_from_floats(const float *x, int32_t count, int16_t *words);
 // Exact.
 void floats_from_words(const int16_t *words, int32_t count, float *x);
 
-// Limits to full scale; what is not finite gives 0. `limited` may be `x`.
+// Limits to 60 dB above full scale, for the filters; what is not finite gives 0. `limited` may be
+// `x`.
 void limit_floats(const float *x, int32_t count, float *limited);
 
 // Number of samples that are not finite; `first` is set to the index of the first one, if any.

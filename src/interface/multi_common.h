@@ -25,7 +25,7 @@ void power_above_noise(float *power, const float *noise, int32_t bins);
 void mul_amp_real_gain(float *spectrum, const float *gain, int32_t count, int32_t n);
 
 // Filter-and-sum beamformer y = w^H x per bin (Van Veen and Buckley, "Beamforming: a versatile
-// approach to spatial filtering", 1988). spectrum: [C][N] packed spectra; weights: [N/2 + 1][C].
+// approach to spatial filtering", 1988). spectrum: [C][N/2] packed spectra; weights: [N/2 + 1][C].
 // The result replaces channel 0. DC becomes 0. The Nyquist slot deliberately keeps the value of
 // channel 0, neither filtered nor cleared. The weights of DC and Nyquist have no effect.
 void mul_bf_gain(se_complex *spectrum, const se_complex *weights, int32_t C, int16_t N);

@@ -1,99 +1,161 @@
 #!/usr/bin/env bash
-# The plug-ins in the programs that users have, without sound hardware, against the program se_bf.
-# hosts_test.sh CASE PLUGIN-DIRECTORY SE_BF: a test_ function; 77 when a program that it needs is missing.
-plugins=$2 tool=$3
+# The plug-ins in the programs that users have, without sound hardware, against the stream library.
+# hosts_test.sh CASE PLUGIN-DIRECTORY PLUGIN_REFERENCE RECORD_AGAIN: a test_ function; 77 when a program that
+# it needs is missing.
+plugins=$2 tool=$3 record_again=$4
 source "$(dirname "$0")/../scratch.sh"
 export LADSPA_PATH=$plugins GST_REGISTRY=$work/registry
 
 compare="$python $top/tests/plugins/compare.py reference.raw"
-readonly LATENCY=512 FRAMES=32000 DISTANCE=0.06 DOA=30
+readonly FRAMES=32000 DISTANCE=0.06 DOA=30
 cp "$recording" in.raw
-$python "$top/recordings/raw_to_wav.py" in.raw in.wav
 
 need() {
   type -P "$@" >/dev/null || { echo "skipped: this takes $* (scripts/packages.sh plugin-test)"; exit 77; }
 }
 
+# make_wav RATE: in.wav is the recording, as fast as the rate makes it.
+make_wav() {
+  sox -t raw -r "$1" -e signed -b 16 -c 2 "$recording" in.wav
+}
+
+# reference RATE [MODE [DISTANCE DOA [PLAIN]]]: reference.raw is what a stream makes of in.raw.
 reference() {
-  "$tool" enhance - - --raw-channels 2 --quiet "$@" <in.raw >reference.raw
+  latency=$("$tool" "$1" "${2-2}" "${3-$DISTANCE}" "${4-$DOA}" "${5-0}" 2>&1 <in.raw >reference.raw)
 }
 
 # same_bits COUNT: got.raw holds COUNT samples of the reference after the latency.
 same_bits() {
-  [[ $(stat -c %s got.raw) == $((2 * (LATENCY + $1))) ]]
+  [[ $(stat -c %s got.raw) == $((2 * (latency + $1))) ]]
   cmp -n 640 got.raw /dev/zero
-  cmp -i $((2 * LATENCY)):0 -n $((2 * $1)) got.raw reference.raw
+  cmp -i $((2 * latency)):0 -n $((2 * $1)) got.raw reference.raw
+}
+
+# near GOT: raw samples that differ from the reference by 1 at most, the way programs round floats.
+near() {
+  paste <(od -An -v -w2 -td2 "$1") <(od -An -v -w2 -td2 reference.raw) | awk '
+    NF != 2 || ($1 - $2) ^ 2 > 1 { print "sample " NR ": got and expected", $0; bad = 1; exit }
+    END { exit bad || NR == 0 }'
+}
+
+# One file is enough: what it carries does not meet what the host has loaded.
+test_alone() {
+  need nm readelf
+  local file=$plugins/tm_se_bf.so
+  diff <(nm -D --defined-only "$file" | cut -d' ' -f3) <(echo ladspa_descriptor)
+  diff <(readelf -d "$file" | grep -oP 'NEEDED.*\[\Klib[^]]*' | sort) <(printf '%s\n' libc.so.6 libm.so.6)
 }
 
 test_ladspa-sdk() {
-  need applyplugin analyseplugin
+  need applyplugin analyseplugin sox
   analyseplugin tm_se_bf.so tm_se_bf >ports
   grep '"Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono)" input, control, 0 to 3, default 2' ports
   grep '"Direction (degrees)" input, control, -200 to 180, default -200' ports
-  reference --mic-distance $DISTANCE --doa $DOA
+  make_wav 16000
+  reference 16000
   applyplugin in.wav got.wav tm_se_bf.so tm_se_bf 2 $DISTANCE $DOA
   tail -c +45 got.wav >got.raw
-  same_bits $((FRAMES - LATENCY))
+  same_bits $((FRAMES - latency))
 }
 
-# The lines of the plug-ins' page lose no sample and add none.
+# table_row NAME: the figures of that row of the plug-ins' page.
+table_row() {
+  sed -n "s/^| $1 |//p" "$top/docs/plugins.md" | tr -d '|'
+}
+
+# The page tells the latencies, and its lines lose no sample and add none.
 test_documented() {
   need ffmpeg sox gst-launch-1.0
-  reference --mic-distance 0.06 --doa 30
-  local start line
+  make_wav 48000
+  local rate start line
+  for rate in $(table_row 'rate (Hz)'); do
+    reference "$rate"
+    echo "$latency"
+  done >latencies
+  diff latencies <(table_row 'latency (samples)' | xargs -n 1)
+  reference 48000
   for start in ffmpeg gst-launch-1.0 LADSPA_PATH=; do
     line=$(grep "^$start" "$top/docs/plugins.md")
     rm -f out.wav
     eval "${line/LADSPA_PATH=\/usr\/lib\/ladspa/}" </dev/null
     sox -D out.wav -t raw got.raw
-    cmp got.raw reference.raw
+    near got.raw
   done
 }
 
-# use_alsa CONFIGURATION: besides it, there is a PCM `recording` that plays in.raw, then silence.
+test_two-filters() {
+  need ffmpeg sox
+  make_wav 48000
+  reference 48000
+  local filter="ladspa=file=tm_se_bf:plugin=tm_se_bf:controls" ends
+  ends=atrim=start_sample=$latency
+  ffmpeg -i in.wav -filter_complex "apad=pad_len=$latency,asplit[a][b];[a]$filter=c0=2|c1=$DISTANCE|c2=$DOA,${ends}[c]
+    ;[b]$filter=c0=1,${ends}[d]" -map '[c]' -f s16le one.raw -map '[d]' -f s16le other.raw </dev/null
+  near one.raw
+  reference 48000 1 0 0
+  near other.raw
+}
+
+# use_alsa CONFIGURATION [RATE]: besides it, there are PCMs that play played.raw, then silence: `player` in
+# whatever format, `recording` in words at 16 kHz or RATE.
 use_alsa() {
   need arecord aplay
   cat >test.conf <<END
 pcm_type.tm_se_bf { lib "$plugins/libasound_module_pcm_tm_se_bf.so" }
 pcm.player { type file slave.pcm null file /dev/null infile "$work/played.raw" format raw }
-pcm.recording { type plug slave { pcm player format S16_LE channels 2 rate 16000 } }
-pcm.bare { type tm_se_bf slave.pcm recording mic_distance $DISTANCE doa $DOA }
+pcm.recording { type plug slave { pcm player format S16_LE channels 2 rate ${2-16000} } }
+pcm.bare { type tm_se_bf slave.pcm player mic_distance $DISTANCE doa $DOA }
 END
   export ALSA_CONFIG_PATH=/usr/share/alsa/alsa.conf:$top/plugins/alsa/$1:$work/test.conf
 }
 
 # record PCM RATE FRAMES OPTION... FILE
-# ALSA's file plug-in hands out whole buffers, which memory mapping takes at once.
+# ALSA's file plug-in hands out whole buffers, which memory mapping takes at once, and whole periods to a
+# plug that converts the rate.
 record() {
-  { cat in.raw; head -c 40000 /dev/zero; } >played.raw
-  arecord -q -M -D "$1" -r "$2" --period-size=$(($2 / 20)) --buffer-size=$((5 * $2 / 2)) \
+  [[ -f played.raw ]] || { cat in.raw; head -c 400000 /dev/zero; } >played.raw
+  arecord -q -M -D "$1" -r "$2" --period-size=$((5 * $2 / 2)) --buffer-size=$((5 * $2)) \
     --samples="$3" "${@:4}"
+  rm played.raw
 }
 
-# same_bits_from PCM REFERENCE_OPTION...
+# same_bits_from PCM RATE REFERENCE_OPTION...
 same_bits_from() {
-  reference --mic-distance $DISTANCE --doa $DOA "${@:2}"
-  record "$1" 16000 $((LATENCY + FRAMES)) -t raw -f S16_LE got.raw
+  reference "${@:2}"
+  record "$1" "$2" $((latency + FRAMES)) -t raw -f S16_LE got.raw
   same_bits $FRAMES
 }
 
 test_alsa() {
   use_alsa asound.conf
-  local pcm="tm_se_bf:SLAVE=recording,DISTANCE=$DISTANCE,DOA=$DOA" mode
-  for mode in mvdr omlsa mean mono; do
-    same_bits_from "$pcm,MODE=$mode" --mode $mode
+  local pcm="tm_se_bf:SLAVE=recording,DISTANCE=$DISTANCE,DOA=$DOA" modes=(mean omlsa mvdr mono) mode
+  for mode in 0 1 2 3; do
+    same_bits_from "$pcm,MODE=${modes[mode]}" 16000 $mode
   done
-  # Beginning in digital silence, which ends the beamforming of the bare library.
+  # Beginning in digital silence, which ends the beamforming of a stream without shield.
   { head -c 12800 /dev/zero; cat "$recording"; } >in.raw
-  same_bits_from "$pcm"
-  same_bits_from bare --plain
+  same_bits_from "$pcm" 16000
+  # Without conversion around it, at the rate of the recording, words and floats.
+  same_bits_from bare 16000 2 $DISTANCE $DOA 1
+  cat "$recording" "$recording" >played.raw
+  "$record_again" bare "$latency"
+  rm played.raw
+  same_bits_from bare 48000 2 $DISTANCE $DOA 1
+  need sox
+  sox -D -t raw -r 48000 -e signed -b 16 -c 2 in.raw -t raw -e float -b 32 played.raw pad 0 4000s
+  record bare 48000 $((latency + FRAMES)) -t raw -f FLOAT_LE floats.raw
+  sox -D -t raw -r 48000 -e float -b 32 -c 1 floats.raw -t raw -e signed -b 16 got.raw trim ${latency}s
+  truncate -s $((2 * FRAMES)) reference.raw
+  near got.raw
+  use_alsa asound.conf 48000
+  same_bits_from "$pcm" 48000
   use_alsa asound-ladspa.conf
-  same_bits_from "tm_se_bf_ladspa:SLAVE=recording,PATH=\"$plugins\",DISTANCE=$DISTANCE,DOA=$DOA"
+  same_bits_from "tm_se_bf_ladspa:SLAVE=recording,PATH=\"$plugins\",DISTANCE=$DISTANCE,DOA=$DOA" 16000
 }
 
 test_alsa-conversion() {
   use_alsa asound.conf
-  reference --mode mean
+  reference 16000 0 0 0
   local rate format
   while read -r rate format; do
     record tm_se_bf:SLAVE=recording,MODE=mean "$rate" $((2 * rate)) -f $format got.wav
@@ -118,7 +180,7 @@ slave must be given|arecord|mode mvdr
 doa (DOA) must be given with mic_distance|arecord|slave.pcm recording mic_distance 0.1
 doa must be from -180 to 180|arecord|slave.pcm recording mic_distance 0.1 doa -190
 enhances recordings only|aplay|slave.pcm recording
-runs at 16000 Hz|arecord -r 48000 -f S16_LE|slave.pcm null
+at 7000 Hz: config.rate must be 8000 to 192000|arecord -r 7000 -f S16_LE|slave.pcm null
 END
 }
 

@@ -164,4 +164,31 @@ TEST(StreamPath, OtherRatesKeepTheirTime) {
   EXPECT_GT(snr, kLeastSnrDb);
 }
 
+// Two tones that add up to more than full scale, one of them above the band of the core: nothing
+// before the core's own 16 bits may clip them.
+TEST(StreamPath, LouderThanFullScaleIsNotClippedBeforeTheCore) {
+  constexpr int32_t kRate = TM_SE_BF_STREAM_OTHER_RATE;
+  if (kRate < 2 * 12000) {
+    GTEST_SKIP() << "needs a rate with a band above 12 kHz";
+  }
+  constexpr size_t kFrames = kRate / 2;
+  constexpr double kLeastSnrDb = 60.0;
+  std::vector<float> in(kFrames);
+  for (size_t n = 0; n < kFrames; ++n) {
+    const double turn = 2.0 * kPi * static_cast<double>(n) / kRate;
+    in[n] = static_cast<float>(0.9 * std::sin(1000.0 * turn) + 0.9 * std::sin(11000.0 * turn));
+  }
+  se_bf_stream_config config = make_config(1, SE_BF_MODE_MONO, 0, false, nullptr);
+  config.rate = kRate;
+  se_bf_stream *stream = open_stream(config);
+  const size_t latency = static_cast<size_t>(se_bf_stream_latency(stream));
+  std::vector<float> out(kFrames);
+  se_bf_stream_process_f32(stream, in.data(), kFrames, out.data());
+  const size_t edge = kRate / 20;
+  const double snr =
+      snr_db(part(in, edge, kFrames - latency - edge), part(out, edge + latency, kFrames - edge));
+  EXPECT_GT(snr, kLeastSnrDb);
+  se_bf_stream_close(stream);
+}
+
 }  // namespace

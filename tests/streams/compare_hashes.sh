@@ -4,5 +4,5 @@ set -eu
 list=$1
 shift
 got=$("$@")
-echo "$got" | grep '^hash ' | diff "$list" -
+echo "$got" | grep '^hash ' | diff -U0 --label expected --label got "$list" -
 echo "$(wc -l <"$list") streams compared, 0 differences"
