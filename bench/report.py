@@ -37,7 +37,7 @@ TIMES = "ratio of times"
 # inverse transform of the library over those of another library. silence: digital silence after speech
 # over speech. denormals: operations on denormals in that silence. system: heap calls, system calls and
 # page faults after the first call. stream: the stream library, baseline build; cost: all of a
-# stream, by rate and mode. rates: stereo down from 48 kHz and mono back up.
+# stream, by rate and mode; share: that over the core alone. rates: stereo down from 48 kHz and mono back up.
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
@@ -75,6 +75,7 @@ MEASURED = [
     *[(f"stream.memory.{rate}", "bytes", "stream_use") for rate in STREAM_RATES],
     *[(f"stream.cost.{rate}.{mode}", PER_SECOND, "callgrind")
       for rate in COST_RATES for mode in STREAM_MODES],
+    *[(f"stream.share.avx2.{mode}", COUNTS, "callgrind") for mode in STREAM_MODES],
     ("rates.path", PER_SECOND, "callgrind"),
     ("rates.libsamplerate", PER_SECOND, "callgrind"),
     ("webrtc.suppression", PER_FRAME, "callgrind"),
@@ -189,17 +190,28 @@ def count_webrtc(tree):
             "webrtc.beamformer": per_audio_of_a_frame("beamformer") - caller}
 
 
-def count_streams(tree):
-    """All that a stream does, by rate and mode."""
-    library, driver = tree.builds / "baseline", tree.builds / "stream_use"
-    build_stream_use(library, driver)
+def stream_cost(library, driver, mode, rate):
+    """Instructions per second of all that a stream does."""
+    short, long = (collected(os.devnull, library, driver, mode, seconds, rate,
+                             options=("--toggle-collect=se_bf_stream_process_s16",))
+                   for seconds in (COUNT_S, 2 * COUNT_S))
+    return (long - short) // COUNT_S
 
-    def collect(*words):
-        return collected(os.devnull, library, driver, *words,
-                         options=("--toggle-collect=se_bf_stream_process_s16",))
-    return {f"stream.cost.{rate}.{mode}": (collect(mode, 2 * COUNT_S, rate) -
-                                           collect(mode, COUNT_S, rate)) // COUNT_S
-            for rate in COST_RATES for mode in STREAM_MODES}
+
+def count_streams(tree):
+    """By rate and mode; and at 16 kHz over the core alone, hop 320."""
+    driver = tree.builds / "stream_use"
+    baseline, avx2 = (tree.builds / name for name in ("baseline", "avx2"))
+    build_stream_use(baseline, driver)
+    figures = {f"stream.cost.{rate}.{mode}": stream_cost(baseline, driver, mode, rate)
+               for rate in COST_RATES for mode in STREAM_MODES}
+    if has_avx2():
+        build_stream_use(avx2, driver)
+        for mode in STREAM_MODES:
+            core = per_frame(avx2, tree.drivers / "run_stream", mode, 320) * RATE_HZ // 320
+            over = stream_cost(avx2, driver, mode, RATE_HZ) / core
+            figures[f"stream.share.avx2.{mode}"] = f"{over:.3f}"
+    return figures
 
 
 def count_rates(tree):
