@@ -2,8 +2,8 @@
 """Measures what the library costs and prints it as a table in Markdown, beside the goals.
 
 Needs valgrind and a C++ compiler. Used where installed, named where missing: libbenchmark-dev,
-libfftw3-dev, libkissfft-dev, libwebrtc-audio-processing-dev; for aarch64 the cross compiler and
-qemu-user. Takes some minutes.
+libfftw3-dev, libkissfft-dev, libsamplerate0-dev, libwebrtc-audio-processing-dev; for aarch64 the
+cross compiler and qemu-user. Takes some minutes.
 """
 import argparse
 import collections
@@ -20,9 +20,14 @@ from measure import (BENCH, COUNT_S, FIGURES, HOP, MODES, RATE_HZ, TOP, Failed, 
                      build_library, collected, compiler, frames, has_avx2, per_frame, run)
 
 HOPS = (160, 192, 320)
+STREAM_RATES = (8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 159999, 176400,
+                192000)
+COST_RATES = (16000, 48000)
+STREAM_MODES = (6001, 6002)
 ARM = "aarch64-linux-gnu"
 TRANSFORMS = "spx_i?fft(?:_windowed)?"  # the functions that transform a frame, forward and back
 PER_FRAME = "instructions per frame"
+PER_SECOND = "instructions per second"
 COUNTS = "ratio of instructions"
 TIMES = "ratio of times"
 
@@ -31,7 +36,8 @@ TIMES = "ratio of times"
 # instructions over those of the transforms. worst: worst call over median call. pair: a forward and an
 # inverse transform of the library over those of another library. silence: digital silence after speech
 # over speech. denormals: operations on denormals in that silence. system: heap calls, system calls and
-# page faults after the first call.
+# page faults after the first call. stream: the stream library, baseline build; cost: all of a
+# stream, by rate and mode; share: that over the core alone. rates: stereo down from 48 kHz and mono back up.
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
@@ -65,6 +71,13 @@ MEASURED = [
       for hop in HOPS for channels in (1, 2)],
     ("stack.stream", "bytes", "memory_use"),
     ("stack.self_test", "bytes", "memory_use"),
+    *[(f"stream.latency.{rate}", "samples", "stream_use") for rate in STREAM_RATES],
+    *[(f"stream.memory.{rate}", "bytes", "stream_use") for rate in STREAM_RATES],
+    *[(f"stream.cost.{rate}.{mode}", PER_SECOND, "callgrind")
+      for rate in COST_RATES for mode in STREAM_MODES],
+    *[(f"stream.share.avx2.{mode}", COUNTS, "callgrind") for mode in STREAM_MODES],
+    ("rates.path", PER_SECOND, "callgrind"),
+    ("rates.libsamplerate", PER_SECOND, "callgrind"),
     ("webrtc.suppression", PER_FRAME, "callgrind"),
     ("webrtc.beamformer", PER_FRAME, "callgrind"),
 ]
@@ -177,6 +190,47 @@ def count_webrtc(tree):
             "webrtc.beamformer": per_audio_of_a_frame("beamformer") - caller}
 
 
+def stream_cost(library, driver, mode, rate):
+    """Instructions per second of all that a stream does."""
+    short, long = (collected(os.devnull, library, driver, mode, seconds, rate,
+                             options=("--toggle-collect=se_bf_stream_process_s16",))
+                   for seconds in (COUNT_S, 2 * COUNT_S))
+    return (long - short) // COUNT_S
+
+
+def count_streams(tree):
+    """By rate and mode; and at 16 kHz over the core alone, hop 320."""
+    driver = tree.builds / "stream_use"
+    baseline, avx2 = (tree.builds / name for name in ("baseline", "avx2"))
+    build_stream_use(baseline, driver)
+    figures = {f"stream.cost.{rate}.{mode}": stream_cost(baseline, driver, mode, rate)
+               for rate in COST_RATES for mode in STREAM_MODES}
+    if has_avx2():
+        build_stream_use(avx2, driver)
+        for mode in STREAM_MODES:
+            core = per_frame(avx2, tree.drivers / "run_stream", mode, 320) * RATE_HZ // 320
+            over = stream_cost(avx2, driver, mode, RATE_HZ) / core
+            figures[f"stream.share.avx2.{mode}"] = f"{over:.3f}"
+    return figures
+
+
+def count_rates(tree):
+    """The conversion alone, less its preparation."""
+    driver = tree.builds / "rate_cost"
+    flags = run("pkg-config", "--cflags", "--libs", "samplerate").stdout.split()
+    sources = [tree.source / f"stream/{name}.cpp"
+               for name in ("rate_filter", "rate_converter", "upper_band", "rate_path")]
+    run("c++", "-std=c++17", "-O2", "-ftree-vectorize", "-ffp-contract=off", "-fno-math-errno",
+        "-fno-trapping-math", f"-I{tree.source}/stream", BENCH / "rate_cost.cpp", *sources, *flags,
+        "-o", driver)
+
+    def per_second(what):
+        whole, opening = (collected(os.devnull, "", driver, what, 48000, *more, options=())
+                          for more in ((), ("x",)))
+        return (whole - opening) // 4
+    return {f"rates.{what}": per_second(what) for what in ("path", "libsamplerate")}
+
+
 # Times, and what must not happen.
 
 def measure_silence(tree):
@@ -276,6 +330,20 @@ def measure_sizes(tree):
     }
 
 
+def build_stream_use(library, output):
+    run("cmake", "--build", library, "--target", "tm_se_bf_stream")
+    run("c++", "-std=c++17", "-O2", "-fno-builtin", f"-I{TOP}/include", BENCH / "stream_use.cpp",
+        "-o", output, f"-L{library}", "-ltm_se_bf_stream")
+
+
+def measure_streams(tree):
+    """Latency and memory by rate."""
+    library, program = tree.builds / "baseline", tree.builds / "stream_use"
+    build_stream_use(library, program)
+    said = run(program, LD_LIBRARY_PATH=library).stderr
+    return dict(re.findall(r"^(stream\.\S+) (\d+)$", said, re.MULTILINE))
+
+
 def measure_memory(tree):
     """The pool by configuration, and the stack."""
     program = tree.builds / "memory_use"
@@ -298,7 +366,8 @@ def measure(tree, once):
     parts += [(part,) for part in (count_arm, measure_silence, count_denormals, count_system,
                                    measure_sizes, measure_memory, time_transforms)]
     if once:
-        parts += [(count_growth,), (count_webrtc,)]
+        parts += [(part,) for part in (count_growth, count_streams, count_rates, measure_streams,
+                                       count_webrtc)]
     figures = {}
     for part, *words in parts:
         note(" ".join(map(str, [part.__name__, *words])))

@@ -16,8 +16,9 @@ install(EXPORT tm_se_bf-targets NAMESPACE tm_se_bf:: DESTINATION ${config_dir})
 install(EXPORT tm_se_bf_stream-targets NAMESPACE tm_se_bf:: DESTINATION ${config_dir})
 configure_package_config_file(cmake/tm_se_bf-config.cmake.in ${generated}/tm_se_bf-config.cmake
                               INSTALL_DESTINATION ${config_dir})
+# A release has the targets of all before it: find_package(tm_se_bf 1.3) is served by 2.0.0.
 write_basic_package_version_file(${generated}/tm_se_bf-config-version.cmake
-                                 COMPATIBILITY SameMajorVersion)
+                                 COMPATIBILITY AnyNewerVersion)
 install(FILES ${generated}/tm_se_bf-config.cmake ${generated}/tm_se_bf-config-version.cmake
         DESTINATION ${config_dir})
 

@@ -18,7 +18,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 [[ $architecture == "$native" ]] || directory+=/$architecture
 work=$(mktemp -d "${TMPDIR:-/tmp}/se_bf_packages.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-source=tm-se-bf-1.3.5
+source=tm-se-bf-2.0.0
 
 # scripts/packages.sh has installed the dependencies.
 build_here() {
@@ -40,7 +40,7 @@ build_in_root() {
 }
 
 mkdir -p "$work/build/$source" "$work/made" "$directory/debug"
-tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src tools |
+tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src stream tools |
   tar -x -C "$work/build/$source"
 mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
 log=$directory/build-$architecture.log

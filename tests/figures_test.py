@@ -11,6 +11,7 @@ import sys
 TOP = pathlib.Path(__file__).resolve().parents[1]
 MODES = (6000, 6001, 6002)
 HOPS = (160, 192, 320)
+STREAM_RATES = (8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000, 176400, 192000)
 
 # Figures of this form must be in the list, except in the section on what was tried: its figures are of
 # code that is gone.
@@ -31,6 +32,13 @@ def pool_kb(hop, channels):
 
 def of_modes(prefix):
     return [f"{prefix}.{mode}" for mode in MODES]
+
+
+def stream_rate(rate):
+    """Latency in samples and ms, what the filters add to the 32 ms at 16 kHz, and memory."""
+    latency = f"stream.latency.{rate}"
+    return [latency, f"{latency} / {rate} * 1000", f"{latency} / {rate} * 1000 - 32",
+            f"stream.memory.{rate} / 1000"]
 
 
 def growth(hop):
@@ -62,6 +70,10 @@ QUOTES = [
      "# kB where it prints a message or runs the self-test",
      ["static / 1000", "static.pool / 1000", "static.self_test / 1000", "stack.stream / 1000",
       "stack.self_test / 1000"]),
+    ("README.md", "# ms at 16 kHz, # ms at 48 kHz. A stream takes # kB of memory at 16 kHz and # kB at",
+     [*[f"stream.latency.{rate} / {rate} * 1000" for rate in (16000, 48000)],
+      *[f"stream.memory.{rate} / 1000" for rate in (16000, 48000)]]),
+    ("include/tm_se_bf_stream.h", "allocates everything, # KiB at", ["stream.memory.16000 / 1024"]),
     ("include/tm_se_bf.h", "The pool holds # bytes", ["static.pool"]),
     ("docs/algorithm.md", "needs # kB of memory instead of # kB",
      [pool_kb(320, 2), pool_kb(192, 2)]),
@@ -70,7 +82,7 @@ QUOTES = [
       for hop in HOPS],
     ("docs/algorithm.md", "adds # kB of buffers and, in the file, # kB of recording and reference",
      ["static.self_test / 1000", "constants.self_test / 1000"]),
-    ("docs/architecture.md", "one static array of # bytes", ["static.pool"]),
+    ("docs/architecture.md", "in one array of # bytes", ["static.pool"]),
     *[("docs/architecture.md", f"| {hop} | # | # |", [pool(hop, 1), pool(hop, 2)]) for hop in HOPS],
     ("docs/verification.md", "pool position, every hour | # | # |", [pool(192, 1), pool(192, 2)]),
     *[("docs/performance.md", f"frame, {label}, mode 6000 | # | ... 6001 | # | ... 6002 | # |",
@@ -102,6 +114,22 @@ QUOTES = [
     *[("docs/performance.md", f"| {hop} | 1 | | # |", [f"growth.6001.hop{hop}.channels1"])
       for hop in HOPS],
     *[("docs/performance.md", f"| {hop} | 2 | # | # | # |", growth(hop)) for hop in HOPS],
+    *[("docs/performance.md", f"| {rate} | # | # | # | # kB |", stream_rate(rate))
+      for rate in STREAM_RATES],
+    ("docs/performance.md", "The # MB at 159999 Hz", ["stream.memory.159999 / 1000000"]),
+    ("docs/performance.md", "the core alone, hop 320 | # | # |",
+     [f"{figure} * 50 / 1000000" for figure in growth(320)[1:]]),
+    *[("docs/performance.md", f"a stream at {rate // 1000} kHz | # | # |",
+       [f"stream.cost.{rate}.{mode} / 1000000" for mode in MODES[1:]]) for rate in (16000, 48000)],
+    ("docs/performance.md", "a stream takes # % more than the core in mode 6001, # % more in 6002 (with "
+     "AVX2, where the core takes less than half, # % and # %)",
+     [f"(stream.cost.16000.{mode} / growth.{mode}.hop320.channels2 / 50 - 1) * 100"
+      for mode in MODES[1:]] + [f"(stream.share.avx2.{mode} - 1) * 100" for mode in MODES[1:]]),
+    ("docs/performance.md", "band above 8 kHz, takes # million instructions; the same with "
+     "libsamplerate's converter of medium quality, without that band, takes # million. # million "
+     "instructions a second are # % of a core",
+     ["rates.path / 1000000", "rates.libsamplerate / 1000000", "stream.cost.48000.6001 / 1000000",
+      "stream.cost.48000.6001 / 1000000000 * 100"]),
     ("docs/performance.md", "forward and an inverse take # instructions", ["transforms.avx2.6000"]),
     ("docs/performance.md", "# operations a frame at most", [("denormals.6002", 100)]),
 ]
@@ -141,7 +169,7 @@ def parts_add_up(page, figures):
 
 def main():
     figures = read_figures()
-    paths = [TOP / "README.md", TOP / "include/tm_se_bf.h", *sorted((TOP / "docs").glob("*.md"))]
+    paths = [TOP / "README.md", *sorted((TOP / "include").glob("*.h")), *sorted((TOP / "docs").glob("*.md"))]
     pages = {str(path.relative_to(TOP)): path.read_text() for path in paths}
     complaints = parts_add_up(pages["docs/performance.md"], figures)
     found = {name: set() for name in pages}

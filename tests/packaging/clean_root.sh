@@ -12,6 +12,10 @@ readme() {
   rm -f speech.wav
   eval "$(sed -e :a -e '/\\$/N; s/\\\n *//; ta' README.md | grep -- "^$1")" </dev/null
 }
+# listing N: prints the Nth program in C of README.md.
+listing() {
+  awk -v wanted="$1" '/^```c$/ { on = ++found == wanted; next } /^```$/ { on = 0 } on' README.md
+}
 # same [OPTION...]: speech.wav is what se_bf makes of the recording; the options are for cmp.
 same() {
   sox -D speech.wav -t raw speech.raw
@@ -86,10 +90,23 @@ wait_for '! kill -0 $(<recorder)'
 program/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.9 1
 kill $(jobs -pr) && wait
 
-sed -n '/^```c$/,/^```$/{//!p}' README.md >host.c
-readme 'cc host.c'
 cp noisy.wav demo-output/longer-noisy.wav
-readme 'sox demo-output' >/dev/null
+listing 1 >application.c
+readme 'cc application.c'
+readme 'sox .*application'
+sox -t raw -r 48000 -e signed -b 16 -c 1 speech.raw speech.wav
+se_bf enhance --quiet --mode omlsa noisy.wav - >reference.raw
+program/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.99 0.5 0 32000
+read -ra flags <<<"$(pkg-config --cflags --libs tm_se_bf_stream)"
+cc -std=c99 -Wall -Wextra -pedantic -Werror application.c "${flags[@]}" -o application
+printf '%s\n' '#include <stdio.h>' '#include <tm_se_bf_stream.h>' \
+  'int main(void) { return puts(se_bf_stream_version()) < 0; }' >version.c
+cc version.c "${flags[@]}" -o version
+diff <(./version; ./version) <(pkg-config --modversion tm_se_bf_stream
+  dpkg-query -W -f '${Version}\n' libtm-se-bf-stream1)
+listing 2 >host.c
+readme 'cc host.c'
+readme 'sox .*host' >/dev/null
 se_bf enhance --quiet --plain --mic-distance 0.06 --doa 90 noisy.wav - >reference.raw
 cmp -n 60000 -i 384:0 speech.raw reference.raw
 

@@ -15,14 +15,14 @@ fi
 cp -r "$top/examples" examples
 cmake -S examples -B found -G "${2:-Ninja}" -DCMAKE_C_FLAGS=-Werror >>log
 cmake --build found >>log
-configure() {  # MODULE EXAMPLE
+configure() {  # MODULE VERSION EXAMPLE
   local flags
-  read -ra flags <<<"$(pkg-config $static --cflags --libs "$1 = 1.3.5")"
-  "${CC:-cc}" -std=c99 -Wall -Wextra -pedantic -Werror "examples/$2.c" "${flags[@]}" -o "configured/$2"
+  read -ra flags <<<"$(pkg-config $static --cflags --libs "$1 = $2")"
+  "${CC:-cc}" -std=c99 -Wall -Wextra -pedantic -Werror "examples/$3.c" "${flags[@]}" -o "configured/$3"
 }
 mkdir configured
-configure tm_se_bf minimal
-configure tm_se_bf_stream any_block_size
+configure tm_se_bf 1.3.5 minimal
+configure tm_se_bf_stream 2.0.0 any_block_size
 
 for minimal in {configured,found}/minimal; do
   $minimal "$recording" minimal.s16 >/dev/null
