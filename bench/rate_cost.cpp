@@ -1,6 +1,7 @@
 // Instructions of the rate path alone, for callgrind: `rate_cost path|libsamplerate RATE` takes
 // four seconds of stereo at RATE Hz down to 16 kHz, and one channel of it back up. The conversion
-// by libsamplerate is that of the program se_bf. A third argument stops after the opening.
+// by libsamplerate is that of the program se_bf before version 2. A third argument stops after the
+// opening.
 #include <samplerate.h>
 #include <stdio.h>
 #include <stdlib.h>

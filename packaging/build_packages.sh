@@ -40,7 +40,7 @@ build_in_root() {
 }
 
 mkdir -p "$work/build/$source" "$work/made" "$directory/debug"
-tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src stream tools |
+tar -c CMakeLists.txt LICENSE cmake docs examples include packaging plugins program recordings src stream |
   tar -x -C "$work/build/$source"
 mv "$work/build/$source/packaging/debian" "$work/build/$source/debian"
 log=$directory/build-$architecture.log

@@ -16,7 +16,7 @@
 #include "process.h"
 #include "report.h"
 #include "sound_format.h"
-#include "tm_se_bf.h"
+#include "tm_se_bf_stream.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ std::string check_name(const std::string &text, bool known, const std::string &n
 }
 
 std::string version_text() {
-  return std::string("se_bf ") + se_bf_get_version();
+  return std::string("se_bf ") + se_bf_stream_version() + " (core " + se_bf_get_version() + ")";
 }
 
 void declare_places(CLI::App *command, enhance_options *options, batch_options *batch) {

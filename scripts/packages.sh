@@ -18,8 +18,7 @@ pipewire-bin sox wireplumber"
   [cross]="g++-aarch64-linux-gnu g++-arm-linux-gnueabihf qemu-user googletest"
   [cross-s390x]="g++-s390x-linux-gnu qemu-user googletest"
   [abi]="abigail-tools"
-  [bench]="libbenchmark-dev libfftw3-dev libkissfft-dev libsamplerate0-dev \
-libwebrtc-audio-processing-dev python3 valgrind"
+  [bench]="libbenchmark-dev libfftw3-dev libkissfft-dev libsamplerate0-dev libwebrtc-audio-processing-dev python3 valgrind"
   [docs]="doxygen"
   [coverage]="gcovr"
 )

@@ -154,6 +154,18 @@ class Plot(program.ProgramCase):
             (scripts / "python.sh").chmod(0o755)
             self.fails(text, "in.wav", env={**self.env, "SE_BF_PLOT_DIR": str(scripts)})
 
+    def test_both_sounds_have_the_rate_of_the_file(self):
+        program.write_wav("48.wav", np.full(9601, 99, "<i2"), 48000)
+        pathlib.Path("python.sh").write_text(r"""#!/bin/sh
+for word; do case $word in
+  --raw-rate*) told=$word;;
+  /dev/fd/*) told="$told $(stat -Lc %s "$word") $(tail -c 4000 "$word" | od -An -td2 -N2)";;
+esac; done
+echo $told; exit 1""")
+        os.chmod("python.sh", 0o755)
+        self.fails("not drawn: --raw-rate=48000 19202 99 19202 99", "48.wav", "--mode", "mono",
+                   env={**self.env, "SE_BF_PLOT_DIR": str(self.work)})
+
     def test_progress_and_signals(self):
         """On a terminal each step shows; a signal ends the program, and nothing is left."""
         write_long("long.wav")
