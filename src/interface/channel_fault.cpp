@@ -71,7 +71,7 @@ channel_sums absolute_sums(const int16_t *in, int32_t n) {
 }
 
 // Copies the good channel over the dead one.
-SE_BF_VECTOR_CLONES void copy_channel(int16_t *in, int32_t good, int32_t n) {
+SE_BF_RARELY_RUN void copy_channel(int16_t *in, int32_t good, int32_t n) {
   for (int32_t i = 0; i < n; ++i) {
     const pcm_pair pair = pcm_pair_at(in, i);
     pcm_pair_fill(in, i, good == 0 ? pair.first : pair.second);

@@ -48,7 +48,7 @@ SE_BF_RARELY_RUN void resetCircularMat(circular_mat *mat, const float *vec) {
   }
 }
 
-void shiftToPutCircularMat(circular_mat *mat, const float *vec) {
+SE_BF_RARELY_RUN void shiftToPutCircularMat(circular_mat *mat, const float *vec) {
   if (mat == nullptr || vec == nullptr) {
     return;
   }
