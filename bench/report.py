@@ -303,6 +303,11 @@ def variable_size(library, names):
     return sum(int(size, 16) for size in sizes)
 
 
+def constant(header, name):
+    """Value of an integer constant of a header."""
+    return int(re.search(rf"{name} = (\d+);", header.read_text())[1])
+
+
 def code_size(tree, belongs):
     """Bytes of code in objects of the transforms whose paths below src/spectral belong, of the
     baseline build."""
@@ -325,7 +330,7 @@ def measure_sizes(tree):
         "constants.self_test": sum(path.stat().st_size for path in
                                    (tree.source / "src/conformance").glob("*.s16")),
         "static": section_size(default, ".bss"),
-        "static.pool": variable_size(default, "kStaticMemory"),
+        "static.pool": constant(tree.source / "src/support/core_state.h", "kStaticMemorySize"),
         "static.self_test": variable_size(default, "buff_out|buff_in_last"),
     }
 
