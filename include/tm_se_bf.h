@@ -48,8 +48,9 @@
  * The samples of a dead microphone are overwritten in the input buffer with those of the other one,
  * and from then on the instance analyses channel 0 only. Silence in both channels at the start
  * counts as a fault, and so do exactly equal levels. Identical channels always have them, and
- * well-matched microphones have them by chance, once in hours. To beamform again, destroy the
- * instance and create a new one. The levels belong to the process and are not reset.
+ * well-matched microphones have them by chance, on quiet noise a few times a minute. To beamform
+ * again, destroy the instance and create a new one. The levels belong to the process and are not
+ * reset.
  *
  * @par Refused configurations
  * Supported hops are 160, 192 and 320. If a configuration cannot be streamed, se_bf_init says why

@@ -195,7 +195,8 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * speed, and is cross-faded in over 20 ms, about half a second after the call. The latency stays:
  * a shorter delay is made up for, but a stream that was opened in SE_BF_MODE_MONO has none to
  * offer; open in another mode to change between them. A later call replaces one that has not been
- * faded in yet. full_band, on_event and user change at once. */
+ * faded in yet and starts anew, so that a setting that keeps changing takes effect once it rests.
+ * full_band, on_event and user change at once. */
 SE_BF_API int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *config);
 
 /** Forgets all sound: the stream is as just opened, with the settings of the last change and the
