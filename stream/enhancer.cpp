@@ -153,7 +153,7 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
   const bool copies_at_once = setting->plain && setting->core.mode == SE_BF_MODE_MONO;
   e->delay = copies_at_once ? 0 : core_signal_delay(setting->core.hop);
   // Whatever will be written is written now: no memory is first touched while sound is running.
-  std::memset(e->past.blocks, 0, sizeof e->past.blocks);
+  std::memset(&e->past, 0, sizeof e->past);
   core_setting largest = setting->core;
   largest.mode = SE_BF_MODE_MVDR;
   for (lane &l : e->lanes) {
@@ -189,9 +189,12 @@ bool enhancer_change(enhancer *e, const lane_setting *setting) {
     return false;
   }
   e->wanted = *setting;
+  if (e->change == CHANGE_SETTING || is_running(e, setting)) {
+    return true;
+  }
   if (e->time == 0) {
     start(e);  // nothing to fade from
-  } else if (e->change != CHANGE_SETTING && !is_running(e, setting)) {
+  } else {
     begin_change(e, CHANGE_SETTING);  // a renewal in progress is of no use any more
   }
   return true;
