@@ -4,9 +4,7 @@
  * switch_modes IN OUT: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out.
  *
  * A change is prepared beside the sound and faded in about half a second later, without a gap. The
- * stream is opened in SE_BF_MODE_MVDR: opened in SE_BF_MODE_MONO, which has no delay, it could not
- * change to the modes that have one. The output is aligned: sample i belongs to sample i of the
- * input in every mode. */
+ * output is aligned: sample i belongs to sample i of the input in every mode. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>

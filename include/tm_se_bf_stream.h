@@ -20,9 +20,10 @@
  * gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
- * Constant for the life of a stream. At 16 kHz it is 320 samples of the block plus the delay of the
- * signal: 256 samples with hop 160, 192 with hop 192 or 320, and 0 where the mode is
- * SE_BF_MODE_MONO (but not for a plain stream of one channel). Other rates add their filters.
+ * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
+ * the block plus the delay of the signal: 256 samples with hop 160, 192 with hop 192 or 320. A
+ * stream of two channels that is opened `plain` in SE_BF_MODE_MONO has only the 320 samples. Other
+ * rates add their filters.
  *
  * @par Shielding
  * Two channels, every mode but SE_BF_MODE_MONO, not `plain`:
@@ -30,15 +31,19 @@
  *   sound at most: a dead microphone does not hold the other one up.
  * - Digital silence in both channels, beyond what empties the signal path, is bridged: the output
  *   is silence, and the noise estimate and the beamformer stay as they were.
- * - A dead microphone makes the beamformer suppress noise with the other one. Once both have been
- *   sound for 2 s, a beamformer that has heard the last second takes over again.
+ * - A dead microphone, or identical channels, make the beamformer suppress noise as with one
+ *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
+ *   takes over again.
+ * - SE_BF_MODE_MEAN gives the mean of the microphones that work. A plain stream suppresses noise
+ *   while one is dead or both channels are identical, also in this mode.
+ * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
  * se_bf_stream_open allocates everything, 276 KiB at 16 kHz. No function but open and close
  * calls the heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an
  * instance of the core, about the work of 13 blocks of 20 ms. After a change, and after a
  * microphone has healed, two blocks cost up to ten times, and for half a second each block four
- * times as much as an ordinary one.
+ * times as much as an ordinary one; while a setting keeps changing this goes on.
  *
  * @par Threads
  * Calls on one stream come from one thread at a time. Different streams need no care.
@@ -93,8 +98,8 @@ enum {
 enum {
   SE_BF_STREAM_DEAD = 0,         /**< a microphone is silent, or 40 dB weaker than the other */
   SE_BF_STREAM_IDENTICAL = 1,    /**< both channels carry the same samples */
-  SE_BF_STREAM_EQUAL_LEVELS = 2, /**< different channels met at one level, a fault as well */
-  SE_BF_STREAM_SILENT = 3,       /**< both channels are digital silence (plain only) */
+  SE_BF_STREAM_EQUAL_LEVELS = 2, /**< different channels met at one level (plain MEAN, MVDR only) */
+  SE_BF_STREAM_SILENT = 3,       /**< both channels are digital silence (plain MEAN, MVDR only) */
   SE_BF_STREAM_HEALED = 4,       /**< both microphones have been sound for 2 s */
   SE_BF_STREAM_NOT_FINITE = 5    /**< samples that are no numbers, told once in 20 ms */
 };
@@ -104,7 +109,8 @@ enum {
   SE_BF_STREAM_ERROR_NULL = -1,   /**< no stream or no config */
   SE_BF_STREAM_ERROR_CONFIG = -2, /**< a field that se_bf_stream_open would refuse */
   SE_BF_STREAM_ERROR_FIXED = -3,  /**< rate, channels or hop differ from those of the stream */
-  SE_BF_STREAM_ERROR_LATENCY = -4 /**< the mode delays the signal by more than the stream can */
+  SE_BF_STREAM_ERROR_LATENCY = -4 /**< the stream was opened plain in SE_BF_MODE_MONO, without the
+                                       delay that the mode needs */
 };
 
 /** One stream; its content is private to the library. */
@@ -138,7 +144,8 @@ typedef struct se_bf_stream_config {
   int32_t mode;
   /** Analysis hop in samples at 16 kHz: 160, 192, 320, or 0 for 320. Default: 0. */
   int32_t hop;
-  /** Spacing of the microphones in metres, 0 to 10; 0: the direction is unknown. Default: 0. */
+  /** Spacing of the microphones in metres, 0 to 10; 0: the direction is unknown. It and `doa` count
+   * in SE_BF_MODE_MVDR alone. Default: 0. */
   float mic_distance;
   /** Direction of the talker in degrees, finite: 0 is on the line of the microphones on the side of
    * microphone 0, 90 is broadside. Not read with mic_distance 0. Default: 90. */
@@ -192,11 +199,11 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * Returns 0, or a negative SE_BF_STREAM_ERROR_* when refused; nothing has changed then.
  *
  * The new setting starts beside the old one, hears the last second of sound at three times the
- * speed, and is cross-faded in over 20 ms, about half a second after the call. The latency stays:
- * a shorter delay is made up for, but a stream that was opened in SE_BF_MODE_MONO has none to
- * offer; open in another mode to change between them. A later call replaces one that has not been
- * faded in yet and starts anew, so that a setting that keeps changing takes effect once it rests.
- * full_band, on_event and user change at once. */
+ * speed, and is cross-faded in over 20 ms, about half a second after the call. What later calls ask
+ * for meanwhile is started then, the newest alone: a direction that keeps moving is followed half a
+ * second to a second late. If they have gone back to the setting that is heard, it stays. The
+ * latency stays, too: SE_BF_MODE_MONO is delayed like the rest. Only a stream that was opened plain
+ * in SE_BF_MODE_MONO cannot change to other modes. full_band, on_event and user change at once. */
 SE_BF_API int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *config);
 
 /** Forgets all sound: the stream is as just opened, with the settings of the last change and the

@@ -19,13 +19,13 @@ std::string describe(const fault_report *report, const se_bf_stream_event *event
              " is silent or 40 dB weaker from " + since + " on; the other one is used alone";
     case SE_BF_STREAM_IDENTICAL:
       return "warning: the two channels of " + report->input + " are identical from " + since +
-             " on; noise is suppressed as with one microphone";
+             " on; they count as one microphone";
     case SE_BF_STREAM_SILENT:
       return "warning: both microphones are silent from " + since +
              " on, which counts as a fault with --plain";
     case SE_BF_STREAM_EQUAL_LEVELS:
       return "both microphones had exactly the same level at " + since +
-             ", which counts as a fault";
+             ", which counts as a fault with --plain";
     default:
       break;
   }

@@ -18,10 +18,7 @@ int32_t core_fft_len(int32_t hop) {
   return hop < kFftLenShort ? kFftLenShort : kFftLenLong;
 }
 
-int32_t core_signal_delay(int32_t channels, int32_t mode, int32_t hop) {
-  if (channels == 2 && mode == SE_BF_MODE_MONO) {
-    return 0;
-  }
+int32_t core_signal_delay(int32_t hop) {
   return (core_fft_len(hop) - hop) + (kStreamBlock - hop);
 }
 

@@ -31,9 +31,9 @@ struct core_instance {
 // FFT length that belongs to a hop.
 int32_t core_fft_len(int32_t hop);
 
-// Samples by which the core delays the signal: overlap of the analysis frames plus the initial fill
-// of its block buffer; 0 for SE_BF_MODE_MONO with two channels.
-int32_t core_signal_delay(int32_t channels, int32_t mode, int32_t hop);
+// Samples by which the core delays the signal where it does not merely copy: overlap of the
+// analysis frames plus the initial fill of its block buffer.
+int32_t core_signal_delay(int32_t hop);
 
 // Make the instance in two steps of about equal work, anew if there is one, with silent microphone
 // levels. The second is false when the pool does not hold it; that depends on channels and hop

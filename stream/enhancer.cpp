@@ -12,23 +12,33 @@ lane *other_lane(enhancer *e) {
   return &e->lanes[1 - e->running];
 }
 
-void start(enhancer *e, const lane_setting *setting) {
-  const lane_setting initial = *setting;
+// Starts with the setting that is wanted.
+void start(enhancer *e) {
   e->time = 0;
   e->running = 0;
   e->change = CHANGE_NONE;
   fault_monitor_init(&e->monitor);
   std::memset(e->before, 0, sizeof e->before);
-  history_init(&e->past, initial.core.channels, lane_signal_path(&initial));
+  history_init(&e->past, e->wanted.core.channels, lane_signal_path(&e->wanted));
   // Cannot fail but at open: channels and hop alone decide whether the core's pool is large enough.
-  lane_create(&e->lanes[0], &initial, e->delay);
+  lane_create(&e->lanes[0], &e->wanted, e->delay);
   lane_init(&e->lanes[0]);
 }
 
-void begin_change(enhancer *e, lane_change change, const lane_setting *setting) {
+void begin_change(enhancer *e, lane_change change) {
   e->change = change;
   e->stage = STAGE_CREATE;
-  e->wanted = *setting;
+}
+
+bool is_running(const enhancer *e, const lane_setting *setting) {
+  return lane_settings_equal(setting, &e->lanes[e->running].setting);
+}
+
+void begin_wanted_change(enhancer *e) {
+  e->change = CHANGE_NONE;
+  if (!is_running(e, &e->wanted)) {
+    begin_change(e, CHANGE_SETTING);
+  }
 }
 
 void cross_fade(int16_t *out, const int16_t *fresh) {
@@ -43,21 +53,32 @@ void cross_fade(int16_t *out, const int16_t *fresh) {
 // What the caller has been told stays; whether it has healed is counted from the new lane's faults.
 void switch_lanes(enhancer *e) {
   e->running = 1 - e->running;
-  e->change = CHANGE_NONE;
   if (e->lanes[e->running].watched) {
     e->monitor.clean_blocks = e->clean_blocks;
-    e->monitor.clean_since = e->time - int64_t{e->clean_blocks - 1} * kStreamBlock;
+    e->monitor.clean_since = e->clean_since;
   }
 }
 
-lane_result run_other_lane(enhancer *e, const int16_t *block, const block_facts *facts) {
+// time: first sample of the block.
+void run_other_lane(enhancer *e, const int16_t *block, const block_facts *facts, int64_t time) {
   const lane_result result = lane_block(other_lane(e), block, facts, e->before, e->fresh);
   if (result.fault != MIC_FAULT_NONE) {
     e->clean_blocks = 0;
-  } else if (e->clean_blocks < kHealBlocks) {
-    e->clean_blocks += result.processed ? 1 : 0;
+  } else if (result.processed && e->clean_blocks < kHealBlocks) {
+    e->clean_since = e->clean_blocks == 0 ? time : e->clean_since;
+    ++e->clean_blocks;
   }
-  return result;
+}
+
+// Ends the change with the current block, whose output of the running lane is in `out`. A wish that
+// was taken back meanwhile is not heard.
+void finish_change(enhancer *e, const int16_t *block, const block_facts *facts, int16_t *out) {
+  if (e->change == CHANGE_RENEWAL || !is_running(e, &e->wanted)) {
+    run_other_lane(e, block, facts, e->time);
+    cross_fade(out, e->fresh);
+    switch_lanes(e);
+  }
+  begin_wanted_change(e);
 }
 
 // A block's share of a change: makes half of the other lane, or lets it hear kCatchUpBlocks blocks.
@@ -77,21 +98,20 @@ void advance_change(enhancer *e, const int16_t *block, const block_facts *facts,
   }
   for (int32_t i = 0; i < kCatchUpBlocks; ++i) {
     if (e->backlog == 0) {
-      run_other_lane(e, block, facts);
-      cross_fade(out, e->fresh);
-      switch_lanes(e);
+      finish_change(e, block, facts, out);
       return;
     }
-    const int16_t *past = history_block(&e->past, e->backlog);
+    int64_t time = 0;
+    const int16_t *past = history_block(&e->past, e->backlog, &time);
     const block_facts past_facts = block_measure(past, e->wanted.core.channels);
-    run_other_lane(e, past, &past_facts);
+    run_other_lane(e, past, &past_facts, time);
     --e->backlog;
   }
 }
 
 void remember(enhancer *e, const int16_t *block, const block_facts *facts) {
   std::memcpy(e->before, block, static_cast<size_t>(e->past.width) * sizeof(int16_t));
-  const bool kept = history_remember(&e->past, block, block_has_sound(facts));
+  const bool kept = history_remember(&e->past, block, block_has_sound(facts), e->time);
   const bool hearing = e->change != CHANGE_NONE && e->stage == STAGE_HEAR && !other_lane(e)->copies;
   // With the first block of a change the ring may lose one that the other lane has not heard.
   if (kept && hearing && e->backlog < e->past.count) {
@@ -106,14 +126,16 @@ void watch(enhancer *e, const block_facts *facts, mic_fault fault) {
     e->change = CHANGE_NONE;
   }
   se_bf_stream_event event;
-  const bool single = l->single && e->change == CHANGE_NONE;
-  if (!fault_monitor_judge(&e->monitor, facts, fault, single, e->time, &event)) {
+  const bool stays = e->change != CHANGE_RENEWAL && is_running(e, &e->wanted);
+  const bool to_renew = l->shielded && l->single && stays;
+  if (!fault_monitor_judge(&e->monitor, facts, fault, to_renew, e->time, &event)) {
     return;
   }
   if (event.kind == SE_BF_STREAM_HEALED) {
-    event.beamforming = l->shielded && l->setting.core.mode == SE_BF_MODE_MVDR ? 1 : 0;
-    if (single) {
-      begin_change(e, CHANGE_RENEWAL, &l->setting);
+    const bool lost = l->single && stays && !l->shielded;
+    event.beamforming = e->wanted.core.mode == SE_BF_MODE_MVDR && !lost ? 1 : 0;
+    if (to_renew) {
+      begin_change(e, CHANGE_RENEWAL);
     }
   }
   e->on_event(e->user, &event);
@@ -125,9 +147,13 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
                    void *user) {
   e->on_event = on_event;
   e->user = user;
-  e->delay = lane_setting_delay(setting);
+  e->wanted = *setting;
+  // A copy is as late as any other mode, so that a change between them is possible; in a plain
+  // stream it is at once, as the core does it.
+  const bool copies_at_once = setting->plain && setting->core.mode == SE_BF_MODE_MONO;
+  e->delay = copies_at_once ? 0 : core_signal_delay(setting->core.hop);
   // Whatever will be written is written now: no memory is first touched while sound is running.
-  std::memset(e->past.blocks, 0, sizeof e->past.blocks);
+  std::memset(&e->past, 0, sizeof e->past);
   core_setting largest = setting->core;
   largest.mode = SE_BF_MODE_MVDR;
   for (lane &l : e->lanes) {
@@ -136,7 +162,7 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
       return false;
     }
   }
-  start(e, setting);
+  start(e);
   return true;
 }
 
@@ -159,24 +185,21 @@ void enhancer_block(enhancer *e, const int16_t *block, int16_t *out) {
 }
 
 bool enhancer_change(enhancer *e, const lane_setting *setting) {
-  if (lane_setting_delay(setting) > e->delay) {
+  if (setting->core.mode != SE_BF_MODE_MONO && e->delay < core_signal_delay(setting->core.hop)) {
     return false;
   }
-  const bool under_way = e->change == CHANGE_SETTING;
-  if (lane_settings_equal(setting, &e->lanes[e->running].setting)) {
-    e->change = under_way ? CHANGE_NONE : e->change;
-  } else if (!under_way || !lane_settings_equal(setting, &e->wanted)) {
-    begin_change(e, CHANGE_SETTING, setting);
+  e->wanted = *setting;
+  if (e->change == CHANGE_SETTING || is_running(e, setting)) {
+    return true;
   }
-  // Before the first block there is nothing to fade from.
   if (e->time == 0) {
-    enhancer_reset(e);
+    start(e);  // nothing to fade from
+  } else {
+    begin_change(e, CHANGE_SETTING);  // a renewal in progress is of no use any more
   }
   return true;
 }
 
 void enhancer_reset(enhancer *e) {
-  const bool changing = e->change != CHANGE_NONE;
-  const lane_setting setting = changing ? e->wanted : e->lanes[e->running].setting;
-  start(e, &setting);
+  start(e);
 }

@@ -3,8 +3,9 @@
 //
 // A new setting gets a lane beside the running one. It hears the remembered second of sound at
 // kCatchUpBlocks times the speed, so that no block of the stream costs a second's work; when it has
-// caught up, one block fades from the old lane to the new one. A beamformer that had to stop
-// because of a fault is renewed in the same way.
+// caught up, one block fades from the old lane to the new one. What the caller asks for meanwhile
+// waits, so that a setting that keeps moving is followed. A beamformer that had to stop because of
+// a fault is renewed in the same way.
 #ifndef TM_SE_BF_STREAM_ENHANCER_H
 #define TM_SE_BF_STREAM_ENHANCER_H
 
@@ -40,11 +41,12 @@ struct enhancer {
   int64_t time;   // first sample of the current block
   fault_monitor monitor;
   int32_t running;       // index of the lane that is heard
+  lane_setting wanted;   // what the caller asked for last
   lane_change change;    // what the other lane is prepared for
   change_stage stage;    // how far that has come
-  lane_setting wanted;   // the setting of the other lane
   int32_t backlog;       // remembered blocks that it has not heard yet
   int32_t clean_blocks;  // blocks without a fault that it has heard since the last one with a fault
+  int64_t clean_since;   // first sample of them
   int16_t before[kStreamMaxChannels * kStreamBlock];  // the block before
   int16_t fresh[kStreamBlock];                        // output of the other lane
   lane lanes[2];
@@ -58,8 +60,8 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
 // Processes kStreamBlock samples per channel, interleaved, into kStreamBlock samples.
 void enhancer_block(enhancer *e, const int16_t *block, int16_t *out);
 
-// Begins the change to a setting with the same channels and hop; false when its delay is longer
-// than that of the enhancer.
+// Asks for a setting with the same channels and hop; false when its delay is longer than that of
+// the enhancer.
 bool enhancer_change(enhancer *e, const lane_setting *setting);
 
 // Forgets all sound; the setting is that of the last change.

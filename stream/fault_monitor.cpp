@@ -62,8 +62,7 @@ SE_BF_VECTOR_CLONES block_facts measure_two(const int16_t *block) {
   return {{static_cast<float>(first), static_cast<float>(second)}, differences == 0};
 }
 
-void describe_fault(const fault_monitor *monitor, mic_fault fault, const block_facts *facts,
-                    se_bf_stream_event *event) {
+void describe_fault(const fault_monitor *monitor, mic_fault fault, se_bf_stream_event *event) {
   int64_t since = monitor->identical_since;
   if (fault == MIC_FAULT_FIRST || fault == MIC_FAULT_SECOND) {
     event->kind = SE_BF_STREAM_DEAD;
@@ -72,7 +71,7 @@ void describe_fault(const fault_monitor *monitor, mic_fault fault, const block_f
   } else if (fault == MIC_FAULT_SILENT) {
     event->kind = SE_BF_STREAM_SILENT;
   } else {
-    event->kind = facts->identical ? SE_BF_STREAM_IDENTICAL : SE_BF_STREAM_EQUAL_LEVELS;
+    event->kind = fault == MIC_FAULT_IDENTICAL ? SE_BF_STREAM_IDENTICAL : SE_BF_STREAM_EQUAL_LEVELS;
   }
   if (since != kNever) {
     event->since = since;
@@ -93,14 +92,15 @@ bool block_has_sound(const block_facts *facts) {
   return facts->sum[0] > 0.0f || facts->sum[1] > 0.0f;
 }
 
-mic_fault fault_verdict(const core_state *core) {
-  return verdict(core->pwr1, core->pwr2);
+mic_levels fault_levels(const core_state *core, const block_facts *facts) {
+  return {kLevelDecay * core->pwr1 + kLevelIntake * facts->sum[0],
+          kLevelDecay * core->pwr2 + kLevelIntake * facts->sum[1]};
 }
 
 mic_fault fault_predict(const core_state *core, const block_facts *facts) {
-  const float first = kLevelDecay * core->pwr1 + kLevelIntake * facts->sum[0];
-  const float second = kLevelDecay * core->pwr2 + kLevelIntake * facts->sum[1];
-  return verdict(first, second);
+  const mic_levels levels = fault_levels(core, facts);
+  const mic_fault fault = verdict(levels.first, levels.second);
+  return fault == MIC_FAULT_EQUAL && facts->identical ? MIC_FAULT_IDENTICAL : fault;
 }
 
 // The smoothed levels notice a failure about 0.9 s late; the plain sums of the blocks date it.
@@ -127,7 +127,7 @@ bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_f
     const bool news = monitor->reported != fault;
     monitor->reported = fault;
     monitor->clean_blocks = 0;
-    describe_fault(monitor, fault, facts, event);
+    describe_fault(monitor, fault, event);
     return news;
   }
   if (monitor->clean_blocks == 0) {

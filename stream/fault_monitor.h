@@ -1,8 +1,8 @@
 // Tells which microphone failed, when it did, and when it works again.
 //
 // The core compares smoothed levels of the channels, one step a block, and repairs its input
-// without a word. The monitor reads those levels after each block, repeats the comparison, and
-// dates what it finds by the blocks before. It never changes what is processed.
+// without a word. The monitor repeats the comparison before each block, and dates what it finds by
+// the blocks before. It never changes what is processed.
 #ifndef TM_SE_BF_STREAM_FAULT_MONITOR_H
 #define TM_SE_BF_STREAM_FAULT_MONITOR_H
 
@@ -16,16 +16,23 @@ constexpr int32_t kHealBlocks = 100;
 
 enum mic_fault : int32_t {
   MIC_FAULT_NONE,
-  MIC_FAULT_FIRST,   // microphone 0 is replaced by microphone 1
-  MIC_FAULT_SECOND,  // microphone 1 is replaced by microphone 0
-  MIC_FAULT_EQUAL,   // equal levels
-  MIC_FAULT_SILENT,  // neither microphone has a level
+  MIC_FAULT_FIRST,      // microphone 0 is replaced by microphone 1
+  MIC_FAULT_SECOND,     // microphone 1 is replaced by microphone 0
+  MIC_FAULT_IDENTICAL,  // equal levels, and the same samples
+  MIC_FAULT_EQUAL,      // equal levels of different samples, a coincidence
+  MIC_FAULT_SILENT,     // neither microphone has a level
 };
 
 // What a block of kStreamBlock samples per channel contains.
 struct block_facts {
   float sum[2];    // sum of absolute values per channel; 0 for a channel that is not there
   bool identical;  // two channels carry the same samples
+};
+
+// Smoothed levels of the channels, as the core compares them.
+struct mic_levels {
+  float first;
+  float second;
 };
 
 struct fault_monitor {
@@ -43,10 +50,10 @@ block_facts block_measure(const int16_t *block, int32_t channels);
 // Whether any channel of the block carries sound.
 bool block_has_sound(const block_facts *facts);
 
-// The verdict of the core on the block that it processed last.
-mic_fault fault_verdict(const core_state *core);
+// The levels that the core has once it has processed the block, to the bit.
+mic_levels fault_levels(const core_state *core, const block_facts *facts);
 
-// The verdict that the core would come to if it processed the block now.
+// The verdict that the core comes to when it processes the block.
 mic_fault fault_predict(const core_state *core, const block_facts *facts);
 
 // Dates the onset of a fault: follows every block of input, processed or not, before it is judged.
@@ -54,7 +61,8 @@ mic_fault fault_predict(const core_state *core, const block_facts *facts);
 void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time);
 
 // Follows the verdicts on the blocks processed. single: the beamformer has been left because of a
-// fault. Returns true and fills `event` when there is something to report; its times are at 16 kHz.
+// fault, and could be renewed. Returns true and fills `event` when there is something to report;
+// its times are at 16 kHz.
 bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
                          bool single, int64_t time, se_bf_stream_event *event);
 

@@ -10,11 +10,12 @@
 constexpr int32_t kHistoryBlocks = 50;
 
 struct history {
-  int32_t width;          // samples of a block, all channels
-  int32_t flush_blocks;   // blocks of digital silence in a row that are worth remembering
-  int32_t silent_blocks;  // of these, remembered so far
-  int32_t next;           // slot that is written next
-  int32_t count;          // slots filled
+  int32_t width;                  // samples of a block, all channels
+  int32_t flush_blocks;           // blocks of digital silence in a row that are worth remembering
+  int32_t silent_blocks;          // of these, remembered so far
+  int32_t next;                   // slot that is written next
+  int32_t count;                  // slots filled
+  int64_t times[kHistoryBlocks];  // first sample of the block
   int16_t blocks[kHistoryBlocks][kStreamMaxChannels * kStreamBlock];
 };
 
@@ -23,9 +24,9 @@ struct history {
 void history_init(history *h, int32_t channels, int32_t signal_path);
 
 // Remembers the block unless it is silent and the silence has lasted; returns whether it did.
-bool history_remember(history *h, const int16_t *block, bool has_sound);
+bool history_remember(history *h, const int16_t *block, bool has_sound, int64_t time);
 
-// The block that was remembered as the `age`-th from the last, 1 .. count.
-const int16_t *history_block(const history *h, int32_t age);
+// The block that was remembered as the `age`-th from the last, 1 .. count, and its time.
+const int16_t *history_block(const history *h, int32_t age, int64_t *time);
 
 #endif  // TM_SE_BF_STREAM_HISTORY_H

@@ -7,14 +7,47 @@
 
 namespace {
 
+// Levels that no block brings near a fault: its sums are below 2^24.
+constexpr mic_levels kSoundLevels = {2e9f, 1e9f};
+
 // After a fault the core analyses one channel for good, and beamforming would go on to combine it
 // with the last spectrum of the other, a buzz at the frame rate. Noise suppression is right.
 void leave_beamforming(lane *l) {
-  if (!l->shielded || l->single || l->setting.core.mode != SE_BF_MODE_MVDR) {
+  if (l->single || l->setting.core.mode != SE_BF_MODE_MVDR) {
     return;
   }
   l->single = true;
-  core_instance_change_mode(&l->core, SE_BF_MODE_OMLSA);
+  if (l->shielded) {
+    core_instance_change_mode(&l->core, SE_BF_MODE_OMLSA);
+  }
+}
+
+// Levels that meet say nothing about the microphones unless they carry the same sound.
+bool is_coincidence(mic_fault fault, const block_facts *facts) {
+  return fault == MIC_FAULT_EQUAL || (fault == MIC_FAULT_IDENTICAL && !block_has_sound(facts));
+}
+
+// Processes the block in `scratch` so that the core finds no fault: the channel of a dead
+// microphone is replaced as the core does it, and the levels go on as ever.
+void run_unjudged(lane *l, mic_fault fault, const block_facts *facts, int16_t *out) {
+  const bool dead = fault == MIC_FAULT_FIRST || fault == MIC_FAULT_SECOND;
+  const int32_t good = fault == MIC_FAULT_FIRST ? 1 : 0;
+  for (int32_t n = 0; n < kStreamBlock && dead; ++n) {
+    l->scratch[2 * n + 1 - good] = l->scratch[2 * n + good];
+  }
+  core_state *state = &l->core.state;
+  const mic_levels after = fault_levels(state, facts);
+  state->pwr1 = kSoundLevels.first;
+  state->pwr2 = kSoundLevels.second;
+  core_instance_block(&l->core, l->scratch, out);
+  state->pwr1 = after.first;
+  state->pwr2 = after.second;
+}
+
+// Whether the mode at work does not change with the fault.
+bool costs_nothing(const lane *l, mic_fault fault) {
+  return l->setting.core.mode == SE_BF_MODE_OMLSA &&
+         (fault == MIC_FAULT_EQUAL || fault == MIC_FAULT_SILENT);
 }
 
 // delay is at most a block.
@@ -31,32 +64,21 @@ void copy_late(const int16_t *block, int32_t channels, int32_t delay, const int1
 
 }  // namespace
 
-// With one channel the core suppresses noise in every mode; only a plain stream wants to hear that.
-bool lane_setting_copies(const lane_setting *setting) {
-  return setting->core.mode == SE_BF_MODE_MONO && (setting->core.channels == 2 || !setting->plain);
-}
-
-int32_t lane_setting_delay(const lane_setting *setting) {
-  const core_setting *core = &setting->core;
-  return lane_setting_copies(setting) ? 0
-                                      : core_signal_delay(core->channels, core->mode, core->hop);
-}
-
 // A frame that touches the last sound reaches its whole length beyond it, and comes out delayed.
 int32_t lane_signal_path(const lane_setting *setting) {
-  return core_fft_len(setting->core.hop) + lane_setting_delay(setting);
+  return core_fft_len(setting->core.hop) + core_signal_delay(setting->core.hop);
 }
 
 bool lane_settings_equal(const lane_setting *a, const lane_setting *b) {
   return a->core.channels == b->core.channels && a->core.mode == b->core.mode &&
          a->core.hop == b->core.hop && a->core.mic_distance == b->core.mic_distance &&
-         a->core.doa == b->core.doa && a->plain == b->plain;
+         a->core.doa == b->core.doa && (a->plain == b->plain || a->core.mode == SE_BF_MODE_MONO);
 }
 
 void lane_create(lane *l, const lane_setting *setting, int32_t delay) {
   l->setting = *setting;
   l->delay = delay;
-  l->copies = lane_setting_copies(setting);
+  l->copies = setting->core.mode == SE_BF_MODE_MONO;
   l->watched = setting->core.channels == 2 && !l->copies;
   l->shielded = l->watched && !setting->plain;
   l->single = false;
@@ -82,10 +104,16 @@ lane_result lane_block(lane *l, const int16_t *block, const block_facts *facts,
     return {false, MIC_FAULT_NONE};
   }
   std::memcpy(l->scratch, block, static_cast<size_t>(channels * kStreamBlock) * sizeof(int16_t));
+  const mic_fault fault = l->watched ? fault_predict(&l->core.state, facts) : MIC_FAULT_NONE;
+  // The core's answer to a fault is noise suppression, which would spoil a mean.
+  const bool coincidence = is_coincidence(fault, facts);
+  if (l->shielded && (coincidence || l->setting.core.mode == SE_BF_MODE_MEAN)) {
+    run_unjudged(l, fault, facts, out);
+    return {true, coincidence ? MIC_FAULT_NONE : fault};
+  }
   core_instance_block(&l->core, l->scratch, out);
-  const mic_fault fault = l->watched ? fault_verdict(&l->core.state) : MIC_FAULT_NONE;
   if (fault != MIC_FAULT_NONE) {
     leave_beamforming(l);
   }
-  return {true, fault};
+  return {true, costs_nothing(l, fault) ? MIC_FAULT_NONE : fault};
 }

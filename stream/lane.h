@@ -16,11 +16,11 @@ struct lane_setting {
 
 struct lane {
   lane_setting setting;
-  int32_t delay;  // samples by which the output is late
+  int32_t delay;  // samples by which a copy is late
   bool copies;    // channel 0 as it is; the core does not run
   bool watched;   // the core compares the microphones
   bool shielded;  // silence is bridged and faults are healed
-  bool single;    // a fault has ended beamforming
+  bool single;    // a fault has ended beamforming for good
   shield gate;
   core_instance core;
   int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input that the core may repair
@@ -29,22 +29,17 @@ struct lane {
 // What became of a block.
 struct lane_result {
   bool processed;   // false: held back by the shield, the output is silence
-  mic_fault fault;  // the core's verdict, where it is watched
+  mic_fault fault;  // what takes something from the mode at work, or what a shield makes good
 };
-
-// Whether the setting passes channel 0 through as it is.
-bool lane_setting_copies(const lane_setting *setting);
-
-// Samples by which the setting delays the signal if nothing is added.
-int32_t lane_setting_delay(const lane_setting *setting);
 
 // Samples until the last trace of a sound has left the core.
 int32_t lane_signal_path(const lane_setting *setting);
 
+// Whether nobody could tell one setting from the other.
 bool lane_settings_equal(const lane_setting *a, const lane_setting *b);
 
-// Start the lane afresh, in two steps; delay: that of the setting, or more where it copies. The
-// second is false when the core cannot be made.
+// Start the lane afresh, in two steps; delay: by which a copy is late, at most a block. The second
+// is false when the core cannot be made.
 void lane_create(lane *l, const lane_setting *setting, int32_t delay);
 bool lane_init(lane *l);
 

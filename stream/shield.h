@@ -5,6 +5,12 @@
 // count as speech. So the blocks that flush the signal path are processed, and then the core's time
 // stands still until sound returns. Whole blocks are left out of input and output alike: the
 // alignment holds.
+//
+// Dither alone, +-1 step of 16 bits, is not silence here. Before a noisy scene it costs 4 to 6 dB
+// of SDR for 2 s, as it leaves the noise floor far too low. But it is also all that a clean
+// recording has between words, and without it the core takes speech for noise: holding such blocks
+// back cost 7 dB (noise suppression) to 15 dB (beamformer) in the first second, and bridging pauses
+// of them 1.6 dB throughout.
 #ifndef TM_SE_BF_STREAM_SHIELD_H
 #define TM_SE_BF_STREAM_SHIELD_H
 

@@ -64,6 +64,15 @@ int32_t hop_of(const se_bf_stream_config *config) {
   return config->hop == 0 ? kDefaultHop : config->hop;
 }
 
+// With one channel the core suppresses noise in every mode; only a plain stream wants to hear that.
+int32_t mode_at_work(const se_bf_stream_config *config) {
+  const bool chosen_here =
+      config->mode == SE_BF_STREAM_AUTO || config->mode == SE_BF_STREAM_REFINED;
+  const bool copies = config->mode == SE_BF_MODE_MONO && config->plain == 0;
+  const bool single = config->channels == 1 && !copies;
+  return chosen_here || single ? static_cast<int32_t>(SE_BF_MODE_OMLSA) : config->mode;
+}
+
 }  // namespace
 
 const char *stream_config_fault(const se_bf_stream_config *config) {
@@ -98,13 +107,14 @@ const char *stream_config_fault(const se_bf_stream_config *config) {
   return is_flag(config->full_band) ? nullptr : "config.full_band must be 0 or 1";
 }
 
+// Settings that sound the same are the same: only the beamformer has a direction, if the distance
+// is known, and a shield needs two microphones.
 lane_setting stream_config_setting(const se_bf_stream_config *config) {
-  const bool chosen_here =
-      config->mode == SE_BF_STREAM_AUTO || config->mode == SE_BF_STREAM_REFINED;
-  const int32_t mode = chosen_here ? static_cast<int32_t>(SE_BF_MODE_OMLSA) : config->mode;
-  // Without a distance the direction says nothing, and settings that differ in it are the same.
-  const float doa = config->mic_distance > 0.0f ? config->doa : kDefaultDoa;
-  return {{config->channels, mode, hop_of(config), config->mic_distance, doa}, config->plain != 0};
+  const int32_t mode = mode_at_work(config);
+  const float distance = mode == SE_BF_MODE_MVDR ? config->mic_distance : 0.0f;
+  const float doa = distance > 0.0f ? config->doa : kDefaultDoa;
+  const bool plain = config->plain != 0 && config->channels == 2;
+  return {{config->channels, mode, hop_of(config), distance, doa}, plain};
 }
 
 bool stream_config_fits(const se_bf_stream_config *now, const se_bf_stream_config *wanted) {

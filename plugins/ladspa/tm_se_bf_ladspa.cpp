@@ -1,8 +1,7 @@
 // LADSPA plug-in tm_se_bf: speech enhancement with two microphones for any LADSPA host.
 //
-// An instance is a stream of the stream library, at the rate of the host. It is opened in the
-// beamforming mode, whose delay is the longest, so that the latency is the same in every mode and
-// controls may change while the sound goes on.
+// An instance is a stream of the stream library, at the rate of the host. Its latency is the same in
+// every mode, and controls may change while the sound goes on.
 #include <ladspa.h>
 #include <math.h>
 #include <stdlib.h>

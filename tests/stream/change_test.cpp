@@ -3,9 +3,9 @@
 
 namespace {
 
-constexpr size_t kLatency = 320 + 192;  // at hop 320
-constexpr size_t kHistory = 50;         // blocks
-constexpr size_t kSlowest = 30;         // blocks from a change to the end of the fade
+constexpr int32_t kLatency = 320 + 192;  // at hop 320
+constexpr size_t kHistory = 50;          // blocks
+constexpr size_t kSlowest = 30;          // blocks from a change to the end of the fade
 
 const pcm &sound() {
   static const pcm x = make_sound(6 * kSecond, 12);
@@ -32,14 +32,16 @@ pcm run_change(const se_bf_stream_config &from, const se_bf_stream_config &to, c
 
 // What a setting gives that starts at frame `start` of the input, as the process functions return
 // it.
-pcm started_at(se_bf_stream_config config, const pcm &in, size_t start) {
+pcm started_at(const se_bf_stream_config &config, const pcm &in, size_t start) {
   const size_t channels = static_cast<size_t>(config.channels);
   const pcm rest = cut(in, start * channels, in.size());
-  const bool copies = config.mode == SE_BF_MODE_MONO;
-  const pcm out = run_process(config, rest);
-  // A copy is delayed like the rest.
-  const pcm late = copies ? join({pcm(kLatency - kBlock), out}) : out;
-  return join({pcm(start), cut(late, 0, out.size())});
+  return join({pcm(start), run_process(config, rest)});
+}
+
+// The first block in which the samples differ.
+size_t first_difference(const pcm &a, const pcm &b) {
+  const auto differs = std::mismatch(a.begin(), a.end(), b.begin()).first;
+  return static_cast<size_t>(differs - a.begin()) / kBlock;
 }
 
 struct transition {
@@ -58,6 +60,7 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       {"from beam", {SE_BF_MODE_MVDR, SE_BF_STREAM_AUTO}, {70, 70}, {false, false}},
       {"direction", {SE_BF_MODE_MVDR, SE_BF_MODE_MVDR}, {20, 150}, {true, true}},
       {"to mono", {SE_BF_MODE_MVDR, SE_BF_MODE_MONO}, {70, 70}, {false, false}},
+      {"from mono", {SE_BF_MODE_MONO, SE_BF_MODE_MVDR}, {70, 70}, {false, false}},
       {"to mean, plain", {SE_BF_MODE_OMLSA, SE_BF_MODE_MEAN}, {70, 70}, {false, true}},
       {"one channel", {SE_BF_STREAM_AUTO, SE_BF_MODE_MONO}, {70, 70}, {false, false}, 1},
   };
@@ -77,8 +80,7 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       const size_t start = block + 2 < kHistory ? 0 : (block + 2 - kHistory) * kBlock;
       const bool copies = c.mode[1] == SE_BF_MODE_MONO;
       const pcm fresh = started_at(config[1], in, copies ? 0 : start);
-      const auto differs = std::mismatch(out.begin(), out.end(), old.begin()).first;
-      const size_t fade = static_cast<size_t>(differs - out.begin()) / kBlock * kBlock;
+      const size_t fade = first_difference(out, old) * kBlock;
       std::printf("%s: fade after %zu blocks\n", c.name, (fade - at) / kBlock);
       ASSERT_GE(fade, at);
       ASSERT_LE(fade, at + kSlowest * kBlock);
@@ -89,6 +91,42 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       ASSERT_EQ(cut(out, fade + kBlock, out.size()), cut(fresh, fade + kBlock, fresh.size()));
     }
   }
+}
+
+TEST(StreamChange, ADirectionThatKeepsMovingIsFollowed) {
+  const size_t first = 100;  // block in which it starts to move
+  const size_t last = 170;
+  se_bf_stream_config config = make_config(2, SE_BF_MODE_MVDR, 320);
+  const auto angle = [=](size_t block) {
+    return 20.0f + static_cast<float>(std::min(block, last)) - static_cast<float>(first);
+  };
+  config.doa = angle(first - 1);
+  const pcm &in = sound();
+  pcm old = run_process(config, in);
+  se_bf_stream *stream = open_stream(config);
+  pcm out;
+  for (size_t block = 0; block * kBlock < old.size(); ++block) {
+    if (block >= first && block <= last) {
+      config.doa = angle(block);
+      EXPECT_EQ(se_bf_stream_change(stream, &config), 0);
+    }
+    const pcm piece = cut(in, 2 * block * kBlock, 2 * (block + 1) * kBlock);
+    out = join({out, process_words(stream, piece, 2, {kBlock})});
+  }
+  se_bf_stream_close(stream);
+  // Each change starts with the newest direction, in the block after the end of the last change.
+  for (size_t block = first; block <= last + kSlowest;) {
+    config.doa = angle(block);
+    const pcm fresh = started_at(config, in, (block + 2 - kHistory) * kBlock);
+    const size_t fade = first_difference(out, old);
+    ASSERT_GT(fade, block);
+    ASSERT_LE(fade, block + kSlowest) << "from " << config.doa << " degrees on";
+    EXPECT_EQ(cut(out, (fade + 1) * kBlock, (fade + 20) * kBlock),
+              cut(fresh, (fade + 1) * kBlock, (fade + 20) * kBlock));
+    old = join({cut(out, 0, (fade + 1) * kBlock), cut(fresh, (fade + 1) * kBlock, fresh.size())});
+    block = fade;
+  }
+  EXPECT_EQ(out, old) << "it has come to rest";
 }
 
 TEST(StreamChange, APauseDoesNotHoldAChangeUpAndIsNotHeard) {
@@ -112,7 +150,7 @@ TEST(StreamChange, BeforeTheFirstBlockItIsAsIfOpenedThatWay) {
   EXPECT_EQ(run_change(from, to, sound(), 300), run_process(to, sound()));
 }
 
-TEST(StreamChange, RefusalsChangeNothing) {
+TEST(StreamChange, RefusalsAndWhatSoundsTheSameChangeNothing) {
   heard_events events;
   const se_bf_stream_config config = make_config(2, SE_BF_MODE_OMLSA, 0, false, &events);
   const pcm expected = run_process(config, sound());
@@ -131,23 +169,31 @@ TEST(StreamChange, RefusalsChangeNothing) {
   EXPECT_EQ(se_bf_stream_change(nullptr, &config), SE_BF_STREAM_ERROR_NULL);
   other = make_config(2, SE_BF_MODE_MVDR, 320);
   EXPECT_EQ(se_bf_stream_change(stream, &other), 0) << "hop 0 is 320";
-  EXPECT_EQ(se_bf_stream_change(stream, &config), 0) << "and back again, in time";
-  out = join({out, process_words(stream, cut(sound(), 2 * 30000, sound().size()), 2, {100})});
+  out = join({out, process_words(stream, cut(sound(), 2 * 30000, 2 * 35000), 2, {100})});
+  other = config;
+  other.mic_distance = 0.2f;
+  other.doa = 10;
+  EXPECT_EQ(se_bf_stream_change(stream, &other), 0) << "back in time; the direction is not read";
+  out = join({out, process_words(stream, cut(sound(), 2 * 35000, 2 * 60000), 2, {100})});
+  EXPECT_EQ(se_bf_stream_change(stream, &config), 0);
+  out = join({out, process_words(stream, cut(sound(), 2 * 60000, sound().size()), 2, {100})});
   EXPECT_EQ(out, expected);
   se_bf_stream_close(stream);
 
-  const se_bf_stream_config mono = make_config(2, SE_BF_MODE_MONO, 0);
-  stream = open_stream(mono);
-  EXPECT_EQ(se_bf_stream_latency(stream), 320);
-  EXPECT_EQ(se_bf_stream_change(stream, &config), SE_BF_STREAM_ERROR_LATENCY);
-  se_bf_stream_close(stream);
+  for (const bool plain : {false, true}) {
+    stream = open_stream(make_config(2, SE_BF_MODE_MONO, 0, plain));
+    EXPECT_EQ(se_bf_stream_latency(stream), plain ? 320 : kLatency);
+    EXPECT_EQ(se_bf_stream_change(stream, &config), plain ? SE_BF_STREAM_ERROR_LATENCY : 0);
+    se_bf_stream_close(stream);
+  }
 }
 
 TEST(StreamChange, WhatWasToldIsHealedUnderTheNewSetting) {
   heard_events before;
   heard_events after;
   const size_t heals = 3 * kSecond;
-  const pcm in = mute(sound(), 1, kSecond, heals);
+  pcm in = mute(sound(), 1, kSecond, heals);
+  std::fill(&in[2 * (heals + 20 * kBlock)], &in[2 * (heals + 30 * kBlock)], int16_t{0});
   const se_bf_stream_config from = make_config(2, SE_BF_MODE_OMLSA, 320, false, &before);
   const se_bf_stream_config to = make_config(2, SE_BF_MODE_MVDR, 320, false, &after);
   run_change(from, to, in, heals + kSecond);
@@ -155,6 +201,7 @@ TEST(StreamChange, WhatWasToldIsHealedUnderTheNewSetting) {
   EXPECT_EQ(before[0].kind, SE_BF_STREAM_DEAD);
   ASSERT_EQ(after.size(), 1u);
   EXPECT_EQ(after[0].kind, SE_BF_STREAM_HEALED);
+  EXPECT_EQ(after[0].since, static_cast<int64_t>(heals)) << "a pause is bridged, not left out";
   EXPECT_EQ(after[0].beamforming, 1);
 }
 

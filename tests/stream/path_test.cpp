@@ -113,8 +113,9 @@ TEST(StreamPath, WhatIsNoSampleBecomesSilenceAndIsCounted) {
   for (const size_t piece : {1u, 333u}) {
     events.clear();
     se_bf_stream *stream = open_stream(config);
-    ASSERT_EQ(se_bf_stream_latency(stream), 320);
-    std::vector<float> in(3 * kBlock, 0.5f);
+    const size_t latency = static_cast<size_t>(se_bf_stream_latency(stream));
+    ASSERT_EQ(latency, 512u);
+    std::vector<float> in(4 * kBlock, 0.5f);
     for (size_t i = 0; i < std::size(cases); ++i) {
       in[kBlock + 100 + i] = cases[i].in;
     }
@@ -124,7 +125,7 @@ TEST(StreamPath, WhatIsNoSampleBecomesSilenceAndIsCounted) {
       se_bf_stream_process_f32(stream, &in[at], n, &out[at]);
     }
     for (size_t i = 0; i < std::size(cases); ++i) {
-      EXPECT_EQ(out[2 * kBlock + 100 + i] * 32768.0f, cases[i].word) << cases[i].in;
+      EXPECT_EQ(out[latency + kBlock + 100 + i] * 32768.0f, cases[i].word) << cases[i].in;
     }
     EXPECT_EQ(events, (heard_events{{SE_BF_STREAM_NOT_FINITE, 0, 320, 425, 0, 3}}));
     se_bf_stream_close(stream);

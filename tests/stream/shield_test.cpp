@@ -108,6 +108,60 @@ TEST(StreamShield, AFaultWhileHealingPutsTheBeamformerOffAgain) {
   EXPECT_EQ(cut(out, 0, single), cut(expected, 0, single));
 }
 
+// Sound and its mirror image: the levels are equal in every block, the samples are not.
+TEST(StreamShield, LevelsThatMeetCostNothing) {
+  const size_t meet = 10 * kBlock;
+  pcm in = weaken(weaken(make_sound(4 * kSecond, 6), 0, 0, meet, 500), 1, 0, meet, 500);
+  for (size_t t = 0; t < meet; ++t) {
+    in[2 * t + 1] = static_cast<int16_t>(-in[2 * t]);
+  }
+  // The seven functions keep levels from stream to stream, so that theirs do not meet here.
+  run_core(make_config(2, SE_BF_MODE_OMLSA, 320), make_sound(kSecond, 5));
+  const pcm core = run_stream({2, 320, 320, SE_BF_MODE_MVDR, 0.05f, 70.0f}, in);
+  heard_events events;
+  const pcm out = run_beamformer(in, &events);
+  EXPECT_EQ(cut(out, 0, core.size() - kDelay), cut(core, kDelay, core.size()));
+  EXPECT_EQ(events, heard_events());
+  run_process(make_config(2, SE_BF_MODE_OMLSA, 320, true, &events), in);
+  EXPECT_EQ(events, heard_events()) << "noise suppression is what a fault would lead to";
+  for (size_t t = meet; t < 2 * meet; ++t) {
+    in[2 * t + 1] = in[2 * t];
+  }
+  run_beamformer(cut(in, 0, 4 * meet), &events, true);
+  const int64_t identical = meet;
+  EXPECT_EQ(events, (heard_events{{SE_BF_STREAM_EQUAL_LEVELS, 0, 0, 0, 0, 0},
+                                  {SE_BF_STREAM_IDENTICAL, 0, identical, identical, 0, 0}}))
+      << "a plain beamformer is lost";
+}
+
+TEST(StreamShield, AMeanIsThatOfTheMicrophonesThatWork) {
+  constexpr double kLeastSnrDb = 25.0;  // sound at 8 kHz is lost
+  pcm in = mute(make_sound(9 * kSecond, 6), 1, 4 * kSecond, 6 * kSecond);
+  wave expected(in.size() / 2);
+  for (size_t t = 0; t < expected.size(); ++t) {
+    in[2 * t + 1] = t < 2 * kSecond ? in[2 * t] : in[2 * t + 1];
+    const bool dead = t >= 4 * kSecond && t < 6 * kSecond;
+    expected[t] = dead ? in[2 * t] : 0.5 * (in[2 * t] + in[2 * t + 1]);
+  }
+  heard_events events;
+  const pcm out = run_aligned(make_config(2, SE_BF_MODE_MEAN, 320, false, &events), in);
+  const int32_t kinds[] = {SE_BF_STREAM_IDENTICAL, SE_BF_STREAM_HEALED, SE_BF_STREAM_DEAD,
+                           SE_BF_STREAM_HEALED};
+  ASSERT_EQ(events.size(), std::size(kinds)) << testing::PrintToString(events);
+  for (size_t i = 0; i < std::size(kinds); ++i) {
+    EXPECT_EQ(events[i].kind, kinds[i]) << i;
+  }
+  for (size_t second = 0; second < 9; ++second) {
+    if (second != 4) {  // a second passes until the silence is noticed
+      const size_t from = second * kSecond + kBlock;
+      const size_t to = (second + 1) * kSecond;
+      const wave heard = part(out, from, to);
+      const wave wanted = expected[std::slice(from, to - from, 1)];
+      EXPECT_GT(snr_db(wanted, heard), kLeastSnrDb) << "second " << second;
+    }
+  }
+}
+
 TEST(StreamShield, AMicrophoneIsDeadFromFortyDecibelsOn) {
   heard_events events;
   const pcm in = make_sound(6 * kSecond, 6);
