@@ -86,7 +86,7 @@ struct buffers {
 // Every function but open and close, with sound, faults, silence, changes and what is no number.
 void use(se_bf_stream *stream, const se_bf_stream_config *one, const se_bf_stream_config *other,
          buffers *b) {
-  const size_t frames = static_cast<size_t>(one->rate) / 20;  // events take time, at any rate
+  const size_t frames = static_cast<size_t>(one->rate) / 40;  // events take time, at any rate
   for (int32_t round = 0; round < 2; ++round) {
     for (int32_t i = 0; i < 200; ++i) {
       uint32_t seed = static_cast<uint32_t>(i + 1);
