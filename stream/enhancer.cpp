@@ -1,7 +1,6 @@
 // The block, and the steps of a change.
 #include "enhancer.h"
 
-#include <cmath>
 #include <cstring>
 
 #include "tm_se_bf.h"
@@ -41,12 +40,14 @@ void begin_wanted_change(enhancer *e) {
   }
 }
 
+// In integers: exact, and rounded to the nearest without a call of the C library.
 void cross_fade(int16_t *out, const int16_t *fresh) {
+  constexpr int32_t kWhole = 2 * kStreamBlock;
   for (int32_t n = 0; n < kStreamBlock; ++n) {
-    const float share = (static_cast<float>(n) + 0.5f) / static_cast<float>(kStreamBlock);
-    const float mixed =
-        (1.0f - share) * static_cast<float>(out[n]) + share * static_cast<float>(fresh[n]);
-    out[n] = static_cast<int16_t>(std::lrintf(mixed));
+    const int32_t share = 2 * n + 1;  // of kWhole
+    const int32_t mixed = (kWhole - share) * out[n] + share * fresh[n];
+    const int32_t half = mixed < 0 ? -kWhole / 2 : kWhole / 2;
+    out[n] = static_cast<int16_t>((mixed + half) / kWhole);
   }
 }
 
