@@ -221,7 +221,8 @@ def count_rates(tree):
     sources = [tree.source / f"stream/{name}.cpp"
                for name in ("rate_filter", "rate_converter", "upper_band", "rate_path")]
     run("c++", "-std=c++17", "-O2", "-ftree-vectorize", "-ffp-contract=off", "-fno-math-errno",
-        "-fno-trapping-math", f"-I{tree.source}/stream", BENCH / "rate_cost.cpp", *sources, *flags,
+        "-fno-trapping-math", f"-I{tree.source}/stream", f"-I{tree.source}/include",
+        BENCH / "rate_cost.cpp", *sources, *flags,
         "-o", driver)
 
     def per_second(what):

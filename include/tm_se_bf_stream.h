@@ -16,8 +16,9 @@
  * @par Samples
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
- * before, that louder floats saturate. At that rate nothing else changes a bit: a `plain` stream
- * gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
+ * before, that louder floats saturate; the band above 8 kHz is not limited, but never louder than
+ * in the input. At 16 kHz nothing else changes a bit: a `plain` stream gives the samples of
+ * se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
@@ -39,11 +40,12 @@
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
- * se_bf_stream_open allocates everything, 276 KiB at 16 kHz. No function but open and close
- * calls the heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an
- * instance of the core, about the work of 13 blocks of 20 ms. After a change, and after a
- * microphone has healed, two blocks cost up to ten times, and for half a second each block four
- * times as much as an ordinary one; while a setting keeps changing this goes on.
+ * se_bf_stream_open allocates everything, 276 KiB at 16 kHz and 0.3 to 2.2 MB at other rates, for
+ * which it also computes filters (a few milliseconds). No function but open and close calls the
+ * heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an instance of
+ * the core, about the work of 13 blocks of 20 ms. After a change, and after a microphone has
+ * healed, two blocks cost up to ten times, and for half a second each block four times as much as
+ * an ordinary one; while a setting keeps changing this goes on.
  *
  * @par Threads
  * Calls on one stream come from one thread at a time. Different streams need no care.
@@ -93,6 +95,9 @@ enum {
   SE_BF_STREAM_AUTO = 0,   /**< what suits most callers; noise suppression, SE_BF_MODE_OMLSA */
   SE_BF_STREAM_REFINED = 1 /**< the best quality; noise suppression, SE_BF_MODE_OMLSA */
 };
+
+/** Range of se_bf_stream_config.rate, in Hz. */
+enum { SE_BF_STREAM_MIN_RATE = 8000, SE_BF_STREAM_MAX_RATE = 192000 };
 
 /** Kinds of events. */
 enum {

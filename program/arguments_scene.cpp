@@ -52,7 +52,7 @@ void declare_geometry(CLI::App *command, enhance_options *options) {
 }  // namespace
 
 void arguments_declare_hop(CLI::App *command, int *hop) {
-  const std::vector<int> hops(std::begin(kHops), std::end(kHops));
+  const std::vector<int> hops(std::begin(kStreamHops), std::end(kStreamHops));
   command->add_option("--hop", *hop, "samples per analysis step")
       ->check(CLI::IsMember(hops))
       ->capture_default_str()

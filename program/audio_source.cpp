@@ -6,6 +6,7 @@
 
 #include "report.h"
 #include "sound_open.h"
+#include "tm_se_bf_stream.h"
 
 namespace {
 
@@ -37,10 +38,10 @@ bool choose_channels(audio_source *src, const enhance_options *options) {
 }
 
 bool check_rate(const sound_input *in) {
-  return (in->rate_hz >= kLowestRateHz && in->rate_hz <= kHighestRateHz) ||
+  return (in->rate_hz >= SE_BF_STREAM_MIN_RATE && in->rate_hz <= SE_BF_STREAM_MAX_RATE) ||
          report_failure(in->name + " has a sampling rate of " + std::to_string(in->rate_hz) +
-                        " Hz; the enhancer takes " + std::to_string(kLowestRateHz) + " to " +
-                        std::to_string(kHighestRateHz) +
+                        " Hz; the enhancer takes " + std::to_string(SE_BF_STREAM_MIN_RATE) +
+                        " to " + std::to_string(SE_BF_STREAM_MAX_RATE) +
                         " Hz; convert it with another program first");
 }
 

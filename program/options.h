@@ -15,7 +15,7 @@ struct enhance_options {
   int32_t mode = kModeByChannels;  // SE_BF_MODE_*
   float mic_distance_m = 0.0f;     // 0: uniform steering
   float doa_deg = 0.0f;
-  int hop = kDefaultHop;         // samples
+  int hop = kStreamDefaultHop;   // samples
   float gain_db = 0.0f;          // applied to the input
   std::vector<size_t> channels;  // zero-based picks; empty: all
   size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file

@@ -39,7 +39,7 @@ void rate_change_open(rate_change *change, int in_hz, int out_hz) {
   change->phases = static_cast<int>(std::min(change->base, kMaxPhases));
   change->table.resize(static_cast<size_t>(change->phases + 1) *
                        static_cast<size_t>(change->taps / kRateFilterLanes));
-  rate_filter_polyphase(kCutoff * lower, change->taps, change->phases,
+  rate_filter_polyphase(kCutoff * lower, change->taps, change->phases, change->phases + 1,
                         reinterpret_cast<float *>(change->table.data()));
   // The middle tap of the first output is the first sample of input.
   change->input.assign(static_cast<size_t>(change->taps / 2 - 1), 0.0f);

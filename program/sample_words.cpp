@@ -1,17 +1,13 @@
 // Samples of full scale 1 and their 16-bit words, in loops that run on vectors.
 #include "sample_words.h"
 
+#include "sample_format.h"
+
 namespace {
 
-constexpr float kFullScale = 32768.0f;  // 16-bit value of a sample of 1
-
 // What lies between rounds to words within; the middle between two words goes to the even one.
-constexpr float kBelowLargest = 32766.5f / kFullScale;
-constexpr float kAboveSmallest = -32767.5f / kFullScale;
-
-// Added and taken away again it leaves a float below 2^22 rounded to the nearest integer, half to
-// even: the sum has no bits for a fraction.
-constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
+constexpr float kBelowLargest = 32766.5f * kSampleStep;
+constexpr float kAboveSmallest = -32767.5f * kSampleStep;
 
 // std::clamp returns references, which keep loops from running on vectors.
 float limit(float x, float low, float high) {
@@ -20,8 +16,8 @@ float limit(float x, float low, float high) {
 }
 
 int32_t round_word(float x) {
-  const float within = limit(x * kFullScale, INT16_MIN, INT16_MAX);
-  return static_cast<int32_t>((within + kRounder) - kRounder);
+  const float within = limit(x * kSampleFullScale, INT16_MIN, INT16_MAX);
+  return static_cast<int32_t>(sample_round(within));
 }
 
 int32_t is_full_scale(int32_t word) {

@@ -1,18 +1,15 @@
-// What the program accepts of a scene: hops, modes, and ranges. They stand here alone; a test
-// compares the completion and the man page with them.
+// What the program accepts of a scene besides what streams fix: modes and ranges. They stand here
+// alone; a test compares the completion and the man page with them.
 #ifndef SE_BF_SCENE_H
 #define SE_BF_SCENE_H
 
 #include <cstdint>
 #include <string>
 
+#include "stream_format.h"
 #include "tm_se_bf.h"
 
-constexpr int kRateHz = 16000;       // of the enhancement, and of raw PCM
-constexpr int kLowestRateHz = 8000;  // of sound files
-constexpr int kHighestRateHz = 192000;
-constexpr int kHops[] = {160, 192, 320};  // samples per analysis step
-constexpr int kDefaultHop = 320;
+constexpr int kRateHz = kCoreRateHz;  // of the enhancement, and of raw PCM
 
 constexpr double kMaxDistanceM = 10.0;
 constexpr double kMaxAngleDeg = 180.0;  // to either side

@@ -4,15 +4,8 @@
 
 #include <cstdint>
 
+#include "stream_format.h"
 #include "support/core_state.h"
-
-// Samples per channel of a block, 20 ms at kCoreRateHz.
-constexpr int32_t kStreamBlock = 320;
-
-// The only rate of the core.
-constexpr int32_t kCoreRateHz = 16000;
-
-constexpr int32_t kStreamMaxChannels = 2;
 
 // What the core runs.
 struct core_setting {

@@ -11,11 +11,15 @@ constexpr int kRateFilterAlignment = 16;
 // fraction of the sampling rate) reaches the stop-band attenuation.
 int rate_filter_taps(double transition);
 
-// Fills `table`, (phases + 1) rows of `taps` coefficients. Row p interpolates at p / phases behind
-// the middle sample: out = sum over k of row[k] * x[i - taps / 2 + 1 + k], at position
-// i + p / phases. `cutoff` is the middle of the transition band as a fraction of the sampling rate
-// of x. Every row has the sum 1.
-void rate_filter_polyphase(double cutoff, int taps, int phases, float *table);
+// Rows of a table for `phases` that are not another one's backwards: row phases - p is row p
+// backwards.
+int rate_filter_rows(int phases);
+
+// Fills `table`, `rows` rows of `taps` coefficients, at most phases + 1. Row p interpolates at
+// p / phases behind the middle sample: out = sum over k of row[k] * x[i - taps / 2 + 1 + k], at
+// position i + p / phases. `cutoff` is the middle of the transition band as a fraction of the
+// sampling rate of x. Every row has the sum 1.
+void rate_filter_polyphase(double cutoff, int taps, int phases, int rows, float *table);
 
 // A half-band filter of 4 * quarter - 1 taps: its middle tap is 1/2, its other odd ones are 0, and
 // the 2 * quarter even ones, which sum to 1/2, go to `taps`.

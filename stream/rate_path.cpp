@@ -8,10 +8,10 @@
 
 #include "rate_converter.h"
 #include "rate_filter.h"
+#include "tm_se_bf_stream.h"
 #include "upper_band.h"
 
-static_assert(kRateBlock % kUpperBandStep == 0, "a block is whole steps of the upper band");
-static_assert(kUpperBandChannels == kRateMaxChannels, "every channel has its factor");
+static_assert(kStreamBlock % kUpperBandStep == 0, "a block is whole steps of the upper band");
 
 // A cache line: the polyphase tables, which are read in whole vectors, lie right behind the record.
 constexpr size_t kRatePathAlignment = 64;
@@ -21,25 +21,25 @@ struct alignas(kRatePathAlignment) rate_path {
   rate_path_config config;
   rate_plan plan;
   rate_filters filters;
-  rate_down down[kRateMaxChannels];
+  rate_down down[kStreamMaxChannels];
   rate_up up;
   upper_band band;
 
   // Chunks of the caller's samples.
-  float *input[kRateMaxChannels];  // the chunk that comes in
-  float *output;                   // what goes out meanwhile
-  int32_t chunk;                   // length of both, samples
-  int32_t done;                    // samples of it so far
+  float *input[kStreamMaxChannels];  // the chunk that comes in
+  float *output;                     // what goes out meanwhile
+  int32_t chunk;                     // length of both, samples
+  int32_t done;                      // samples of it so far
 
   // One turn at 16 kHz.
-  float *core_in[kRateMaxChannels];  // history of delay_16k samples, block
-  float *frames;                     // block, interleaved
-  float *core_out;                   // block
+  float *core_in[kStreamMaxChannels];  // history of delay_16k samples, block
+  float *frames;                       // block, interleaved
+  float *core_out;                     // block
 
   // Band above 8 kHz: the input, late by the latency, with factors that run linearly between the
   // ends of steps of 10 ms.
-  float *late[kRateMaxChannels];     // the last `latency` samples of input
-  float *factors[kRateMaxChannels];  // at the ends of the last `ends` steps
+  float *late[kStreamMaxChannels];     // the last `latency` samples of input
+  float *factors[kStreamMaxChannels];  // at the ends of the last `ends` steps
   int32_t ends;
   int32_t step;   // of the next output sample, counted from the end of `factors`
   int64_t place;  // within the step, in 1 / step_places
@@ -52,7 +52,7 @@ struct alignas(kRatePathAlignment) rate_path {
 namespace {
 
 bool has_upper_band(const rate_path *path) {
-  return path->config.rate > kRateCoreHz;
+  return path->config.rate > kCoreRateHz;
 }
 
 void lay_out(rate_path *path, rate_memory *memory) {
@@ -60,7 +60,7 @@ void lay_out(rate_path *path, rate_memory *memory) {
   rate_filters_take(&path->filters, plan, memory);
   const size_t constant = memory->used;
   path->state = rate_memory_take(memory, 0);
-  const size_t block = kRateBlock;
+  const size_t block = kStreamBlock;
   const size_t room = static_cast<size_t>(std::max(plan->first_chunk, plan->later_chunk)) *
                       static_cast<size_t>(plan->factor);
   for (int m = 0; m < path->config.channels; ++m) {
@@ -79,13 +79,13 @@ void lay_out(rate_path *path, rate_memory *memory) {
 
 // Takes out of the core's output what the delayed input will add below 8 kHz.
 void take_out_lower_band(rate_path *path) {
-  for (int first = 0; first < kRateBlock; first += kUpperBandStep) {
-    const float *input[kUpperBandChannels] = {};
+  for (int first = 0; first < kStreamBlock; first += kUpperBandStep) {
+    const float *input[kStreamMaxChannels] = {};
     for (int m = 0; m < path->config.channels; ++m) {
       input[m] = path->core_in[m] + first;
     }
     float *output = path->core_out + first;
-    float factors[kUpperBandChannels];
+    float factors[kStreamMaxChannels];
     upper_band_step(&path->band, input, output, factors);
     for (int m = 0; m < path->config.channels; ++m) {
       float *ends = path->factors[m];
@@ -102,11 +102,11 @@ void take_out_lower_band(rate_path *path) {
 
 // Adds the delayed input to `count` samples of output.
 void add_late_input(rate_path *path, int32_t count) {
-  const float slope = static_cast<float>(kRateCoreHz) / static_cast<float>(path->step_places);
+  const float slope = static_cast<float>(kCoreRateHz) / static_cast<float>(path->step_places);
   int32_t first = 0;
   while (first < count) {
     // The samples that lie in the present step.
-    const int64_t left = (path->step_places - path->place + kRateCoreHz - 1) / kRateCoreHz;
+    const int64_t left = (path->step_places - path->place + kCoreRateHz - 1) / kCoreRateHz;
     const int32_t run = static_cast<int32_t>(std::min<int64_t>(left, count - first));
     const float behind = static_cast<float>(path->place) / static_cast<float>(path->step_places);
     for (int m = 0; m < path->config.channels; ++m) {
@@ -119,7 +119,7 @@ void add_late_input(rate_path *path, int32_t count) {
       }
     }
     first += run;
-    path->place += static_cast<int64_t>(run) * kRateCoreHz;
+    path->place += static_cast<int64_t>(run) * kCoreRateHz;
     if (path->place >= path->step_places) {
       path->place -= path->step_places;
       ++path->step;
@@ -140,9 +140,9 @@ void run_turn(rate_path *path) {
   const int32_t delay = plan->delay_16k;
   for (int m = 0; m < channels; ++m) {
     float *core_in = path->core_in[m];
-    memmove(core_in, core_in + kRateBlock, static_cast<size_t>(delay) * sizeof(float));
+    memmove(core_in, core_in + kStreamBlock, static_cast<size_t>(delay) * sizeof(float));
     rate_down_run(&path->down[m], plan, &path->filters, path->input[m], core_in + delay);
-    for (int n = 0; n < kRateBlock; ++n) {
+    for (int n = 0; n < kStreamBlock; ++n) {
       path->frames[n * channels + m] = core_in[delay + n];
     }
     keep_latest(path->late[m], plan->latency, path->input[m], path->chunk);
@@ -151,7 +151,7 @@ void run_turn(rate_path *path) {
 
   if (has_upper_band(path)) {
     take_out_lower_band(path);
-    path->step -= kRateBlock / kUpperBandStep;
+    path->step -= kStreamBlock / kUpperBandStep;
   }
   const int32_t chunk = rate_down_chunk(&path->down[0], plan);
   rate_up_run(&path->up, plan, &path->filters, path->core_out, chunk, path->output);
@@ -164,13 +164,13 @@ void run_turn(rate_path *path) {
 
 const char *refusal(const rate_path_config *config) {
   const int32_t rate = config->rate;
-  if (rate < 8000 || rate > 192000 || rate == kRateCoreHz) {
-    return "the rate must be 8000 to 192000 Hz; at 16000 Hz there is nothing to convert";
+  if (rate < SE_BF_STREAM_MIN_RATE || rate > SE_BF_STREAM_MAX_RATE || rate == kCoreRateHz) {
+    return "the rate is out of range, or 16000 Hz, at which there is nothing to convert";
   }
-  if (config->channels < 1 || config->channels > kRateMaxChannels) {
+  if (config->channels < 1 || config->channels > kStreamMaxChannels) {
     return "there must be 1 or 2 channels";
   }
-  if (config->delay_16k < 0 || config->delay_16k > kRateCoreHz || config->block == nullptr) {
+  if (config->delay_16k < 0 || config->delay_16k > kCoreRateHz || config->block == nullptr) {
     return "the block function is missing or too late";
   }
   return nullptr;
@@ -253,7 +253,7 @@ void rate_path_reset(rate_path *path) {
   path->chunk = plan->first_chunk * plan->factor;
   path->done = 0;
   // The first turn's output begins at its chunk's end, less the latency, more the core's delay.
-  const int64_t place = static_cast<int64_t>(path->chunk - plan->latency) * kRateCoreHz +
+  const int64_t place = static_cast<int64_t>(path->chunk - plan->latency) * kCoreRateHz +
                         static_cast<int64_t>(plan->delay_16k) * plan->rate_hz;
   int64_t step = place / path->step_places;
   if (place < step * path->step_places) {

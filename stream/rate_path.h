@@ -14,7 +14,7 @@
 typedef void (*stream_block_fn)(void *user, const float *in, float *out);
 
 struct rate_path_config {
-  int32_t rate;           // Hz, 8000 .. 192000, not 16000
+  int32_t rate;           // Hz, SE_BF_STREAM_MIN_RATE .. SE_BF_STREAM_MAX_RATE, not 16000
   int32_t channels;       // 1 or 2
   int32_t delay_16k;      // samples at 16 kHz by which the block function is late, 0 .. 16000
   int32_t full_band;      // 1: keep what lies above 8 kHz; only matters at rates above 16 kHz

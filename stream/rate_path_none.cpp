@@ -3,7 +3,9 @@
 
 rate_path *rate_path_open(const rate_path_config *, const char **error) {
   if (error != nullptr) {
-    *error = "this library was built for 16000 Hz only";
+    *error =
+        "built without rates: streams run at 16000 Hz only; convert the sound to that rate, or "
+        "build with TM_SE_BF_STREAM_RATES=ON";
   }
   return nullptr;
 }

@@ -8,18 +8,9 @@
 
 namespace {
 
-constexpr float kFullScale = 32768.0f;  // 16-bit value of a float sample of 1
-constexpr float kUnit = 1.0f / kFullScale;
-constexpr float kLargestWord = 32767.0f;
-constexpr float kSmallestWord = -32768.0f;
-
 // Largest float that the filters get, 60 dB above full scale: no sound is changed, and no sum of
 // theirs overflows.
 constexpr float kLoudest = 1000.0f;
-
-// Added and taken away again it leaves a float of less than 2^22 rounded to the nearest integer,
-// half to even: the sum has no bits for a fraction.
-constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
 
 bool is_finite(float x) {
   return std::fabs(x) <= FLT_MAX;
@@ -28,16 +19,16 @@ bool is_finite(float x) {
 // The loops are in functions of this file, as clang has clones for several processors only there.
 SE_BF_VECTOR_CLONES void round_all(const float *x, int32_t count, int16_t *words) {
   for (int32_t i = 0; i < count; ++i) {
-    const float scaled = is_finite(x[i]) ? x[i] * kFullScale : 0.0f;
-    const float below = scaled < kLargestWord ? scaled : kLargestWord;
-    const float within = below > kSmallestWord ? below : kSmallestWord;
-    words[i] = static_cast<int16_t>(static_cast<int32_t>((within + kRounder) - kRounder));
+    const float scaled = is_finite(x[i]) ? x[i] * kSampleFullScale : 0.0f;
+    const float below = scaled < INT16_MAX ? scaled : INT16_MAX;
+    const float within = below > INT16_MIN ? below : INT16_MIN;
+    words[i] = static_cast<int16_t>(static_cast<int32_t>(sample_round(within)));
   }
 }
 
 SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float *x) {
   for (int32_t i = 0; i < count; ++i) {
-    x[i] = static_cast<float>(words[i]) * kUnit;
+    x[i] = static_cast<float>(words[i]) * kSampleStep;
   }
 }
 

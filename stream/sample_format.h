@@ -4,6 +4,15 @@
 
 #include <cstdint>
 
+constexpr float kSampleFullScale = 32768.0f;  // 16-bit value of a float sample of 1
+constexpr float kSampleStep = 1.0f / kSampleFullScale;
+
+// The nearest integer, half to even, for values below 2^22: the sum has no bits for a fraction.
+inline float sample_round(float x) {
+  constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
+  return (x + kRounder) - kRounder;
+}
+
 // Rounds to 16 bits, saturating; what is not finite gives 0. Exact for x = word / 32768.
 void words_from_floats(const float *x, int32_t count, int16_t *words);
 

@@ -5,9 +5,6 @@
 
 namespace {
 
-constexpr int32_t kLowestRateHz = 8000;
-constexpr int32_t kHighestRateHz = 192000;
-constexpr int32_t kDefaultHop = 320;
 constexpr float kLargestDistance = 10.0f;  // metres
 constexpr float kDefaultDoa = 90.0f;       // degrees: the talker is in front
 
@@ -47,6 +44,15 @@ bool mode_is_known(int32_t mode) {
          (mode >= SE_BF_MODE_MEAN && mode <= SE_BF_MODE_MONO);
 }
 
+bool hop_is_known(int32_t hop) {
+  for (const int32_t known : kStreamHops) {
+    if (hop == known) {
+      return true;
+    }
+  }
+  return false;
+}
+
 const char *direction_fault(const se_bf_stream_config *config) {
   const float distance = config->mic_distance;
   // False for NaN, too.
@@ -61,7 +67,7 @@ const char *direction_fault(const se_bf_stream_config *config) {
 }
 
 int32_t hop_of(const se_bf_stream_config *config) {
-  return config->hop == 0 ? kDefaultHop : config->hop;
+  return config->hop == 0 ? kStreamDefaultHop : config->hop;
 }
 
 // With one channel the core suppresses noise in every mode; only a plain stream wants to hear that.
@@ -83,7 +89,7 @@ const char *stream_config_fault(const se_bf_stream_config *config) {
   if (fault != nullptr) {
     return fault;
   }
-  if (config->rate < kLowestRateHz || config->rate > kHighestRateHz) {
+  if (config->rate < SE_BF_STREAM_MIN_RATE || config->rate > SE_BF_STREAM_MAX_RATE) {
     return "config.rate must be 8000 to 192000 Hz";
   }
   if (config->channels != 1 && config->channels != kStreamMaxChannels) {
@@ -93,8 +99,7 @@ const char *stream_config_fault(const se_bf_stream_config *config) {
     return "config.mode must be SE_BF_STREAM_AUTO, SE_BF_STREAM_REFINED, or SE_BF_MODE_MEAN, "
            "_OMLSA, _MVDR or _MONO";
   }
-  const int32_t hop = hop_of(config);
-  if (hop != 160 && hop != 192 && hop != kDefaultHop) {
+  if (!hop_is_known(hop_of(config))) {
     return "config.hop must be 0, 160, 192 or 320 samples";
   }
   fault = direction_fault(config);

@@ -3,33 +3,71 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "rate_filter.h"
+#include "sample_format.h"
 
 namespace {
 
-constexpr int kQuarter = (kUpperBandTaps + 1) / 4;  // of the half-band filter
-constexpr float kLevelKept = 0.96722f;  // exp(-10 ms / 300 ms): which microphone is heard
-constexpr float kSilence = 1e-10f;      // energy a step at full scale 1: less than a bit of 16
-constexpr float kMaxEnergy = 1e12f;     // more than sound can have
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kBandFrom = 4000.0 / 16000.0;  // of the rate; the gain of this band counts
+constexpr double kBandTo = 7500.0 / 16000.0;    // above, the filters of the rates set in
+constexpr float kLevelKept = 0.96722f;          // exp(-10 ms / 300 ms): which microphone is heard
+constexpr float kLeastGain = 0.1f;   // -20 dB; the core leaves some -10 dB of steady noise
+constexpr float kMaxEnergy = 1e12f;  // of a step, more than sound can have
 
-// Puts a step after the history in `samples` and gives what lies above 4 kHz to `high`. Returns
-// its energy.
-float high_pass(const float *taps, const float *step, float *samples, float *high) {
-  const int history = kUpperBandTaps - 1;
-  memcpy(samples + history, step, kUpperBandStep * sizeof(float));
-  rate_filter_run(samples, taps, kUpperBandTaps, high, kUpperBandStep);
+// Energy of 30 ms with one step of 16 bits a sample. Both energies get it: where the steps decide
+// what the core gives, the gain goes to 1.
+constexpr float kBlur = kUpperBandStep * kUpperBandSteps * kSampleStep * kSampleStep;
+
+// Above this the core's gains cannot round everything to 0: silence is then meant.
+constexpr float kNotRoundedAway = 64.0f * kBlur;
+
+// Hann's window over the difference of two sines: 4 to 7.5 kHz, -44 dB from 0.4 kHz beyond.
+void make_band_pass(float *taps) {
+  const int half = kUpperBandTaps / 2;
+  for (int k = 0; k < kUpperBandTaps; ++k) {
+    const double n = k - half;
+    const double window = 0.5 + 0.5 * std::cos(kPi * n / (half + 1));
+    const double ideal =
+        k == half
+            ? 2.0 * (kBandTo - kBandFrom)
+            : (std::sin(2.0 * kPi * kBandTo * n) - std::sin(2.0 * kPi * kBandFrom * n)) / (kPi * n);
+    taps[k] = static_cast<float>(window * ideal);
+  }
+}
+
+// A step after the history in `samples` is complete: gives its 4 to 7.5 kHz to `passed`, returns
+// their energy, and makes room for the next step.
+float band_pass(const float *taps, float *samples, float *passed) {
+  rate_filter_run(samples, taps, kUpperBandTaps, passed, kUpperBandStep);
   float energy = 0.0f;
   for (int n = 0; n < kUpperBandStep; ++n) {
-    energy += high[n] * high[n];
+    energy += passed[n] * passed[n];
   }
-  memmove(samples, samples + kUpperBandStep, history * sizeof(float));
+  memmove(samples, samples + kUpperBandStep, kUpperBandHistory * sizeof(float));
   return energy;
 }
 
 float sound_energy(float energy) {
   return energy >= 0.0f && energy < kMaxEnergy ? energy : 0.0f;
+}
+
+// Gain of the core at 4 to 7.5 kHz over the last 30 ms.
+float measured_gain(const upper_band *band) {
+  float heard = 0.0f;
+  float left = 0.0f;
+  for (int k = 0; k < kUpperBandSteps; ++k) {
+    heard += band->input_energy[k];
+    left += band->output_energy[k];
+  }
+  if (left == 0.0f && heard > kNotRoundedAway) {
+    return 0.0f;
+  }
+  const float gain = std::sqrt((left + kBlur) / (heard + kBlur));
+  return std::min(std::max(gain, kLeastGain), 1.0f);
 }
 
 }  // namespace
@@ -38,13 +76,7 @@ void upper_band_open(upper_band *band, int32_t channels, int32_t enabled) {
   memset(band, 0, sizeof(*band));
   band->channels = channels;
   band->enabled = enabled;
-  // High-pass filter: a pulse less the half-band low-pass filter, whose even taps these are.
-  float even[2 * kQuarter];
-  rate_filter_half_band(kQuarter, even);
-  band->taps[kUpperBandTaps / 2] = 0.5f;
-  for (int k = 0; k < 2 * kQuarter; ++k) {
-    band->taps[2 * k] = -even[k];
-  }
+  make_band_pass(band->taps);
 }
 
 void upper_band_reset(upper_band *band) {
@@ -58,47 +90,40 @@ void upper_band_reset(upper_band *band) {
 
 void upper_band_step(upper_band *band, const float *const *input, const float *output,
                      float *factors) {
-  float high[kUpperBandChannels][kUpperBandStep];
+  float passed[kStreamMaxChannels][kUpperBandStep];
   float sum_of_levels = 0.0f;
   for (int m = 0; m < band->channels; ++m) {
-    const float energy = sound_energy(high_pass(band->taps, input[m], band->input[m], high[m]));
+    // What the core hears, but not limited: where it saturates, the band above 8 kHz falls, too.
+    for (int n = 0; n < kUpperBandStep; ++n) {
+      band->input[m][kUpperBandHistory + n] =
+          sample_round(input[m][n] * kSampleFullScale) * kSampleStep;
+    }
+    const float energy = sound_energy(band_pass(band->taps, band->input[m], passed[m]));
     band->level[m] = energy + kLevelKept * (band->level[m] - energy);
     sum_of_levels += band->level[m];
   }
 
   // Each microphone counts as it is loud, so that a dead one does not; equally loud ones give the
   // mean.
-  float weight[kUpperBandChannels];
+  float weight[kStreamMaxChannels];
   for (int m = 0; m < band->channels; ++m) {
-    weight[m] = sum_of_levels > kSilence ? band->level[m] / sum_of_levels
-                                         : 1.0f / static_cast<float>(band->channels);
+    weight[m] = sum_of_levels > 0.0f ? band->level[m] / sum_of_levels
+                                     : 1.0f / static_cast<float>(band->channels);
   }
   float input_energy = 0.0f;
   for (int n = 0; n < kUpperBandStep; ++n) {
     float mix = 0.0f;
     for (int m = 0; m < band->channels; ++m) {
-      mix += weight[m] * high[m][n];
+      mix += weight[m] * passed[m][n];
     }
     input_energy += mix * mix;
   }
   band->input_energy[band->place] = sound_energy(input_energy);
-  band->output_energy[band->place] =
-      sound_energy(high_pass(band->taps, output, band->output, high[0]));
+  memcpy(band->output + kUpperBandHistory, output, kUpperBandStep * sizeof(float));
+  band->output_energy[band->place] = sound_energy(band_pass(band->taps, band->output, passed[0]));
   band->place = (band->place + 1) % kUpperBandSteps;
 
-  float heard = 0.0f;
-  float left = 0.0f;
-  for (int k = 0; k < kUpperBandSteps; ++k) {
-    heard += band->input_energy[k];
-    left += band->output_energy[k];
-  }
-  // Where 4 to 8 kHz are silent nothing is known, and the band above stays as it is.
-  float gain = 1.0f;
-  if (band->enabled == 0) {
-    gain = 0.0f;
-  } else if (heard > kSilence && left < heard) {
-    gain = std::sqrt(left / heard);
-  }
+  const float gain = band->enabled != 0 ? measured_gain(band) : 0.0f;
   for (int m = 0; m < band->channels; ++m) {
     factors[m] = gain * weight[m];
   }

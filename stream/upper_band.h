@@ -1,6 +1,7 @@
 // The band above 8 kHz, which the enhancement at 16 kHz does not hear: how much of it belongs to
-// the output. It gets the gain that the enhancement has between 4 kHz and the end of its band at
-// that moment.
+// the output. It gets the gain that the enhancement has at 4 to 7.5 kHz at that moment: 1 where the
+// sound there is near the steps of 16 bits and tells nothing, -20 dB at least, and 0 where the
+// enhancement gives silence for sound.
 //
 // Every 10 ms the module gives one factor a channel; in between they run linearly. The output is
 //   core output + sum over channels of factor * (input - input as 16 kHz can hold it),
@@ -11,20 +12,22 @@
 
 #include <stdint.h>
 
+#include "stream_format.h"
+
 constexpr int32_t kUpperBandStep = 160;  // samples at 16 kHz: 10 ms
 constexpr int32_t kUpperBandSteps = 3;   // the gain is measured over the last 30 ms
-constexpr int32_t kUpperBandTaps = 23;   // of the high-pass filter at 4 kHz
-constexpr int32_t kUpperBandChannels = 2;
+constexpr int32_t kUpperBandTaps = 63;   // of the band-pass filter, 4 to 7.5 kHz
+constexpr int32_t kUpperBandHistory = kUpperBandTaps - 1;
 
 struct upper_band {
   int32_t channels;
   int32_t enabled;             // 0: the factors go to 0 within a step
   float taps[kUpperBandTaps];  // constant once opened
-  float input[kUpperBandChannels][kUpperBandTaps - 1 + kUpperBandStep];  // history, step
-  float output[kUpperBandTaps - 1 + kUpperBandStep];                     // history, step
+  float input[kStreamMaxChannels][kUpperBandHistory + kUpperBandStep];  // history, step
+  float output[kUpperBandHistory + kUpperBandStep];                     // history, step
   float input_energy[kUpperBandSteps];
   float output_energy[kUpperBandSteps];
-  float level[kUpperBandChannels];  // mean energy a step, 4 to 8 kHz
+  float level[kStreamMaxChannels];  // mean energy a step, 4 to 7.5 kHz
   int32_t place;                    // in the rings of energies
 };
 

@@ -33,6 +33,7 @@ class BatchCase(ProgramCase):
 
 
 class Folders(BatchCase):
+    @program.needs_rates
     def test_a_tree_is_kept(self):
         """All that is sound is taken, whatever its name; the rest is passed over with the reason."""
         self.record("in/a/1.wav", "in/b/c/1.wav", "in/b/1.flac.wav", "in/mp.wav")

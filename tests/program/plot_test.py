@@ -105,6 +105,7 @@ class Plot(program.ProgramCase):
                 file.writeframes(half.to_bytes(width // 8, "little") * 2)
             self.assertEqual([0.5], audio_io.read_channel_0("width.wav")[1].tolist())
 
+    @program.needs_rates
     def test_short_and_other_recordings(self):
         for name, count, rate_hz in [("one", 1, 16000), ("short", 1600, 16000), ("48", 9600, 48000)]:
             program.write_wav(f"{name}.wav", np.full(count, 99, "<i2"), rate_hz)
@@ -154,6 +155,7 @@ class Plot(program.ProgramCase):
             (scripts / "python.sh").chmod(0o755)
             self.fails(text, "in.wav", env={**self.env, "SE_BF_PLOT_DIR": str(scripts)})
 
+    @program.needs_rates
     def test_both_sounds_have_the_rate_of_the_file(self):
         program.write_wav("48.wav", np.full(9601, 99, "<i2"), 48000)
         pathlib.Path("python.sh").write_text(r"""#!/bin/sh

@@ -18,6 +18,8 @@ import numpy as np
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 TOOL = os.path.abspath(sys.argv.pop(1))
+HAS_RATES = os.environ.get("TM_SE_BF_STREAM_RATES") != "OFF"  # set by CTest
+needs_rates = unittest.skipUnless(HAS_RATES, "built without rates")
 LIMIT_S = 60  # a command that takes longer hangs
 RECORD = "se_bf-results.txt"
 

@@ -20,6 +20,7 @@ namespace {
 
 long g_calls = 0;
 long g_live = 0;
+size_t g_aligned = 0;  // bytes of the latest aligned piece
 long g_refused = std::numeric_limits<long>::max();
 
 void *counted(void *memory) {
@@ -50,6 +51,7 @@ extern "C" void *realloc(void *memory, size_t size) {
 }
 
 extern "C" void *aligned_alloc(size_t alignment, size_t size) {
+  g_aligned = size;
   return refused() ? nullptr : counted(__libc_memalign(alignment, size));
 }
 
@@ -62,7 +64,8 @@ extern "C" void free(void *memory) {
 namespace {
 
 constexpr int kDelay = 417;
-constexpr int kRates[] = {8000, 12345, 44100, 48000, 191999};
+constexpr size_t kMostBytes = 2000000;  // of a path; a table with all rows takes more
+constexpr int kRates[] = {8000, 12345, 44100, 48000, 159999, 191999};
 
 void silent_block(void *, const float *, float *out) {
   memset(out, 0, 320 * sizeof(float));
@@ -76,6 +79,7 @@ TEST(RatesHeap, OnlyOpenAndCloseUseTheHeap) {
     const rate_path_config config = {rate, 2, kDelay, 1, silent_block, nullptr};
     rate_path *path = rate_path_open(&config, nullptr);
     ASSERT_NE(path, nullptr) << rate << " Hz";
+    EXPECT_LT(g_aligned, kMostBytes) << rate << " Hz";
     std::vector<float> in(2 * 4096, 0.1f);
     std::vector<float> out(4096);
     const long calls = g_calls;
