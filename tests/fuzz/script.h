@@ -29,4 +29,11 @@ inline float take_float(fuzz_script *script) {
   return value;
 }
 
+// One of the usual values, or any value.
+template <typename value, size_t kCount>
+value pick(fuzz_script *script, const value (&usual)[kCount]) {
+  const uint32_t choice = take(script, 1);
+  return choice < kCount ? usual[choice] : static_cast<value>(take(script, sizeof(value)));
+}
+
 #endif  // TM_SE_BF_TESTS_FUZZ_SCRIPT_H
