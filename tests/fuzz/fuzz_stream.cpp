@@ -67,11 +67,23 @@ settings take_settings(fuzz_script *script) {
   return s;
 }
 
+// As the header tells the ranges.
+bool in_range(const se_bf_stream_config &c) {
+  const auto flag = [](int32_t value) { return value == 0 || value == 1; };
+  return c.rate >= 8000 && c.rate <= 192000 && (c.channels == 1 || c.channels == 2) &&
+         (c.mode == 0 || c.mode == 1 || (c.mode >= 6000 && c.mode <= 6003)) &&
+         (c.hop == 0 || c.hop == 160 || c.hop == 192 || c.hop == 320) && c.mic_distance >= 0.0f &&
+         c.mic_distance <= 10.0f && (c.mic_distance == 0.0f || std::isfinite(c.doa)) &&
+         flag(c.plain) && flag(c.full_band);
+}
+
 // Opens the stream as `opened`, and changes it to `now` before it hears anything.
 bool open(player *p) {
   const char *error = nullptr;
   p->stream = se_bf_stream_open(&p->opened.config, &error);
   assert((p->stream == nullptr) == (error != nullptr));
+  const bool has_size = p->opened.config.size == sizeof(se_bf_stream_config);
+  assert(!has_size || (p->stream != nullptr) == in_range(p->opened.config));
   p->now.config.user = p;
   const int32_t refused = se_bf_stream_change(p->stream, &p->now.config);
   assert(refused == (p->stream == nullptr ? SE_BF_STREAM_ERROR_NULL : 0));
@@ -204,11 +216,11 @@ void reset(session *s) {
 
 void change(session *s) {
   settings wanted = take_settings(&s->script);
-  const se_bf_stream_config *now = &s->heard.now.config;
+  const se_bf_stream_config before = s->heard.now.config;
   if (take(&s->script, 1) % 8 != 7) {  // else most would be refused
-    wanted.config.rate = now->rate;
-    wanted.config.channels = now->channels;
-    wanted.config.hop = now->hop;
+    wanted.config.rate = before.rate;
+    wanted.config.channels = before.channels;
+    wanted.config.hop = before.hop;
   }
   const int32_t latency = se_bf_stream_latency(s->heard.stream);
   int32_t results[2];
@@ -217,7 +229,9 @@ void change(session *s) {
     results[p == &s->judge] = se_bf_stream_change(p->stream, &wanted.config);
     p->now = results[0] == 0 ? wanted : p->now;
   }
-  assert(results[0] == results[1]);
+  assert(results[0] == results[1] && (results[0] != 0 || in_range(wanted.config)));
+  const auto hop = [](int32_t value) { return value == 0 ? 320 : value; };
+  assert(results[0] != 0 || hop(wanted.config.hop) == hop(before.hop));
   assert(se_bf_stream_latency(s->heard.stream) == latency);
 }
 
