@@ -11,38 +11,9 @@ TOP = pathlib.Path(__file__).resolve().parents[1]
 PAGE = "docs/architecture.md"
 HEADING = "## Index of functions"
 
-# Left out before declarations are looked for.
-NOISE = [
-    (r"//[^\n]*|/\*.*?\*/", " "),
-    (r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", " "),
-    (r"\[\[.*?\]\]|\btemplate\s*<[^<>]*>|\bSE_BF_API\b", " "),
-    (r"\b(?:extern\s*\"C\"|(?:inline\s+)?namespace(?:\s+[\w:]+)?)\s*\{", ";"),
-]
-
-
-def without_bodies(text):
-    """The text at the outermost level; what stands in braces becomes a semicolon."""
-    depth, outer = 0, []
-    for letter in text:
-        if letter == "{":
-            outer.append(";" if depth == 0 else "")
-        depth += {"{": 1, "}": -1}.get(letter, 0)
-        depth = max(depth, 0)  # the end of a namespace, whose beginning is left out
-        if depth == 0:
-            outer.append(";" if letter == "}" else letter)
-    return "".join(outer)
-
-
-def declared_functions(path):
-    text = path.read_text()
-    for pattern, replacement in NOISE:
-        text = re.sub(pattern, replacement, text, flags=re.S | re.M)
-    names = set()
-    for statement in without_bodies(text).split(";"):
-        found = re.match(r"[\w\s:*&<>,]*[\s*&](\w+)\s*\(", statement)
-        if found and not re.match(r"\s*(?:using|typedef|extern|static_assert)\b", statement):
-            names.add(found[1])
-    return names
+# As clang-format lays them out: at the start of a line, after a template or an attribute.
+DECLARED = re.compile(r"^(?:template <.*?>\s|\[\[.*?\]\] )?(?!using|typedef|extern|static_assert)[a-zA-Z]"
+                      r"[\w\s:*&<>,]*?[\s*&](\w+)\s*\(", re.M)
 
 
 def headers():
@@ -50,7 +21,7 @@ def headers():
     paths = {"tm_se_bf.h": TOP / "include/tm_se_bf.h"}
     for path in sorted((TOP / "src").rglob("*.h")):
         paths[str(path.relative_to(TOP / "src"))] = path
-    return {name: declared_functions(path) for name, path in paths.items()}
+    return {name: set(DECLARED.findall(path.read_text())) for name, path in paths.items()}
 
 
 def indexed():

@@ -29,13 +29,6 @@ struct fuzz_world {
   bool self_tested;
 };
 
-// One of the usual values, or any value.
-template <typename value, size_t kCount>
-value pick(fuzz_script *script, const value (&usual)[kCount]) {
-  const uint32_t choice = take(script, 1);
-  return choice < kCount ? usual[choice] : static_cast<value>(take(script, sizeof(value)));
-}
-
 // Fills one block of interleaved samples with a kind of signal that caused trouble before.
 void fill_block(fuzz_world *world, int16_t *block, int32_t frames, int32_t channels) {
   const uint32_t kind = take(&world->script, 1);

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 seconds=${1:-60}
 build=${2:-build/fuzz}
-targets=(fuzz_api fuzz_transform fuzz_tool)
+targets=(fuzz_api fuzz_stream fuzz_transform fuzz_tool)
 
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_C_COMPILER=clang -DTM_SE_BF_BUILD_FUZZERS=ON -DTM_SE_BF_BUILD_TESTS=OFF \

@@ -29,4 +29,17 @@ inline float take_float(fuzz_script *script) {
   return value;
 }
 
+// One of the usual values, or any value.
+template <typename value, size_t kCount>
+value pick(fuzz_script *script, const value (&usual)[kCount]) {
+  const uint32_t choice = take(script, 1);
+  if (choice < kCount) {
+    return usual[choice];
+  }
+  const uint32_t bits = take(script, sizeof(value));
+  value any;
+  std::memcpy(&any, &bits, sizeof any);  // on machines whose low bytes come first
+  return any;
+}
+
 #endif  // TM_SE_BF_TESTS_FUZZ_SCRIPT_H

@@ -83,19 +83,6 @@ test_documented() {
   done
 }
 
-test_two-filters() {
-  need ffmpeg sox
-  make_wav 48000
-  reference 48000
-  local filter="ladspa=file=tm_se_bf:plugin=tm_se_bf:controls" ends
-  ends=atrim=start_sample=$latency
-  ffmpeg -i in.wav -filter_complex "apad=pad_len=$latency,asplit[a][b];[a]$filter=c0=2|c1=$DISTANCE|c2=$DOA,${ends}[c]
-    ;[b]$filter=c0=1,${ends}[d]" -map '[c]' -f s16le one.raw -map '[d]' -f s16le other.raw </dev/null
-  near one.raw
-  reference 48000 1 0 0
-  near other.raw
-}
-
 # use_alsa CONFIGURATION [RATE]: besides it, there are PCMs that play played.raw, then silence: `player` in
 # whatever format, `recording` in words at 16 kHz or RATE.
 use_alsa() {

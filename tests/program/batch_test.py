@@ -247,11 +247,11 @@ class Processes(BatchCase):
             self.assertEqual(1, said.stderr.count(b"\n"), f"lines with {count} descriptors")
             self.assertIn(b"\n0 enhanced, 0 skipped, 1 failed, 59 not enhanced\n", said.stdout)
 
-    def start_long_batch(self, *words):
+    def start_long_batch(self, *words, jobs="1"):
         """A batch that has begun with 2.au, hours of silence."""
         program.write_long_au("2.au")
         program.write_long_au("3.au")
-        run = subprocess.Popen([program.TOOL, "enhance", "--jobs", "1", "--out-dir", "o", *words,
+        run = subprocess.Popen([program.TOOL, "enhance", "--jobs", jobs, "--out-dir", "o", *words,
                                 "2.au", "3.au"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         program.wait_for(lambda: [name for name in tree("o") if re.fullmatch(r"\..*au", name)])
         return run
@@ -261,6 +261,15 @@ class Processes(BatchCase):
         run.kill()
         run.communicate(timeout=program.LIMIT_S)  # the worker has ended, too
         self.assertEqual([], tree("o"), "the worker takes its file away")
+
+    def test_a_killed_worker_is_a_failure(self):
+        run = self.start_long_batch(jobs="2")
+        children = pathlib.Path(f"/proc/{run.pid}/task/{run.pid}/children")
+        program.wait_for(lambda: len(children.read_text().split()) == 2)
+        for worker in children.read_text().split():
+            os.kill(int(worker), signal.SIGKILL)
+        self.assertIn(b"\n0 enhanced, 0 skipped, 2 failed\n", run.communicate()[0])
+        self.assertEqual(1, run.returncode)
 
     def test_an_interrupted_batch_says_so(self):
         self.record("1.wav")

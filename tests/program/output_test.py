@@ -185,8 +185,9 @@ class Storage(ProgramCase):
         self.assertEqual(["1.wav", RECORD], sorted(os.listdir("o")))
 
     def test_what_cannot_be_stored_is_an_error(self):
-        self.enhance_there(1, "writing out.wav failed: Input/output", "1.wav", "out.wav",
-                     UNSAFE=self.work.name)
+        for unsafe in self.work.name, ".wav":
+            self.enhance_there(1, "writing out.wav failed: Input/output", "1.wav", "out.wav",
+                               UNSAFE=unsafe)
         for unsafe, there in ("/o", False), ("/" + RECORD, False), ("/o/sub", True):
             self.enhance_there(1, "failed: Input/output error", "--out-dir", "o", "in", UNSAFE=unsafe)
             self.assertEqual(there, os.path.exists("o/sub/1.wav"), f"result without {unsafe}")

@@ -84,7 +84,9 @@ def limited(what, count):
 
 def wait_for(condition):
     """Waits until the condition gives something, and returns that."""
+    end = time.monotonic() + LIMIT_S
     while not (found := condition()):
+        assert time.monotonic() < end, "waited in vain"
         time.sleep(0.01)
     return found
 
