@@ -111,7 +111,9 @@ void advance_change(enhancer *e, const int16_t *block, const block_facts *facts,
 }
 
 void remember(enhancer *e, const int16_t *block, const block_facts *facts) {
-  std::memcpy(e->before, block, static_cast<size_t>(e->past.width) * sizeof(int16_t));
+  if (e->change != CHANGE_NONE || e->lanes[e->running].copies) {
+    std::memcpy(e->before, block, static_cast<size_t>(e->past.width) * sizeof(int16_t));
+  }
   const bool kept = history_remember(&e->past, block, block_has_sound(facts), e->time);
   const bool hearing = e->change != CHANGE_NONE && e->stage == STAGE_HEAR && !other_lane(e)->copies;
   // With the first block of a change the ring may lose one that the other lane has not heard.

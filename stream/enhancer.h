@@ -47,7 +47,7 @@ struct enhancer {
   int32_t backlog;       // remembered blocks that it has not heard yet
   int32_t clean_blocks;  // blocks without a fault that it has heard since the last one with a fault
   int64_t clean_since;   // first sample of them
-  int16_t before[kStreamMaxChannels * kStreamBlock];  // the block before
+  int16_t before[kStreamMaxChannels * kStreamBlock];  // the block before, where a copy may want it
   int16_t fresh[kStreamBlock];                        // output of the other lane
   lane lanes[2];
   history past;
