@@ -1,10 +1,10 @@
 // Where the audio comes from: the channels in use of a sound, as float frames.
 #include "audio_source.h"
 
-#include <cfloat>
-#include <cmath>
+#include <algorithm>
 
 #include "report.h"
+#include "sample_words.h"
 #include "sound_open.h"
 #include "tm_se_bf_stream.h"
 
@@ -61,19 +61,19 @@ size_t source_read(audio_source *src, float *out, size_t room) {
   const size_t limit = src->stored.size() / src->input.channels;
   const size_t wanted = room < limit ? room : limit;
   const size_t count = input_read(&src->input, src->stored.data(), wanted);
+  const float *in = src->stored.data();
   const size_t all = src->input.channels;
   const size_t picked = src->picks.size();
-  for (size_t m = 0; m < picked; ++m) {
-    const float *in = src->stored.data() + src->picks[m];
-    int64_t bad = 0;
+  if (picked == all && src->picks.front() == 0 && src->picks.back() == all - 1) {
+    std::copy_n(in, count * all, out);
+  } else {
     for (size_t t = 0; t < count; ++t) {
-      const float x = in[t * all];
-      const bool good = std::fabs(x) <= FLT_MAX;
-      bad += good ? 0 : 1;
-      out[t * picked + m] = good ? x : 0.0f;
+      for (size_t m = 0; m < picked; ++m) {
+        out[t * picked + m] = in[t * all + src->picks[m]];
+      }
     }
-    src->not_finite += bad;
   }
+  src->not_finite += samples_make_finite(out, count * picked);
   return count;
 }
 

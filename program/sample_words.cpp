@@ -1,6 +1,9 @@
 // Samples of full scale 1 and their 16-bit words, in loops that run on vectors.
 #include "sample_words.h"
 
+#include <cfloat>
+#include <cmath>
+
 #include "sample_format.h"
 
 namespace {
@@ -26,8 +29,18 @@ int32_t is_full_scale(int32_t word) {
 
 }  // namespace
 
+int64_t samples_make_finite(float *x, size_t count) {
+  // A 32-bit count keeps the loop on vectors, also in the functions below.
+  int32_t bad = 0;
+  for (size_t n = 0; n < count; ++n) {
+    const bool good = std::fabs(x[n]) <= FLT_MAX;
+    bad += good ? 0 : 1;
+    x[n] = good ? x[n] : 0.0f;
+  }
+  return bad;
+}
+
 int64_t samples_amplify(float *x, size_t count, float gain) {
-  // A 32-bit count keeps the loop on vectors.
   int32_t full = 0;
   for (size_t n = 0; n < count; ++n) {
     const float y = limit(gain * x[n], -1.0f, 1.0f);

@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+// Puts 0 for what is no number or infinite, and returns how many such samples there were.
+int64_t samples_make_finite(float *x, size_t count);
+
 // Multiplies finite samples by `gain`, limits them to full scale, and returns how many of them are
 // the largest or the smallest word in 16 bits.
 int64_t samples_amplify(float *x, size_t count, float gain);

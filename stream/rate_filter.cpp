@@ -18,7 +18,8 @@ constexpr double kKaiserLength = 14.36;
 constexpr double kPi = 3.14159265358979323846;
 // gcc and clang map the type to the processor's vectors, or to single operations where it has none.
 constexpr int kVectorLanes = 8;
-static_assert(2 * kVectorLanes == kRateFilterLanes, "a dot product keeps two vectors of sums");
+static_assert(2 * kVectorLanes == kRateFilterLanes,
+              "a dot product takes two vectors at a time, or four");
 typedef float vec __attribute__((vector_size(32), aligned(4), may_alias));
 
 // Modified Bessel function of the first kind, order 0: sum of c[k] * (x^2 / 4)^k, c[k] = 1 / k!^2.
@@ -97,17 +98,25 @@ void scale_to_sum(float *values, int count, double total) {
 RATE_FILTER_LOOP float dot(const float *x, const float *h, int count) {
   vec sum0 = {};
   vec sum1 = {};
-  for (int k = 0; k < count; k += kRateFilterLanes) {
-    const vec *a = reinterpret_cast<const vec *>(x + k);
-    const vec *b = reinterpret_cast<const vec *>(h + k);
-    sum0 += a[0] * b[0];
-    sum1 += a[1] * b[1];
+  vec sum2 = {};
+  vec sum3 = {};
+  const vec *a = reinterpret_cast<const vec *>(x);
+  const vec *b = reinterpret_cast<const vec *>(h);
+  const int vectors = count / kVectorLanes;
+  int k = 0;
+  for (; k + 4 <= vectors; k += 4) {
+    sum0 += a[k] * b[k];
+    sum1 += a[k + 1] * b[k + 1];
+    sum2 += a[k + 2] * b[k + 2];
+    sum3 += a[k + 3] * b[k + 3];
   }
-  float total[4];
-  for (int lane = 0; lane < 4; ++lane) {
-    total[lane] = (sum0[lane] + sum0[lane + 4]) + (sum1[lane] + sum1[lane + 4]);
+  if (k < vectors) {
+    sum0 += a[k] * b[k];
+    sum1 += a[k + 1] * b[k + 1];
   }
-  return (total[0] + total[1]) + (total[2] + total[3]);
+  const vec sum = (sum0 + sum1) + (sum2 + sum3);
+  const float odd = (sum[1] + sum[5]) + (sum[3] + sum[7]);
+  return ((sum[0] + sum[4]) + (sum[2] + sum[6])) + odd;
 }
 
 // Several vectors of outputs at once, as their sums do not wait for one another.

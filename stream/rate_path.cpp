@@ -176,6 +176,20 @@ const char *refusal(const rate_path_config *config) {
   return nullptr;
 }
 
+// Puts the channels of `count` frames behind those of the chunk that have come.
+void take_input(const rate_path *path, const float *in, size_t count) {
+  float *first = path->input[0] + path->done;
+  if (path->config.channels == 1) {
+    memcpy(first, in, count * sizeof(float));
+    return;
+  }
+  float *second = path->input[1] + path->done;
+  for (size_t n = 0; n < count; ++n) {
+    first[n] = in[2 * n];
+    second[n] = in[2 * n + 1];
+  }
+}
+
 }  // namespace
 
 rate_path *rate_path_open(const rate_path_config *config, const char **error) {
@@ -221,12 +235,7 @@ void rate_path_process(rate_path *path, const float *in, size_t frames, float *o
   while (frames > 0) {
     const size_t left = static_cast<size_t>(path->chunk - path->done);
     const size_t count = std::min(frames, left);
-    for (int m = 0; m < channels; ++m) {
-      float *input = path->input[m] + path->done;
-      for (size_t n = 0; n < count; ++n) {
-        input[n] = in[n * static_cast<size_t>(channels) + static_cast<size_t>(m)];
-      }
-    }
+    take_input(path, in, count);
     memcpy(out, path->output + path->done, count * sizeof(float));
     path->done += static_cast<int32_t>(count);
     in += count * static_cast<size_t>(channels);
