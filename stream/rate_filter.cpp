@@ -100,19 +100,22 @@ RATE_FILTER_LOOP float dot(const float *x, const float *h, int count) {
   vec sum1 = {};
   vec sum2 = {};
   vec sum3 = {};
-  const vec *a = reinterpret_cast<const vec *>(x);
-  const vec *b = reinterpret_cast<const vec *>(h);
-  const int vectors = count / kVectorLanes;
-  int k = 0;
-  for (; k + 4 <= vectors; k += 4) {
-    sum0 += a[k] * b[k];
-    sum1 += a[k + 1] * b[k + 1];
-    sum2 += a[k + 2] * b[k + 2];
-    sum3 += a[k + 3] * b[k + 3];
+  int left = count;
+  for (; left >= 2 * kRateFilterLanes; left -= 2 * kRateFilterLanes) {
+    const vec *a = reinterpret_cast<const vec *>(x);
+    const vec *b = reinterpret_cast<const vec *>(h);
+    sum0 += a[0] * b[0];
+    sum1 += a[1] * b[1];
+    sum2 += a[2] * b[2];
+    sum3 += a[3] * b[3];
+    x += 2 * kRateFilterLanes;
+    h += 2 * kRateFilterLanes;
   }
-  if (k < vectors) {
-    sum0 += a[k] * b[k];
-    sum1 += a[k + 1] * b[k + 1];
+  if (left > 0) {
+    const vec *a = reinterpret_cast<const vec *>(x);
+    const vec *b = reinterpret_cast<const vec *>(h);
+    sum0 += a[0] * b[0];
+    sum1 += a[1] * b[1];
   }
   const vec sum = (sum0 + sum1) + (sum2 + sum3);
   const float odd = (sum[1] + sum[5]) + (sum[3] + sum[7]);
