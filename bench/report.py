@@ -220,7 +220,7 @@ def count_rates(tree):
     flags = run("pkg-config", "--cflags", "--libs", "samplerate").stdout.split()
     sources = [tree.source / f"stream/{name}.cpp"
                for name in ("rate_filter", "rate_converter", "upper_band", "rate_path")]
-    run("c++", "-std=c++17", "-O2", "-ftree-vectorize", "-ffp-contract=off", "-fno-math-errno",
+    run("c++", "-std=c++17", "-O3", "-ffp-contract=off", "-fno-math-errno",
         "-fno-trapping-math", f"-I{tree.source}/stream", f"-I{tree.source}/include",
         BENCH / "rate_cost.cpp", *sources, *flags,
         "-o", driver)
