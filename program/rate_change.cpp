@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr double kTransition = 1.0 / 32.0;  // of the lower rate, up to its half
-constexpr double kCutoff = 0.5 - 0.5 * kTransition;
 constexpr int64_t kMaxPhases = 1024;  // above, neighbouring rows are interpolated: -118 dB
 
 static_assert(sizeof(filter_lanes) == kRateFilterLanes * sizeof(float), "rows have no gaps");
@@ -35,11 +33,11 @@ void rate_change_open(rate_change *change, int in_hz, int out_hz) {
   const double lower = static_cast<double>(std::min(in_hz, out_hz)) / in_hz;
   change->step = in_hz / divisor;
   change->base = out_hz / divisor;
-  change->taps = rate_filter_taps(kTransition * lower);
+  change->taps = rate_filter_taps(kRateTransition * lower);
   change->phases = static_cast<int>(std::min(change->base, kMaxPhases));
   change->table.resize(static_cast<size_t>(change->phases + 1) *
                        static_cast<size_t>(change->taps / kRateFilterLanes));
-  rate_filter_polyphase(kCutoff * lower, change->taps, change->phases, change->phases + 1,
+  rate_filter_polyphase(kRateCutoff * lower, change->taps, change->phases, change->phases + 1,
                         reinterpret_cast<float *>(change->table.data()));
   // The middle tap of the first output is the first sample of input.
   change->input.assign(static_cast<size_t>(change->taps / 2 - 1), 0.0f);

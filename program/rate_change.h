@@ -24,7 +24,8 @@ struct rate_change {
   int64_t phase;                    // of the next output behind its middle sample, 0 .. base - 1
 };
 
-// From `in_hz` to `out_hz`, 1 to 192000 Hz. What lies above 15/16 of half the lower rate is lost.
+// From `in_hz` to `out_hz`, 1 to 192000 Hz. The band up to 23/25 of half the lower rate
+// stays as it is.
 void rate_change_open(rate_change *change, int in_hz, int out_hz);
 
 // Takes samples and appends to `out` those that follow from them. Output m lies at input

@@ -10,10 +10,6 @@
 
 namespace {
 
-// The lower of both rates ends at half of itself; the transition band is the last sixteenth of
-// that: 7.5 to 8 kHz at rates above 16 kHz.
-constexpr double kTransition = 1.0 / 32.0;  // of the lower rate
-constexpr double kCutoff = 0.5 - 0.5 * kTransition;
 constexpr int32_t kLowestMiddleHz = 20000;  // leaves half-band filters 4 kHz and more of transition
 constexpr int64_t kMaxPhases = 1024;        // above, neighbouring rows are interpolated: -118 dB
 
@@ -135,8 +131,8 @@ void rate_plan_make(rate_plan *plan, int32_t rate_hz, int32_t delay_16k) {
 
   const double middle_hz = static_cast<double>(rate_hz) / plan->factor;
   const double lower_hz = std::min(middle_hz, static_cast<double>(kCoreRateHz));
-  plan->down_taps = rate_filter_taps(kTransition * lower_hz / middle_hz);
-  plan->up_taps = rate_filter_taps(kTransition * lower_hz / kCoreRateHz);
+  plan->down_taps = rate_filter_taps(kRateTransition * lower_hz / middle_hz);
+  plan->up_taps = rate_filter_taps(kRateTransition * lower_hz / kCoreRateHz);
   plan->down_phases = to_int(std::min(plan->base, kMaxPhases));
   plan->up_phases = to_int(std::min(plan->step, kMaxPhases));
 
@@ -196,9 +192,9 @@ void rate_filters_fill(const rate_filters *filters, const rate_plan *plan) {
   }
   const double middle_hz = static_cast<double>(plan->rate_hz) / plan->factor;
   const double lower_hz = std::min(middle_hz, static_cast<double>(kCoreRateHz));
-  rate_filter_polyphase(kCutoff * lower_hz / middle_hz, plan->down_taps, plan->down_phases,
+  rate_filter_polyphase(kRateCutoff * lower_hz / middle_hz, plan->down_taps, plan->down_phases,
                         rate_filter_rows(plan->down_phases), filters->down);
-  rate_filter_polyphase(kCutoff * lower_hz / kCoreRateHz, plan->up_taps, plan->up_phases,
+  rate_filter_polyphase(kRateCutoff * lower_hz / kCoreRateHz, plan->up_taps, plan->up_phases,
                         rate_filter_rows(plan->up_phases), filters->up);
 }
 
