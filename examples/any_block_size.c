@@ -1,5 +1,7 @@
 /* Serves a caller whose blocks have any length, at any rate, as audio callbacks do.
  *
+ *     cc any_block_size.c -o any_block_size -ltm_se_bf_stream
+ *
  * any_block_size IN OUT RATE FRAMES: raw two-channel 16-bit PCM at RATE Hz in, raw mono PCM out,
  * handled in blocks of FRAMES samples per channel.
  *

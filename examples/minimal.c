@@ -1,5 +1,7 @@
 /* Enhances a two-microphone recording: raw 16-bit PCM at 16 kHz in, raw mono PCM out.
  *
+ *     cc minimal.c -o minimal -ltm_se_bf
+ *
  * minimal IN OUT [DISTANCE DOA]: spacing of the microphones in metres, direction in degrees. */
 #include <stdint.h>
 #include <stdio.h>

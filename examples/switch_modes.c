@@ -1,6 +1,8 @@
 /* Changes the mode while the sound goes on: beamformer, one microphone as it is, noise suppression,
  * mean, 0.8 s each, over and over.
  *
+ *     cc switch_modes.c -o switch_modes -ltm_se_bf_stream
+ *
  * switch_modes IN OUT: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out.
  *
  * A change is prepared beside the sound and faded in about half a second later, without a gap. The
@@ -10,7 +12,8 @@
 #include <stdlib.h>
 #include <tm_se_bf_stream.h>
 
-enum { CHANNELS = 2, FRAMES = 480, FRAMES_PER_MODE = 12800, MAX_LATENCY = 1024 };
+/* MAX_LATENCY: samples at any rate. */
+enum { CHANNELS = 2, FRAMES = 480, FRAMES_PER_MODE = 12800, MAX_LATENCY = 10000 };
 
 static const int32_t MODES[] = {SE_BF_MODE_MVDR, SE_BF_MODE_MONO, SE_BF_MODE_OMLSA,
                                 SE_BF_MODE_MEAN};

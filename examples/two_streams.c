@@ -1,6 +1,8 @@
 /* Two streams at the same time, each in a thread of its own: one hears sound microphones, the other
  * one loses a microphone for a while.
  *
+ *     cc two_streams.c -o two_streams -ltm_se_bf_stream -pthread
+ *
  * two_streams IN SOUND FAULTY: raw two-channel 16-bit PCM at 16 kHz in, raw mono PCM out, from IN
  * played over and over for nine seconds. In the stream that writes FAULTY, microphone 1 is dead
  * from 2 s to 4 s. What the streams tell of that is printed at the end. */

@@ -27,9 +27,9 @@ constexpr char kEnhanceHelp[] =
     R"(Enhance speech recorded with one or two microphones.
 IN and OUT are sound files at any rate from 8 to 192 kHz. The extension of OUT names its format.
 - is standard input or output: as IN a sound file, of which WAV is enhanced as it arrives; as
-OUT raw signed 16-bit little-endian PCM at 16 kHz, or the format that --format names:
+OUT raw signed 16-bit little-endian PCM, or the format that --format names:
   arecord -t wav -f S16_LE -r 16000 | se_bf enhance - - --format wav | aplay
-With --raw-channels, IN - is raw PCM as well.
+With --raw-channels, IN - is raw PCM as well. Raw PCM is at 16 kHz unless --raw-rate says otherwise.
 OUT has one channel, is as long as IN and aligned with it to the sample.
 With --out-dir DIR every IN is a sound file or a directory, which is searched with all its
 subdirectories. Results keep the tree and the names in DIR; formats that cannot be written
@@ -86,6 +86,11 @@ void declare_places(CLI::App *command, enhance_options *options, batch_options *
                    "IN - is raw PCM with this number of channels; default: a sound file")
       ->check(CLI::IsMember({1, 2}))
       ->type_name("");
+  command->add_option("--raw-rate", options->raw_rate_hz, "rate of raw PCM in Hz, as IN and as OUT")
+      ->check(CLI::Range(SE_BF_STREAM_MIN_RATE, SE_BF_STREAM_MAX_RATE))
+      ->excludes(dir)
+      ->capture_default_str()
+      ->type_name("HZ");
   const std::string names = all_of(sound_format_names());
   const auto known = [names](const std::string &text) {
     return check_name(text, sound_format_named(text) != nullptr, names);

@@ -77,6 +77,11 @@ std::string check_pairs(const CLI::App *command, const enhance_options *options)
     return "--raw-channels is for raw PCM on standard input, IN -; a sound file tells its channels";
   }
   const sound_format *told = sound_format_of(options->out);
+  const CLI::Option *rate = command->get_option_no_throw("--raw-rate");
+  const bool headed = told != nullptr || (!options->format.empty() && options->format != "raw");
+  if (rate != nullptr && rate->count() > 0 && options->raw_channels == 0 && headed) {
+    return "--raw-rate is for raw PCM, and neither IN nor OUT is; a sound file tells its rate";
+  }
   if (told != nullptr && !options->format.empty() && options->format != told->name) {
     return "--format " + options->format + " is not what the name " + options->out +
            " says; leave it out, or give OUT another name";

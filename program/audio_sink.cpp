@@ -35,8 +35,11 @@ bool find_place(audio_sink *sink, const sink_request *request) {
     return false;
   }
   if (sink->writer.format == nullptr && !sink->place.in_place) {
-    return report_failure("the extension of " + out + " tells no sound format; use one of" +
-                          sound_format_list() + ", or name the format with --format");
+    const std::string extension = sound_extension(out);
+    return report_failure((extension.empty() ? out + " has no extension that names a format"
+                                             : "cannot write " + extension) +
+                          "; use one of" + sound_format_list() +
+                          ", or name the format with --format");
   }
   sink->writer.format = sink->writer.format == nullptr ? raw : sink->writer.format;
   return true;

@@ -132,7 +132,7 @@ void run_all(batch *b) {
 void warn_of_skipped(const batch *b) {
   for (const batch_file &file : b->plan.files) {
     if (file.state == BATCH_SKIPPED && file.cut_off) {
-      report_line(file.place.in + ": warning: it is cut off or damaged; " + file.place.out +
+      report_line("warning: " + file.place.in + " is cut off or damaged; " + file.place.out +
                   ", made in an earlier run, holds what there is of it");
     }
   }

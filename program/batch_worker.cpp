@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "plain_text.h"
 #include "process.h"
 #include "report.h"
 
@@ -48,11 +49,28 @@ bool has_descriptors() {
   _exit(enhance_run(&options, task->figures, &naming));
 }
 
+// True when a line begins with the name of the file, or says at once what became of it.
+bool tells_name(const std::string &line, const std::string &name) {
+  constexpr const char *kBeginnings[] = {
+      "", "warning: ", "cannot enhance ", "cannot open ", "cannot read ", "reading "};
+  for (const char *beginning : kBeginnings) {
+    const size_t end = std::strlen(beginning) + name.size();
+    const std::string start = beginning + name;
+    if (line.rfind(start, 0) == 0 && end < line.size() &&
+        std::strchr(" :;", line[end]) != nullptr) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void show_lines(batch_worker *worker) {
+  const std::string name = text_harmless(worker->in);
   std::string line;
   while (child_take_line(&worker->text, &line)) {
     const bool named = line.rfind(kLinePrefix, 0) == 0;
-    report_line(worker->in + ": " + (named ? line.substr(std::strlen(kLinePrefix)) : line));
+    const std::string text = named ? line.substr(std::strlen(kLinePrefix)) : line;
+    report_line(tells_name(text, name) ? text : worker->in + ": " + text);
   }
 }
 

@@ -175,6 +175,11 @@ std::vector<std::string> conform_types() {
 int conform_run(const conform_options *options) {
   process_catch_signals();
   std::string judged;
+  if (options->type.empty() && !print_report("judged is " + judged_run() +
+                                             " alone; other figures are for comparison and may "
+                                             "differ from 1\n")) {
+    return 1;
+  }
   for (const std::string &type : conform_types()) {
     std::string report;
     if (!options->type.empty() && options->type != type) {

@@ -169,7 +169,7 @@ void warn_of_input(const enhance_job *job) {
 bool open_sink(enhance_job *job, int standard_fd) {
   const enhance_options *options = job->options;
   const sound_input *in = &job->source.input;
-  const int raw_rate_hz = options->raw_own_rate ? in->rate_hz : kRateHz;
+  const int raw_rate_hz = options->raw_own_rate ? in->rate_hz : options->raw_rate_hz;
   const sink_request request = {options->out, options->format, options->in, in->rate_hz,
                                 raw_rate_hz,  in->most,        standard_fd};
   return sink_open(&job->sink, &request);

@@ -18,10 +18,11 @@ struct enhance_options {
   int hop = kStreamDefaultHop;   // samples
   float gain_db = 0.0f;          // applied to the input
   std::vector<size_t> channels;  // zero-based picks; empty: all
+  int raw_rate_hz = kRateHz;     // of raw PCM, in and out
   size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file
   bool plain = false;            // no shielding
   bool full_band = true;         // keeps what lies above 8 kHz
-  bool raw_own_rate = false;     // raw output has the rate of the input, not 16 kHz
+  bool raw_own_rate = false;     // raw output has the rate of the input, not raw_rate_hz
   bool quiet = false;            // neither progress bar nor summary
 };
 

@@ -9,7 +9,7 @@
 #include "stream_format.h"
 #include "tm_se_bf.h"
 
-constexpr int kRateHz = kCoreRateHz;  // of the enhancement, and of raw PCM
+constexpr int kRateHz = kCoreRateHz;  // of the enhancement, and of raw PCM unless told otherwise
 
 constexpr double kMaxDistanceM = 10.0;
 constexpr double kMaxAngleDeg = 180.0;  // to either side

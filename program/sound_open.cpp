@@ -24,9 +24,13 @@ bool fail_reading(const sound_input *in, int error) {
   return sound_file_refuse("reading " + in->name + " failed: " + std::strerror(error));
 }
 
+bool fail_empty(const sound_input *in) {
+  return sound_file_refuse(in->name + " is empty: nothing came through the pipe");
+}
+
 bool fail_headerless(const sound_input *in) {
   if (in->bytes.head.empty()) {
-    return sound_file_refuse(in->name + " is empty: nothing came through the pipe");
+    return fail_empty(in);
   }
   return sound_file_refuse(
       in->name + " carries no known sound file" +
@@ -35,11 +39,17 @@ bool fail_headerless(const sound_input *in) {
            : "; raw PCM is taken from standard input only, as IN -"));
 }
 
-bool open_raw(sound_input *in, size_t channels) {
+bool open_raw(sound_input *in, const enhance_options *options) {
   sound_bytes *bytes = &in->bytes;
   SF_INFO info = {};
-  info.samplerate = kRateHz;
-  info.channels = static_cast<int>(channels);
+  if (!sound_bytes_gather(bytes, 1)) {
+    return fail_reading(in, bytes->error);
+  }
+  if (bytes->head.empty()) {
+    return fail_empty(in);
+  }
+  info.samplerate = options->raw_rate_hz;
+  info.channels = static_cast<int>(options->raw_channels);
   info.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
   in->raw = true;
   in->file = sound_bytes_open(bytes, kSoundBytesFar, &info);
@@ -123,7 +133,7 @@ bool open_pipe(sound_input *in) {
   return spool(in) && sound_file_open(in, "");
 }
 
-bool open_standard_input(sound_input *in, size_t raw_channels) {
+bool open_standard_input(sound_input *in, const enhance_options *options) {
   struct stat status = {};
   in->name = "standard input";
   in->bytes.fd = STDIN_FILENO;
@@ -133,9 +143,9 @@ bool open_standard_input(sound_input *in, size_t raw_channels) {
         "arecord -t wav -f S16_LE -r 16000");
   }
   const bool on_disk = fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode);
-  in->bytes.live = !on_disk || raw_channels > 0;
-  if (raw_channels > 0) {
-    return open_raw(in, raw_channels);
+  in->bytes.live = !on_disk || options->raw_channels > 0;
+  if (options->raw_channels > 0) {
+    return open_raw(in, options);
   }
   if (!on_disk) {
     return open_pipe(in);
@@ -168,8 +178,7 @@ bool open_named(sound_input *in, const std::string &path) {
 
 bool sound_open(sound_input *in, const enhance_options *options) {
   *in = {};
-  return options->in == "-" ? open_standard_input(in, options->raw_channels)
-                            : open_named(in, options->in);
+  return options->in == "-" ? open_standard_input(in, options) : open_named(in, options->in);
 }
 
 void sound_close(sound_input *in) {

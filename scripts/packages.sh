@@ -93,7 +93,7 @@ if [[ $(id -u) -ne 0 ]]; then
   sudo=(sudo)
 fi
 
-echo "packages.sh: installing ${missing[*]}" >&2
+echo "packages.sh: installing ${#missing[@]} packages, this can take minutes: ${missing[*]}" >&2
 # What apt knew before an update that fails may do.
 updated=yes
 as_root apt-get -qq -o APT::Update::Error-Mode=any update || updated=no

@@ -2,7 +2,7 @@
 # Man page and completion know the options of the program; its lines in README.md work as printed.
 # usage_test.sh SE_BF
 source "$(dirname "$0")/../scratch.sh"
-mkdir bin recordings
+mkdir bin demo-output
 ln -s "$1" bin/se_bf
 export PATH=$work/bin:$PATH HOME=$work
 
@@ -22,12 +22,13 @@ for command in enhance plot conform; do
 done
 
 $python "$top/recordings/raw_to_wav.py" "$recording" noisy.wav
-cp noisy.wav recordings/one.wav
+cp noisy.wav demo-output/one-noisy.wav
+eval "$(grep '^mkdir takes' "$top/README.md")"
 se_bf enhance --quiet noisy.wav alone.wav
 while read -r line; do
   command -v "${line%% *}" >/dev/null || { echo "not tried, no ${line%% *} here"; continue; }
   rm -rf clean
   eval "$line" >said 2>&1 || { echo "README: $line"; cat said; exit 1; }
-  [[ $line != *--out-dir* ]] || cmp clean/one.wav alone.wav
+  [[ $line != *--out-dir* ]] || cmp clean/one-noisy.wav alone.wav
 done < <(grep -E '^(se_bf|parallel) ' "$top/README.md")
 grep -q PNG noisy.png

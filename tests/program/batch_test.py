@@ -99,7 +99,7 @@ class Folders(BatchCase):
         self.assertRegex(pathlib.Path("o", RECORD).read_text(),
                          r"\na\\x1b\[31m\\x09\\xc2\\x85b\\x5c\\x0a\u00e9\\x9b.\\xe2\\x80\\xae.wav\t")
         os.truncate(name, 50)
-        self.batch(0, f"se_bf: {shown}: warning: {shown} is cut off", "in", "--overwrite")
+        self.batch(0, f"se_bf: warning: {shown} is cut off", "in", "--overwrite")
 
 
 class Results(BatchCase):
@@ -196,7 +196,7 @@ class Results(BatchCase):
         self.record("a/1.wav")
         os.truncate("a/1.wav", 10044)
         for state in "enhanced", "skipped":
-            rows = self.batch(0, "a/1.wav: warning: ", "a")[0]
+            rows = self.batch(0, "se_bf: warning: a/1.wav is cut off", "a")[0]
             self.assertEqual({"a/1.wav": state + ", cut off"}, rows)
             self.assertIn("cut off", self.run_tool("enhance", "--quiet", "--out-dir", "o",
                                                    "a").stderr.decode())

@@ -143,6 +143,8 @@ class Leftovers(ProgramCase):
         running = subprocess.Popen([program.TOOL, "enhance", "--raw-channels", "1", "-", "killed.wav"],
                                    stdin=subprocess.PIPE, stderr=subprocess.PIPE)
         self.addCleanup(running.communicate)
+        running.stdin.write(bytes(2))
+        running.stdin.flush()
         program.wait_for(lambda: any(map(is_locked, set(os.listdir()) - keep)))
         before = set(os.listdir())
         self.enhance("in.wav", "out.wav")

@@ -73,11 +73,23 @@ class Streams(ProgramCase):
         raw = self.sound.tobytes()
         for status, text, words, data in [
                 (1, "--raw-channels 1 or 2", "- -", raw), (1, "nothing came through", "- -", b""),
+                (1, "nothing came through", "--raw-channels 2 - -", b""),
+                (2, "neither IN nor OUT", "--raw-rate 48000 in.wav x.wav", b""),
+                (2, "--raw-rate: Value 7999 not in range", "--raw-rate 7999 - -", raw),
                 (1, "leave out --raw-channels", "--raw-channels 2 - -", wav_header(len(raw)) + raw),
                 (2, "--format flac is not what", "in.wav x.wav --format flac", b""),
                 (2, "none of wav, flac", "in.wav - --format mp4", b"")]:
             self.expect(status, text, "enhance", *words.split(), input=data)
         self.assertEqual(self.whole[44:], self.piped(raw, "--raw-channels", "2", "-", "-"))
+
+    @program.needs_rates
+    def test_raw_sound_has_the_rate_that_is_told(self):
+        program.write_wav("high.wav", self.sound, 48000)
+        high = self.piped(b"", "high.wav", "-", "--format", "wav")[44:]
+        told = ["--raw-rate", "48000", "-"]
+        self.assertEqual(high, self.piped(b"", "high.wav", *told))
+        self.assertEqual(high, self.piped(self.sound.tobytes(), "--raw-channels", "2", "-", *told))
+        self.assertEqual(3 * 2 * len(self.sound), len(self.piped(b"", "in.wav", *told)))
 
     def test_the_first_piece_tells_the_format(self):
         """Readers that take one look need more than a header, which may come in pieces, too."""
