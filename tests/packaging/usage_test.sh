@@ -23,7 +23,7 @@ done
 
 $python "$top/recordings/raw_to_wav.py" "$recording" noisy.wav
 cp noisy.wav demo-output/one-noisy.wav
-eval "$(grep '^mkdir takes' "$top/README.md")"
+eval "$(grep '^mkdir -p takes' "$top/README.md")"
 se_bf enhance --quiet noisy.wav alone.wav
 while read -r line; do
   command -v "${line%% *}" >/dev/null || { echo "not tried, no ${line%% *} here"; continue; }
