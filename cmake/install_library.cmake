@@ -26,8 +26,10 @@ file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_PREFIX}/${pkgconfig_dir} ${CMAKE_IN
 string(REGEX REPLACE "/$" "" pc_prefix "${pc_prefix}")
 # A static library does not load libm by itself: programs must link it, with --static or without.
 set(pc_libm "")
+set(pc_private_libm " -lm")
 if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
   set(pc_libm " -lm")
+  set(pc_private_libm "")
 endif()
 foreach(name tm_se_bf tm_se_bf_stream)
   configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)

@@ -20,7 +20,7 @@ target_compile_options(tm_se_bf_stream_objects PRIVATE
                        -fdebug-prefix-map=${CMAKE_CURRENT_BINARY_DIR}=build
                        -fdebug-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}=.
                        -fno-math-errno -fno-trapping-math -ffunction-sections -fdata-sections
-                       $<$<CONFIG:Release>:-O3>)
+                       $<${optimised}:-O3>)
 if(avx2)
   target_compile_definitions(tm_se_bf_stream_objects PRIVATE TM_SE_BF_USE_AVX2)
 endif()

@@ -16,9 +16,10 @@
  * @par Samples
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
- * before, that louder floats saturate; the band above 8 kHz is not limited, but never louder than
- * in the input. At 16 kHz nothing else changes a bit: a `plain` stream gives the samples of
- * se_bf_do (see tm_se_bf.h) with 320 samples a call.
+ * before, that louder floats saturate. The band above 8 kHz is never louder than in the input; at
+ * rates other than 16 kHz the input is limited to 60 dB above full scale. At 16 kHz nothing else
+ * changes a bit: a `plain` stream gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a
+ * call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
@@ -40,7 +41,7 @@
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
- * se_bf_stream_open allocates everything, 276 KiB at 16 kHz and 0.3 to 2.2 MB at other rates, for
+ * se_bf_stream_open allocates everything, 276 KiB at 16 kHz and 0.3 to 1.8 MB at other rates, for
  * which it also computes filters (a few milliseconds). No function but open and close calls the
  * heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an instance of
  * the core, about the work of 13 blocks of 20 ms. After a change, and after a microphone has
@@ -99,6 +100,9 @@ enum {
 /** Range of se_bf_stream_config.rate, in Hz. */
 enum { SE_BF_STREAM_MIN_RATE = 8000, SE_BF_STREAM_MAX_RATE = 192000 };
 
+/** Largest se_bf_stream_config.mic_distance, in metres. */
+enum { SE_BF_STREAM_MAX_DISTANCE = 10 };
+
 /** Kinds of events. */
 enum {
   SE_BF_STREAM_DEAD = 0,         /**< a microphone is silent, or 40 dB weaker than the other */
@@ -122,14 +126,19 @@ enum {
 typedef struct se_bf_stream se_bf_stream;
 
 /** What happened. Times are in input samples per channel, at the rate of the stream, since it was
- * opened or reset. At 16 kHz they are exact; at other rates the blocks of the enhancement do not
- * start at whole samples, and times are exact to a few milliseconds. */
+ * opened or reset.
+ *
+ * Those of NOT_FINITE are exact. The others count blocks of 20 ms: `since` is within 20 ms at
+ * 16 kHz, and within 30 ms at other rates.
+ *
+ * A dead microphone is found 0.4 to 0.9 s after it died, identical channels after 2 to 3.2 s. What
+ * ends sooner gives no event. */
 typedef struct se_bf_stream_event {
   int32_t kind;        /**< SE_BF_STREAM_DEAD ... SE_BF_STREAM_NOT_FINITE */
   int32_t mic;         /**< DEAD: microphone 0 or 1; NOT_FINITE: that of the first such sample */
   int64_t time;        /**< first sample of the 20 ms in which it was found */
-  int64_t since;       /**< when it began, as far as the sound before tells; for NOT_FINITE the
-                            first such sample */
+  int64_t since;       /**< start of the block of 20 ms in which it began, as far as the sound
+                            before tells; for NOT_FINITE the first such sample */
   int32_t beamforming; /**< HEALED: 1 when the mode is SE_BF_MODE_MVDR and the beamformer works, or
                             takes over again within half a second of sound */
   int32_t count;       /**< NOT_FINITE: such samples in the 20 ms, of all channels; else 0 */
@@ -204,8 +213,9 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * Returns 0, or a negative SE_BF_STREAM_ERROR_* when refused; nothing has changed then.
  *
  * The new setting starts beside the old one, hears the last second of sound at three times the
- * speed, and is cross-faded in over 20 ms, about half a second after the call. What later calls ask
- * for meanwhile is started then, the newest alone: a direction that keeps moving is followed half a
+ * speed, and is cross-faded in over 20 ms, about half a second after the call; SE_BF_MODE_MONO,
+ * where it copies, hears nothing first and is there in less than 90 ms. What later calls ask for
+ * meanwhile is started then, the newest alone: a direction that keeps moving is followed half a
  * second to a second late. If they have gone back to the setting that is heard, it stays. The
  * latency stays, too: SE_BF_MODE_MONO is delayed like the rest. Only a stream that was opened plain
  * in SE_BF_MODE_MONO cannot change to other modes. full_band, on_event and user change at once. */

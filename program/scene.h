@@ -7,13 +7,13 @@
 #include <string>
 
 #include "stream_format.h"
-#include "tm_se_bf.h"
+#include "tm_se_bf_stream.h"
 
 constexpr int kRateHz = kCoreRateHz;  // of the enhancement, and of raw PCM unless told otherwise
 
-constexpr double kMaxDistanceM = 10.0;
-constexpr double kMaxAngleDeg = 180.0;  // to either side
-constexpr double kMaxGainDb = 60.0;     // up or down
+constexpr double kMaxDistanceM = SE_BF_STREAM_MAX_DISTANCE;
+constexpr double kMaxAngleDeg = static_cast<double>(kMaxAngle);  // to either side
+constexpr double kMaxGainDb = 60.0;                              // up or down
 
 struct scene_mode {
   const char *name;  // as --mode takes it

@@ -7,10 +7,9 @@ namespace {
 
 constexpr int32_t kSpansPerSecond = 50;
 
-void look(input_watch *w, const float *in, int32_t frames) {
-  int32_t first = 0;
-  const int32_t found = count_not_finite(in, frames * w->channels, &first);
-  if (found > 0 && w->count == 0) {
+void note(input_watch *w, const float *in, int32_t found) {
+  if (w->count == 0) {
+    const int32_t first = first_not_finite(in);
     w->mic = first % w->channels;
     w->since = w->time + w->fill + first / w->channels;
   }
@@ -27,10 +26,10 @@ int32_t input_watch_room(const input_watch *w) {
   return w->span - w->fill;
 }
 
-bool input_watch_advance(input_watch *w, const float *in, int32_t frames,
+bool input_watch_advance(input_watch *w, const float *in, int32_t frames, int32_t found,
                          se_bf_stream_event *event) {
-  if (in != nullptr) {
-    look(w, in, frames);
+  if (found > 0) {
+    note(w, in, found);
   }
   w->fill += frames;
   if (w->fill < w->span) {

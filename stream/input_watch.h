@@ -24,9 +24,10 @@ void input_watch_init(input_watch *w, int32_t rate, int32_t channels);
 // Samples per channel up to the end of the span: the most that the next call takes.
 int32_t input_watch_room(const input_watch *w);
 
-// Counts in `frames` samples per channel, interleaved; null: integers, which are always finite.
-// Returns true and fills `event` at the end of a span with something to report.
-bool input_watch_advance(input_watch *w, const float *in, int32_t frames,
+// Counts in `frames` samples per channel, interleaved, of which `found` are not finite; `in` is not
+// read when there are none. Returns true and fills `event` at the end of a span with something to
+// report.
+bool input_watch_advance(input_watch *w, const float *in, int32_t frames, int32_t found,
                          se_bf_stream_event *event);
 
 #endif  // TM_SE_BF_STREAM_INPUT_WATCH_H

@@ -15,7 +15,6 @@ constexpr double kKaiserSlope = 0.1102;  // shape of the window for attenuations
 constexpr double kKaiserOffsetDb = 8.7;
 constexpr double kKaiserLengthDb = 7.95;  // taps = (A - 7.95) / (14.36 * transition)
 constexpr double kKaiserLength = 14.36;
-constexpr double kPi = 3.14159265358979323846;
 // gcc and clang map the types to the processor's vectors, or to single operations where it has
 // none.
 constexpr int kVectorLanes = 4;

@@ -2,14 +2,16 @@
 #ifndef TM_SE_BF_STREAM_RATE_FILTER_H
 #define TM_SE_BF_STREAM_RATE_FILTER_H
 
-// Products are summed in this many lanes: every length given to rate_filter_dot is a multiple of
-// it.
+constexpr double kPi = 3.14159265358979323846;
+
 // The lower of two rates ends at half of itself, and the transition band below is, as shares of
 // that rate, this wide and has its middle here: 7.36 to 8 kHz at rates above 16 kHz. Two such
 // filters in a row lose less than half a decibel at 7.5 kHz.
 constexpr double kRateTransition = 1.0 / 25.0;
 constexpr double kRateCutoff = 0.5 - 0.5 * kRateTransition;
 
+// Products are summed in this many lanes: every length given to rate_filter_dot is a multiple of
+// it.
 constexpr int kRateFilterLanes = 16;
 constexpr int kRateFilterAlignment = 16;
 

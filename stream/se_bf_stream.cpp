@@ -57,9 +57,10 @@ void report_at_rate(void *user, const se_bf_stream_event *event) {
   report(s, &translated);
 }
 
-void watch_input(se_bf_stream *s, const float *in, int32_t frames) {
+// found: samples of `in` that are not finite.
+void watch_input(se_bf_stream *s, const float *in, int32_t frames, int32_t found) {
   se_bf_stream_event event;
-  if (input_watch_advance(&s->watch, in, frames, &event)) {
+  if (input_watch_advance(&s->watch, in, frames, found, &event)) {
     report(s, &event);
   }
 }
@@ -85,7 +86,7 @@ int32_t piece_room(const se_bf_stream *s) {
 void pass_words(se_bf_stream *s, const void *in, int32_t frames, void *out) {
   const int32_t count = frames * s->config.channels;
   const size_t out_bytes = static_cast<size_t>(frames) * sizeof(int16_t);
-  watch_input(s, nullptr, frames);
+  watch_input(s, nullptr, frames, 0);
   if (s->rates != nullptr) {
     floats_from_words(static_cast<const int16_t *>(in), count, s->in);
     rate_path_process(s->rates, s->in, static_cast<size_t>(frames), s->out);
@@ -100,13 +101,12 @@ void pass_words(se_bf_stream *s, const void *in, int32_t frames, void *out) {
 void pass_floats(se_bf_stream *s, const void *in, int32_t frames, void *out) {
   const float *samples = static_cast<const float *>(in);
   const int32_t count = frames * s->config.channels;
-  watch_input(s, samples, frames);
   if (s->rates != nullptr) {
-    limit_floats(samples, count, s->in);
+    watch_input(s, samples, frames, limit_floats(samples, count, s->in));
     rate_path_process(s->rates, s->in, static_cast<size_t>(frames), static_cast<float *>(out));
     return;
   }
-  words_from_floats(samples, count, block_path_input(&s->blocks));
+  watch_input(s, samples, frames, words_from_floats(samples, count, block_path_input(&s->blocks)));
   floats_from_words(block_path_output(&s->blocks), frames, static_cast<float *>(out));
   block_path_advance(&s->blocks, frames);
 }
@@ -201,6 +201,7 @@ const char *open_parts(se_bf_stream *s, const se_bf_stream_config *config) {
   s->config = *config;
   const lane_setting setting = stream_config_setting(config);
   if (!enhancer_open(&s->enhance, &setting, report_at_rate, s)) {
+    // Cannot happen: the core's memory is made for the largest of the settings that are taken.
     return "config.channels and config.hop need more memory than the core has";
   }
   const char *fault = open_path(s);

@@ -5,8 +5,7 @@
 
 namespace {
 
-constexpr float kLargestDistance = 10.0f;  // metres
-constexpr float kDefaultDoa = 90.0f;       // degrees: the talker is in front
+constexpr float kDefaultDoa = 90.0f;  // degrees: the talker is in front
 
 // Size of the config of the first version.
 constexpr uint32_t kFirstSize = sizeof(se_bf_stream_config);
@@ -56,7 +55,8 @@ bool hop_is_known(int32_t hop) {
 const char *direction_fault(const se_bf_stream_config *config) {
   const float distance = config->mic_distance;
   // False for NaN, too.
-  const bool in_range = distance >= 0.0f && distance <= kLargestDistance;
+  const bool in_range =
+      distance >= 0.0f && distance <= static_cast<float>(SE_BF_STREAM_MAX_DISTANCE);
   if (!in_range) {
     return "config.mic_distance must be 0 to 10 m";
   }

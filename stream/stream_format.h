@@ -1,4 +1,4 @@
-// What all parts of a stream agree on, and what the program tells of it.
+// What all parts of a stream agree on, and what program and plug-ins tell of it.
 #ifndef TM_SE_BF_STREAM_STREAM_FORMAT_H
 #define TM_SE_BF_STREAM_STREAM_FORMAT_H
 
@@ -9,5 +9,8 @@ constexpr int32_t kStreamBlock = 320;               // samples per channel at kC
 constexpr int32_t kStreamHops[] = {160, 192, 320};  // samples per analysis step
 constexpr int32_t kStreamDefaultHop = 320;
 constexpr int32_t kStreamMaxChannels = 2;
+
+// Degrees to either side that program and plug-ins take; a stream takes any finite angle.
+constexpr float kMaxAngle = 180.0f;
 
 #endif  // TM_SE_BF_STREAM_STREAM_FORMAT_H

@@ -11,12 +11,11 @@
 
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kBandFrom = 4000.0 / 16000.0;  // of the rate; the gain of this band counts
-constexpr double kBandTo = 7500.0 / 16000.0;    // above, the filters of the rates set in
-constexpr float kLevelKept = 0.96722f;          // exp(-10 ms / 300 ms): which microphone is heard
-constexpr float kLeastGain = 0.1f;   // -20 dB; the core leaves some -10 dB of steady noise
-constexpr float kMaxEnergy = 1e12f;  // of a step, more than sound can have
+constexpr double kBandFrom = 4000.0 / kCoreRateHz;  // of the rate; the gain of this band counts
+constexpr double kBandTo = 7500.0 / kCoreRateHz;    // above, the filters of the rates set in
+constexpr float kLevelKept = 0.96722f;  // exp(-10 ms / 300 ms): which microphone is heard
+constexpr float kLeastGain = 0.1f;      // -20 dB; the core leaves some -10 dB of steady noise
+constexpr float kMaxEnergy = 1e12f;     // of a step, more than sound can have
 
 // Energy of 30 ms with one step of 16 bits a sample. Both energies get it: where the steps decide
 // what the core gives, the gain goes to 1.

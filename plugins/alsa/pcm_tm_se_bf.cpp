@@ -11,12 +11,11 @@
 #include <string.h>
 
 #include "direction.h"
+#include "pieces.h"
 
 namespace {
 
 constexpr unsigned int kBitsPerByte = 8;
-constexpr unsigned int kChannels = 2;
-constexpr size_t kPiece = 256;  // samples that are interleaved at a time
 
 struct alsa_filter {
   snd_pcm_extplug_t ext;
@@ -209,7 +208,7 @@ int read_entry(snd_config_t *entry, const char *id, settings *found) {
 int read_settings(snd_config_t *conf, settings *found) {
   snd_config_iterator_t at = nullptr;
   snd_config_iterator_t next = nullptr;
-  *found = {nullptr, SE_BF_MODE_MVDR, 0.0f, kNoAngle, true};
+  *found = {nullptr, SE_BF_MODE_MVDR, 0.0f, kNoAngle, false};
   snd_config_for_each(at, next, conf) {
     snd_config_t *entry = snd_config_iterator_entry(at);
     const char *id = nullptr;

@@ -3,11 +3,11 @@
 #ifndef TM_SE_BF_PLUGINS_DIRECTION_H
 #define TM_SE_BF_PLUGINS_DIRECTION_H
 
+#include "stream_format.h"
 #include "tm_se_bf_stream.h"
 
-constexpr float kMaxSpacing = 10.0f;  // metres
-constexpr float kMaxAngle = 180.0f;   // degrees
-constexpr float kNoAngle = -200.0f;   // stands for an unknown direction
+constexpr float kMaxSpacing = SE_BF_STREAM_MAX_DISTANCE;  // metres
+constexpr float kNoAngle = -200.0f;  // degrees; stands for an unknown direction
 
 // spacing: metres, 0: unknown; angle: degrees, below -kMaxAngle: unknown.
 inline void set_direction(se_bf_stream_config *config, float spacing, float angle) {

@@ -1,21 +1,19 @@
 // LADSPA plug-in tm_se_bf: speech enhancement with two microphones for any LADSPA host.
 //
-// An instance is a stream of the stream library, at the rate of the host. Its latency is the same in
-// every mode, and controls may change while the sound goes on.
+// An instance is a stream of the stream library, at the rate of the host. Its latency is the same
+// in every mode, and controls may change while the sound goes on.
 #include <ladspa.h>
 #include <math.h>
 #include <stdlib.h>
 
 #include "direction.h"
+#include "pieces.h"
 
 namespace {
 
 constexpr unsigned long kUniqueId = 6209282;
-constexpr size_t kChannels = 2;
-constexpr size_t kPiece = 256;  // samples that are interleaved at a time
 constexpr float kLastMode = SE_BF_MODE_MONO - SE_BF_MODE_MEAN;
 constexpr float kDefaultMode = SE_BF_MODE_MVDR - SE_BF_MODE_MEAN;
-constexpr float kMaxSpacingShown = 1.0f;  // metres, of the control's range
 
 // Ports, in an order that configuration files rely on.
 enum {
@@ -140,7 +138,7 @@ constexpr LADSPA_PortRangeHint kHints[PORT_COUNT] = {
     {0, 0.0f, 0.0f},
     {0, 0.0f, 0.0f},
     {kBounded | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_HIGH, 0.0f, kLastMode},
-    {kBounded | LADSPA_HINT_DEFAULT_0, 0.0f, kMaxSpacingShown},
+    {kBounded | LADSPA_HINT_DEFAULT_0, 0.0f, kMaxSpacing},
     {kBounded | LADSPA_HINT_DEFAULT_MINIMUM, kNoAngle, kMaxAngle},
     {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f,
      0.0f}};  // SoX asks for the default of an output as well

@@ -23,8 +23,10 @@ install(TARGETS minimal)
 END
 for kind in "" -DBUILD_SHARED_LIBS=OFF; do
   rm -rf build installed
-  { cmake -S . -B build -G "$1" "-DSOURCES=$top" $kind "${@:2}" && cmake --build build; } >log 2>&1 ||
+  { cmake -S . -B build -G "$1" "-DSOURCES=$top" $kind "${@:2}" && cmake --build build --verbose; } >log 2>&1 ||
     { cat log; exit 1; }
+  grep -q -- '-O3 .*stream/rate_filter.cpp' log ||
+    { echo 'expected optimisation without a build type'; exit 1; }
   ls build/_deps/tm_se_bf-build/libtm_se_bf.$([[ -z $kind ]] && echo so || echo a)
   build/minimal "$recording" minimal.s16 >/dev/null
   cmp -n 63488 -i 512:0 minimal.s16 "${recording/in_multi/bf_mvdr}"

@@ -92,6 +92,7 @@ pcm_type.tm_se_bf { lib "$plugins/libasound_module_pcm_tm_se_bf.so" }
 pcm.player { type file slave.pcm null file /dev/null infile "$work/played.raw" format raw }
 pcm.recording { type plug slave { pcm player format S16_LE channels 2 rate ${2-16000} } }
 pcm.bare { type tm_se_bf slave.pcm player mic_distance $DISTANCE doa $DOA }
+pcm.plain { type tm_se_bf slave.pcm player mic_distance $DISTANCE doa $DOA shield no }
 END
   export ALSA_CONFIG_PATH=/usr/share/alsa/alsa.conf:$top/plugins/alsa/$1:$work/test.conf
 }
@@ -123,11 +124,12 @@ test_alsa() {
   { head -c 12800 /dev/zero; cat "$recording"; } >in.raw
   same_bits_from "$pcm" 16000
   # Without conversion around it, at the rate of the recording, words and floats.
-  same_bits_from bare 16000 2 $DISTANCE $DOA 1
+  same_bits_from plain 16000 2 $DISTANCE $DOA 1
+  same_bits_from bare 16000
   cat "$recording" "$recording" >played.raw
   "$record_again" bare "$latency"
   rm played.raw
-  same_bits_from bare 48000 2 $DISTANCE $DOA 1
+  same_bits_from bare 48000
   need sox
   sox -D -t raw -r 48000 -e signed -b 16 -c 2 in.raw -t raw -e float -b 32 played.raw pad 0 4000s
   record bare 48000 $((latency + FRAMES)) -t raw -f FLOAT_LE floats.raw

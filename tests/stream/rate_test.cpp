@@ -19,7 +19,6 @@ namespace {
 using wave = std::vector<float>;
 
 constexpr int kDelay = 417;  // samples at 16 kHz; odd, so that it is no whole number at most rates
-constexpr double kPi = 3.14159265358979323846;
 constexpr int kOuterRates[] = {8000, 11025, 12345, 22050, 39999, 44100, 48000, 96000};
 
 float to_words(float x) {
