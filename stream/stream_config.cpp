@@ -2,17 +2,24 @@
 #include "stream_config.h"
 
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 
 namespace {
 
 constexpr int32_t kLowestRateHz = 8000;
 constexpr int32_t kHighestRateHz = 192000;
 constexpr int32_t kDefaultHop = 320;
-constexpr float kLargestDistance = 10.0f;  // metres
-constexpr float kDefaultDoa = 90.0f;       // degrees: the talker is in front
+constexpr float kLargestDistance = 10.0f;     // metres
+constexpr float kDefaultDoa = 90.0f;          // degrees: the talker is in front
+constexpr float kLargestAttenuation = 60.0f;  // dB
 
 // Size of the config of the first version.
-constexpr uint32_t kFirstSize = sizeof(se_bf_stream_config);
+constexpr uint32_t kFirstSize = offsetof(se_bf_stream_config, max_attenuation_db);
+
+constexpr uint32_t kThisSize = sizeof(se_bf_stream_config);
+static_assert(offsetof(se_bf_stream_config, reserved) + sizeof(int32_t) == kThisSize,
+              "no padding that a later version could take for a field");
 
 // Beyond any version to come: a larger size was never set.
 constexpr uint32_t kLargestSize = 4096;
@@ -24,7 +31,7 @@ bool is_flag(int32_t value) {
 // Fields of a later version ask for nothing when they are 0.
 bool unknown_fields_are_zero(const se_bf_stream_config *config) {
   const unsigned char *bytes = reinterpret_cast<const unsigned char *>(config);
-  for (uint32_t i = kFirstSize; i < config->size; ++i) {
+  for (uint32_t i = kThisSize; i < config->size; ++i) {
     if (bytes[i] != 0) {
       return false;
     }
@@ -47,6 +54,16 @@ bool mode_is_known(int32_t mode) {
          (mode >= SE_BF_MODE_MEAN && mode <= SE_BF_MODE_MONO);
 }
 
+int32_t hop_of(const se_bf_stream_config *config) {
+  return config->hop == 0 ? kDefaultHop : config->hop;
+}
+
+// With another hop AUTO stays what it would be without the refined path.
+bool is_refined(const se_bf_stream_config *config) {
+  return config->mode == SE_BF_STREAM_REFINED ||
+         (config->mode == SE_BF_STREAM_AUTO && hop_of(config) == kDefaultHop);
+}
+
 const char *direction_fault(const se_bf_stream_config *config) {
   const float distance = config->mic_distance;
   // False for NaN, too.
@@ -54,26 +71,24 @@ const char *direction_fault(const se_bf_stream_config *config) {
   if (!in_range) {
     return "config.mic_distance must be 0 to 10 m";
   }
-  if (distance > 0.0f && !std::isfinite(config->doa)) {
-    return "config.doa must be a finite number of degrees where config.mic_distance is above 0";
+  const bool searches = is_refined(config) && std::isnan(config->doa);
+  if (distance > 0.0f && !std::isfinite(config->doa) && !searches) {
+    return "config.doa must be a finite number of degrees where config.mic_distance is above 0, "
+           "or NaN with SE_BF_STREAM_REFINED";
   }
   return nullptr;
 }
 
-int32_t hop_of(const se_bf_stream_config *config) {
-  return config->hop == 0 ? kDefaultHop : config->hop;
+const char *attenuation_fault(const se_bf_stream_config *config) {
+  const float limit = config->max_attenuation_db;
+  const bool in_range = limit >= 0.0f && limit <= kLargestAttenuation;
+  if (!in_range) {
+    return "config.max_attenuation_db must be 0 to 60 dB";
+  }
+  return config->reserved == 0 ? nullptr : "config.reserved must be 0";
 }
 
-}  // namespace
-
-const char *stream_config_fault(const se_bf_stream_config *config) {
-  if (config == nullptr) {
-    return "config must not be null";
-  }
-  const char *fault = size_fault(config);
-  if (fault != nullptr) {
-    return fault;
-  }
+const char *field_fault(const se_bf_stream_config *config) {
   if (config->rate < kLowestRateHz || config->rate > kHighestRateHz) {
     return "config.rate must be 8000 to 192000 Hz";
   }
@@ -88,23 +103,54 @@ const char *stream_config_fault(const se_bf_stream_config *config) {
   if (hop != 160 && hop != 192 && hop != kDefaultHop) {
     return "config.hop must be 0, 160, 192 or 320 samples";
   }
-  fault = direction_fault(config);
+  if (config->mode == SE_BF_STREAM_REFINED && hop != kDefaultHop) {
+    return "config.hop must be 0 or 320 samples with SE_BF_STREAM_REFINED";
+  }
+  const char *fault = direction_fault(config);
   if (fault != nullptr) {
     return fault;
   }
   if (!is_flag(config->plain)) {
     return "config.plain must be 0 or 1";
   }
-  return is_flag(config->full_band) ? nullptr : "config.full_band must be 0 or 1";
+  if (!is_flag(config->full_band)) {
+    return "config.full_band must be 0 or 1";
+  }
+  return attenuation_fault(config);
+}
+
+}  // namespace
+
+const char *stream_config_fault(const se_bf_stream_config *config) {
+  if (config == nullptr) {
+    return "config must not be null";
+  }
+  const char *fault = size_fault(config);
+  if (fault != nullptr) {
+    return fault;
+  }
+  const se_bf_stream_config complete = stream_config_complete(config);
+  return field_fault(&complete);
+}
+
+se_bf_stream_config stream_config_complete(const se_bf_stream_config *config) {
+  se_bf_stream_config complete = {};
+  std::memcpy(&complete, config, config->size < kThisSize ? config->size : kThisSize);
+  return complete;
 }
 
 lane_setting stream_config_setting(const se_bf_stream_config *config) {
-  const bool chosen_here =
-      config->mode == SE_BF_STREAM_AUTO || config->mode == SE_BF_STREAM_REFINED;
+  const bool refined = is_refined(config);
+  const bool chosen_here = refined || config->mode == SE_BF_STREAM_AUTO;
   const int32_t mode = chosen_here ? static_cast<int32_t>(SE_BF_MODE_OMLSA) : config->mode;
   // Without a distance the direction says nothing, and settings that differ in it are the same.
-  const float doa = config->mic_distance > 0.0f ? config->doa : kDefaultDoa;
-  return {{config->channels, mode, hop_of(config), config->mic_distance, doa}, config->plain != 0};
+  const bool known = config->mic_distance > 0.0f && !std::isnan(config->doa);
+  const float doa = known ? config->doa : kDefaultDoa;
+  return {{config->channels, mode, hop_of(config), config->mic_distance, doa},
+          config->plain != 0,
+          refined,
+          refined && !known,
+          refined ? config->max_attenuation_db : 0.0f};
 }
 
 bool stream_config_fits(const se_bf_stream_config *now, const se_bf_stream_config *wanted) {
@@ -126,5 +172,7 @@ void se_bf_stream_config_init(se_bf_stream_config *config) {
              0,
              1,
              nullptr,
-             nullptr};
+             nullptr,
+             0.0f,
+             0};
 }
