@@ -15,17 +15,23 @@ constexpr float kIntake = 1.0f - kDecay;
 constexpr int32_t kNoiseFrom = 4;
 constexpr int32_t kSpeechFrom = 16;
 
-// A search begins after every 25 frames, 0.5 s, from the second one on.
+// Results come every 25 frames, 0.5 s, from the second one on; the coarse search that precedes each
+// takes the last frames of these.
 constexpr int32_t kSearchFrames = 25;
 constexpr int32_t kFirstSearch = 41;
+constexpr int32_t kCoarseFrames = 5;
 
-// Candidates are 1/8 sample apart and reach to 8 samples, 17 cm of path, on both sides.
-constexpr float kCandidateStep = 0.125f;
+// Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are closer than half the
+// width of a peak of 5.5 kHz. Fine ones reach to one sample on both sides of the best of them.
 constexpr float kLargestDelay = 8.0f;
-constexpr int32_t kCandidates = 129;
-constexpr int32_t kCandidatesPerFrame = 13;
-constexpr int32_t kSearchSteps = (kCandidates + kCandidatesPerFrame - 1) / kCandidatesPerFrame;
-static_assert(kSearchSteps < kSearchFrames, "a search ends before the next one begins");
+constexpr float kCoarseStep = 0.5f;
+constexpr float kFineStep = 0.125f;
+constexpr float kFineReach = 1.0f;
+constexpr int32_t kFineCandidates = 17;
+
+// The frames after the one that prepares the coarse search share its 33 candidates.
+constexpr int32_t kCandidatesPerFrame = 9;
+static_assert(kCandidatesPerFrame * (kCoarseFrames - 1) >= 33, "time for all candidates");
 
 // Index of 200 Hz, below which delays are lost in noise.
 constexpr int32_t kFirstIndex = 6;
@@ -141,7 +147,9 @@ float sum_of(const float *values) {
   return add_lanes(sums);
 }
 
-void begin_search(talker_direction *d) {
+// The phase of the cross-spectrum is that of the delay, 2 pi k delay / N, with a positive sign. The
+// ramp of a candidate takes it away.
+void begin_search(talker_direction *d, float first_delay, float step) {
   float weight[kDirectionBins];
   weigh_bins(d, weight);
   for (int32_t i = 0; i < kFirstIndex; ++i) {
@@ -150,30 +158,49 @@ void begin_search(talker_direction *d) {
     d->phasor_im[i] = 0.0f;
   }
   d->weight_sum = sum_of(weight) + kLeastWeight;
-  d->next_candidate = 0;
+  d->next_delay = first_delay;
+  d->best_delay = first_delay;
   d->best_sum = 0.0f;
-
-  // The phase of the cross-spectrum is that of the delay, 2 pi k delay / N, with a positive sign.
-  // The ramp of a candidate takes it away; the first candidate is -8 samples.
-  bin_spectrum ramp;
-  phase_ramp_fill(&ramp, -kLargestDelay);
-  sum_and_turn(d->phasor_re, d->phasor_im, ramp.re + kFirstBin, ramp.im + kFirstBin);
+  phase_ramp_fill(&d->step, first_delay);
+  sum_and_turn(d->phasor_re, d->phasor_im, d->step.re + kFirstBin, d->step.im + kFirstBin);
+  phase_ramp_fill(&d->step, step);
 }
 
-void continue_search(talker_direction *d) {
-  for (int32_t i = 0; i < kCandidatesPerFrame && d->next_candidate < kCandidates; ++i) {
-    const float sum = sum_and_turn(d->phasor_re, d->phasor_im, d->step_re, d->step_im);
+// Tries the next candidates, at most `count`.
+void continue_search(talker_direction *d, float step, int32_t count) {
+  for (int32_t i = 0; i < count && d->next_delay <= kLargestDelay; ++i) {
+    const float sum =
+        sum_and_turn(d->phasor_re, d->phasor_im, d->step.re + kFirstBin, d->step.im + kFirstBin);
     if (sum > d->best_sum) {
       d->best_sum = sum;
-      d->best_candidate = d->next_candidate;
+      d->best_delay = d->next_delay;
     }
-    d->next_candidate += 1;
+    d->next_delay += step;
   }
-  if (d->next_candidate == kCandidates) {
-    d->confidence = d->best_sum / d->weight_sum;
-    if (d->confidence > kLeastPeak) {
-      d->target = static_cast<float>(d->best_candidate) * kCandidateStep - kLargestDelay;
-    }
+}
+
+void finish_search(talker_direction *d) {
+  const float lowest = d->best_delay - kFineReach;
+  begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay, kFineStep);
+  continue_search(d, kFineStep, kFineCandidates);
+  d->confidence = d->best_sum / d->weight_sum;
+  if (d->confidence > kLeastPeak) {
+    d->target = d->best_delay;
+  }
+}
+
+// The share of the frame in the search.
+void search(talker_direction *d) {
+  const int32_t due = d->frame % kSearchFrames;
+  if (d->frame < kFirstSearch) {
+    return;
+  }
+  if (due == 0) {
+    finish_search(d);
+  } else if (due == kSearchFrames - kCoarseFrames) {
+    begin_search(d, -kLargestDelay, kCoarseStep);
+  } else if (due > kSearchFrames - kCoarseFrames) {
+    continue_search(d, kCoarseStep, kCandidatesPerFrame);
   }
 }
 
@@ -181,13 +208,6 @@ void continue_search(talker_direction *d) {
 
 bool talker_direction_init(talker_direction *d, core_state *core) {
   d->presence = mcra_init_in(core, kDirectionBins);
-  d->next_candidate = kCandidates;
-  bin_spectrum ramp;
-  phase_ramp_fill(&ramp, kCandidateStep);
-  for (int32_t i = 0; i < kDirectionBins; ++i) {
-    d->step_re[i] = ramp.re[i + kFirstBin];
-    d->step_im[i] = ramp.im[i + kFirstBin];
-  }
   return d->presence != nullptr;
 }
 
@@ -198,10 +218,6 @@ void talker_direction_frame(talker_direction *d, const bin_spectrum *x0, const b
   const float noise_counts = d->frame >= kNoiseFrom ? kIntake : 0.0f;
   average_bins(d, x0, x1, mcra_get_speech_prob(d->presence), lambda, speech_counts, noise_counts);
   d->frame += 1;
-  if (d->frame % kSearchFrames == 0 && d->frame >= kFirstSearch) {
-    begin_search(d);
-  } else if (d->next_candidate < kCandidates) {
-    continue_search(d);
-  }
+  search(d);
   d->delay += kFollow * (d->target - d->delay);
 }

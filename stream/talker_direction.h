@@ -6,8 +6,9 @@
 // every delay; the best one is followed smoothly. Subtracting the noise keeps the delay of a loud
 // fan from winning.
 //
-// Twice a second such a search begins. It is spread over ten frames, so that no frame costs much
-// more than another.
+// Twice a second there is a new result. So that no frame costs much more than another, the frames
+// before it search all delays in coarse steps; its own frame searches the surroundings of what they
+// found in fine steps, with all that has been heard by then.
 #ifndef TM_SE_BF_STREAM_TALKER_DIRECTION_H
 #define TM_SE_BF_STREAM_TALKER_DIRECTION_H
 
@@ -35,9 +36,9 @@ struct talker_direction {
   int32_t frame;             // frames heard
   float delay;               // of channel 1 against channel 0, in samples
   float target;              // result of the last search that found something
-  float confidence;          // peak of the last search that was finished, 0 .. 1
-  int32_t next_candidate;    // of the search under way; all of them when there is none
-  int32_t best_candidate;    // so far
+  float confidence;          // peak of the last search, 0 .. 1
+  float next_delay;          // next candidate of the search under way
+  float best_delay;          // best one so far
   float best_sum;            // its sum
   float weight_sum;          // largest sum possible
   direction_average speech;  // weighted by the presence and the share of speech
@@ -45,8 +46,7 @@ struct talker_direction {
   float power[kDirectionBins];
   float phasor_re[kDirectionBins];  // weighted phasors, turned to the next candidate
   float phasor_im[kDirectionBins];
-  float step_re[kDirectionBins];  // turn from one candidate to the next
-  float step_im[kDirectionBins];
+  bin_spectrum step;  // turn from one candidate to the next, from DC on
 };
 #pragma pack(pop)
 
