@@ -47,12 +47,13 @@ refined_setting refined_setting_of(const lane_setting *setting) {
 // reported by. It bears a microphone that starts late, too: it need not be held back, as long as
 // there is sound.
 lane_result refined_block(lane *l, const int16_t *block, const block_facts *facts, int16_t *out) {
+  const bool has_sound = block_has_sound(facts);
   const bool held = l->shielded && shield_holds_back(&l->gate, &l->core.state, facts);
-  if (held && !block_has_sound(facts)) {
+  if (held && !has_sound) {
     std::memset(out, 0, kStreamBlock * sizeof(int16_t));
     return {false, MIC_FAULT_NONE};
   }
-  refined_path_block(l->refined, block, out);
+  refined_path_block(l->refined, block, has_sound, out);
   if (held || !l->watched) {
     return {!held, MIC_FAULT_NONE};
   }

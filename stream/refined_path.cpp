@@ -34,14 +34,6 @@ constexpr float kSmallestWord = -32768.0f;
 // even.
 constexpr float kRounder = 12582912.0f;  // 1.5 * 2^23
 
-bool is_silent(const int16_t *block, int32_t count) {
-  int32_t bits = 0;
-  for (int32_t n = 0; n < count; ++n) {
-    bits |= block[n];
-  }
-  return bits == 0;
-}
-
 SE_BF_VECTOR_CLONES void one_to_floats(const int16_t *__restrict block, float *__restrict x) {
   for (int32_t n = 0; n < kRefinedHop; ++n) {
     x[n] = static_cast<float>(block[n]);
@@ -192,9 +184,12 @@ bool refined_path_init(refined_path *path, core_state *core) {
   return ready && path->noise != nullptr && path->first_gain != nullptr;
 }
 
-void refined_path_block(refined_path *path, const int16_t *block, int16_t *out) {
-  const bool silent = is_silent(block, path->setting.channels * kRefinedHop);
-  path->silent_blocks = !silent ? 0 : path->silent_blocks + (path->silent_blocks < kSilentFrame);
+void refined_path_block(refined_path *path, const int16_t *block, bool has_sound, int16_t *out) {
+  if (has_sound) {
+    path->silent_blocks = 0;
+  } else if (path->silent_blocks < kSilentFrame) {
+    path->silent_blocks += 1;
+  }
   if (path->silent_blocks < kSilentFrame) {
     read_block(path, block);
     analyse(path);

@@ -1,6 +1,8 @@
 // Averages of speech and noise, and the search among delays.
 #include "talker_direction.h"
 
+#include <cstring>
+
 #include "phase_ramp.h"
 #include "support/se_maths.h"
 #include "support/se_vector.h"
@@ -19,19 +21,19 @@ constexpr int32_t kSpeechFrom = 16;
 // takes the last frames of these.
 constexpr int32_t kSearchFrames = 25;
 constexpr int32_t kFirstSearch = 41;
-constexpr int32_t kCoarseFrames = 5;
+constexpr int32_t kCoarseFrames = 7;
 
-// Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are closer than half the
-// width of a peak of 5.5 kHz. Fine ones reach to one sample on both sides of the best of them.
+// Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are much closer than the
+// width of a peak of 5.5 kHz. Fine ones reach past the neighbours of the best of them.
 constexpr float kLargestDelay = 8.0f;
-constexpr float kCoarseStep = 0.5f;
+constexpr float kCoarseStep = 0.25f;
 constexpr float kFineStep = 0.125f;
-constexpr float kFineReach = 1.0f;
-constexpr int32_t kFineCandidates = 17;
+constexpr float kFineReach = 0.375f;
+constexpr int32_t kFineCandidates = 7;
 
-// The frames after the one that prepares the coarse search share its 33 candidates.
-constexpr int32_t kCandidatesPerFrame = 9;
-static_assert(kCandidatesPerFrame * (kCoarseFrames - 1) >= 33, "time for all candidates");
+// The frames after the one that prepares the coarse search share its 65 candidates.
+constexpr int32_t kMostCandidates = 11;  // in one frame
+static_assert(kMostCandidates * (kCoarseFrames - 1) >= 65, "time for all candidates");
 
 // Index of 200 Hz, below which delays are lost in noise.
 constexpr int32_t kFirstIndex = 6;
@@ -94,8 +96,10 @@ SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x
 }
 
 // D = cross-spectrum of speech less that of noise, likewise the powers D0 and D1;
-// c = min(|D| / sqrt(D0 D1), 1) where D0 D1 > 0, else 0; phasor = c sqrt(w) D / |D|.
-SE_BF_VECTOR_CLONES void weigh_bins(talker_direction *d, float *weight) {
+// c = min(|D| / sqrt(D0 D1), 1) where D0 D1 > 0, else 0; phasor = c sqrt(w) D / |D| turned by the
+// ramp. The phase of D is that of the delay, 2 pi k delay / N, with a positive sign: the ramp of
+// the right delay takes it away.
+SE_BF_VECTOR_CLONES void weigh_bins(talker_direction *d, const bin_spectrum *ramp, float *weight) {
   const direction_average *s = &d->speech;
   const direction_average *n = &d->noise;
   SE_BF_INDEPENDENT_ROUNDS
@@ -113,26 +117,43 @@ SE_BF_VECTOR_CLONES void weigh_bins(talker_direction *d, float *weight) {
     const float w = both > 0.0f ? coherence * se_sqrt(s->weight[i]) : 0.0f;
     const float unit = w / (magnitude + kLeastPower);
     weight[i] = w;
-    d->phasor_re[i] = cross_re * unit;
-    d->phasor_im[i] = cross_im * unit;
+    const int32_t k = i + kFirstBin;
+    d->phasor_re[i] = unit * (cross_re * ramp->re[k] - cross_im * ramp->im[k]);
+    d->phasor_im[i] = unit * (cross_re * ramp->im[k] + cross_im * ramp->re[k]);
   }
 }
 
-// phasor = phasor turn; returns the sum of the real parts before that.
-SE_BF_VECTOR_CLONES float sum_and_turn(float *__restrict re, float *__restrict im,
-                                       const float *__restrict turn_re,
-                                       const float *__restrict turn_im) {
-  float sums[kSumLanes] = {};
+// A row of sums, or of bins.
+typedef float sum_row __attribute__((vector_size(kSumLanes * sizeof(float))));
+
+// sums[c] = sum over bins of Re(phasor turn^c), c = 0 .. count - 1; afterwards phasor is
+// phasor turn^count.
+SE_BF_VECTOR_CLONES void sum_and_turn(float *re, float *im, const float *turn_re,
+                                      const float *turn_im, int32_t count, float *sums) {
+  sum_row rows[kMostCandidates] = {};
   for (int32_t k = 0; k < kDirectionBins; k += kSumLanes) {
-    for (int32_t i = 0; i < kSumLanes; ++i) {
-      const float a = re[k + i];
-      const float b = im[k + i];
-      sums[i] += a;
-      re[k + i] = a * turn_re[k + i] - b * turn_im[k + i];
-      im[k + i] = a * turn_im[k + i] + b * turn_re[k + i];
+    sum_row a;
+    sum_row b;
+    sum_row c;
+    sum_row s;
+    std::memcpy(&a, re + k, sizeof a);
+    std::memcpy(&b, im + k, sizeof b);
+    std::memcpy(&c, turn_re + k, sizeof c);
+    std::memcpy(&s, turn_im + k, sizeof s);
+    for (int32_t i = 0; i < count; ++i) {
+      rows[i] += a;
+      const sum_row next = a * c - b * s;
+      b = a * s + b * c;
+      a = next;
     }
+    std::memcpy(re + k, &a, sizeof a);
+    std::memcpy(im + k, &b, sizeof b);
   }
-  return add_lanes(sums);
+  for (int32_t i = 0; i < count; ++i) {
+    float lanes[kSumLanes];
+    std::memcpy(lanes, &rows[i], sizeof lanes);
+    sums[i] = add_lanes(lanes);
+  }
 }
 
 static_assert(kDirectionBins % kSumLanes == 0, "whole rows of sums");
@@ -147,11 +168,11 @@ float sum_of(const float *values) {
   return add_lanes(sums);
 }
 
-// The phase of the cross-spectrum is that of the delay, 2 pi k delay / N, with a positive sign. The
-// ramp of a candidate takes it away.
-void begin_search(talker_direction *d, float first_delay, float step) {
+void begin_search(talker_direction *d, float first_delay) {
+  bin_spectrum ramp;
   float weight[kDirectionBins];
-  weigh_bins(d, weight);
+  phase_ramp_fill(&ramp, first_delay);
+  weigh_bins(d, &ramp, weight);
   for (int32_t i = 0; i < kFirstIndex; ++i) {
     weight[i] = 0.0f;
     d->phasor_re[i] = 0.0f;
@@ -161,18 +182,15 @@ void begin_search(talker_direction *d, float first_delay, float step) {
   d->next_delay = first_delay;
   d->best_delay = first_delay;
   d->best_sum = 0.0f;
-  phase_ramp_fill(&d->step, first_delay);
-  sum_and_turn(d->phasor_re, d->phasor_im, d->step.re + kFirstBin, d->step.im + kFirstBin);
-  phase_ramp_fill(&d->step, step);
 }
 
-// Tries the next candidates, at most `count`.
-void continue_search(talker_direction *d, float step, int32_t count) {
+// Tries the next candidates, `count` of them unless the largest delay comes first.
+void continue_search(talker_direction *d, const bin_spectrum *turn, float step, int32_t count) {
+  float sums[kMostCandidates];
+  sum_and_turn(d->phasor_re, d->phasor_im, turn->re + kFirstBin, turn->im + kFirstBin, count, sums);
   for (int32_t i = 0; i < count && d->next_delay <= kLargestDelay; ++i) {
-    const float sum =
-        sum_and_turn(d->phasor_re, d->phasor_im, d->step.re + kFirstBin, d->step.im + kFirstBin);
-    if (sum > d->best_sum) {
-      d->best_sum = sum;
+    if (sums[i] > d->best_sum) {
+      d->best_sum = sums[i];
       d->best_delay = d->next_delay;
     }
     d->next_delay += step;
@@ -181,8 +199,8 @@ void continue_search(talker_direction *d, float step, int32_t count) {
 
 void finish_search(talker_direction *d) {
   const float lowest = d->best_delay - kFineReach;
-  begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay, kFineStep);
-  continue_search(d, kFineStep, kFineCandidates);
+  begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay);
+  continue_search(d, &d->fine_turn, kFineStep, kFineCandidates);
   d->confidence = d->best_sum / d->weight_sum;
   if (d->confidence > kLeastPeak) {
     d->target = d->best_delay;
@@ -198,9 +216,9 @@ void search(talker_direction *d) {
   if (due == 0) {
     finish_search(d);
   } else if (due == kSearchFrames - kCoarseFrames) {
-    begin_search(d, -kLargestDelay, kCoarseStep);
+    begin_search(d, -kLargestDelay);
   } else if (due > kSearchFrames - kCoarseFrames) {
-    continue_search(d, kCoarseStep, kCandidatesPerFrame);
+    continue_search(d, &d->coarse_turn, kCoarseStep, kMostCandidates);
   }
 }
 
@@ -208,6 +226,8 @@ void search(talker_direction *d) {
 
 bool talker_direction_init(talker_direction *d, core_state *core) {
   d->presence = mcra_init_in(core, kDirectionBins);
+  phase_ramp_fill(&d->coarse_turn, kCoarseStep);
+  phase_ramp_fill(&d->fine_turn, kFineStep);
   return d->presence != nullptr;
 }
 

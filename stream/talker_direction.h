@@ -46,7 +46,8 @@ struct talker_direction {
   float power[kDirectionBins];
   float phasor_re[kDirectionBins];  // weighted phasors, turned to the next candidate
   float phasor_im[kDirectionBins];
-  bin_spectrum step;  // turn from one candidate to the next, from DC on
+  bin_spectrum coarse_turn;  // turn from one coarse candidate to the next
+  bin_spectrum fine_turn;    // and from one fine one to the next
 };
 #pragma pack(pop)
 
