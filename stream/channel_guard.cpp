@@ -32,9 +32,11 @@ constexpr float kToleratedImbalance = 0.12f;
 constexpr int32_t kSectionBlocks = 10;
 
 // Share of the energy, -30 dB, up to which the rest of one channel after the other is taken away
-// counts as none; real pairs leave -22 dB or more over a second. Twice that ends the state.
+// counts as none; real pairs leave -22 dB or more over a second. Twice that ends the state. -50 dB
+// is less than the noise of two microphones even in one block: what was before then counts no more.
 constexpr float kLeastResidual = 0.001f;
 constexpr float kRelease = 2.0f;
+constexpr float kExactResidual = 0.00001f;
 
 struct block_sums {
   float absolute[2];
@@ -73,8 +75,18 @@ SE_BF_VECTOR_CLONES void scale(float *x, float factor) {
   }
 }
 
+// The energy of one channel that the other does not explain is (1 - r^2) of its own, with the
+// correlation r: whether that is below a limit.
+bool explained(const channel_energies *sum, float limit) {
+  const float most = sum->first * sum->second;
+  return most > 0.0f && most - sum->both * sum->both < limit * most;
+}
+
 // Adds the block, and returns the sums over the last second.
 channel_energies add_energies(channel_guard *guard, const channel_energies *block) {
+  if (!guard->proportional && explained(block, kExactResidual)) {
+    std::memset(guard->sections, 0, sizeof guard->sections);
+  }
   if (guard->section_blocks == kSectionBlocks) {
     guard->section_blocks = 0;
     guard->section = (guard->section + 1) % kGuardSections;
@@ -89,14 +101,6 @@ channel_energies add_energies(channel_guard *guard, const channel_energies *bloc
     sum = {sum.first + section.first, sum.second + section.second, sum.both + section.both};
   }
   return sum;
-}
-
-// The energy of one channel that the other does not explain is (1 - r^2) of its own, with the
-// correlation r.
-void judge_proportion(channel_guard *guard, const channel_energies *sum) {
-  const float most = sum->first * sum->second;
-  const float limit = guard->proportional ? kRelease * kLeastResidual : kLeastResidual;
-  guard->proportional = most > 0.0f && most - sum->both * sum->both < limit * most;
 }
 
 void follow_imbalance(channel_guard *guard, const float *absolute) {
@@ -115,7 +119,8 @@ int32_t judge_block(channel_guard *guard, const block_sums *sums) {
     level[m] = kLevelDecay * level[m] + kLevelIntake * now[m];
   }
   const channel_energies second = add_energies(guard, &sums->energies);
-  judge_proportion(guard, &second);
+  const float limit = guard->proportional ? kRelease * kLeastResidual : kLeastResidual;
+  guard->proportional = explained(&second, limit);
   if ((now[0] < kSilentSum && now[1] > kAudibleSum) || level[1] > kDeadRatio * level[0]) {
     return 1;
   }
