@@ -108,9 +108,9 @@ enum {
 
 /** Results of se_bf_stream_change and se_bf_stream_direction besides 0. */
 enum {
-  SE_BF_STREAM_ERROR_NULL = -1,   /**< no stream or no config */
-  SE_BF_STREAM_ERROR_CONFIG = -2, /**< a field that se_bf_stream_open would refuse */
-  SE_BF_STREAM_ERROR_FIXED = -3,  /**< rate, channels or hop differ from those of the stream */
+  SE_BF_STREAM_ERROR_NULL = -1,    /**< no stream or no config */
+  SE_BF_STREAM_ERROR_CONFIG = -2,  /**< a field that se_bf_stream_open would refuse */
+  SE_BF_STREAM_ERROR_FIXED = -3,   /**< rate, channels or hop differ from those of the stream */
   SE_BF_STREAM_ERROR_LATENCY = -4, /**< the mode delays the signal by more than the stream can */
   SE_BF_STREAM_ERROR_MODE = -5     /**< the mode at work does not know */
 };

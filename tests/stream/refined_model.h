@@ -121,7 +121,8 @@ struct direction {
       }
     }
     double best = 0.15 * most;
-    for (double candidate = -8; candidate <= 8; candidate += 0.125) {
+    for (int eighths = -64; eighths <= 64; ++eighths) {
+      const double candidate = eighths / 8.0;
       double sum = 0;
       for (size_t k = 7; k <= 176; ++k) {
         sum += (phasors[k] * std::polar(1.0, -turn(k) * candidate)).real();

@@ -105,10 +105,10 @@ TEST(StreamRefined, AgreesWithTheModelInDoublePrecision) {
 TEST(StreamRefined, SteersAndFindsTheTalker) {
   const std::vector<wave> x = recording().x;
   double best = -100;
-  float best_doa = -1;
-  for (float doa = 0; doa <= 180; doa += 30) {
+  int32_t best_doa = -1;
+  for (int32_t doa = 0; doa <= 180; doa += 30) {
     se_bf_stream_config config = refined(2, true);
-    config.doa = doa;
+    config.doa = static_cast<float>(doa);
     const double sdr = sdr_db(recording().clean, heard(config, x));
     best_doa = sdr > best ? doa : best_doa;
     best = std::max(best, sdr);
