@@ -17,7 +17,7 @@
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
  * before, that louder floats saturate. At that rate nothing else changes a bit: a `plain` stream
- * gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
+ * in a mode of the core gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream. At 16 kHz it is 320 samples of the block plus the delay of the
@@ -216,7 +216,8 @@ SE_BF_API size_t se_bf_stream_finish_s16(se_bf_stream *stream, int16_t *out);
 /** The same with floats. */
 SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
 
-/** Changes mode, mic_distance, doa, plain, full_band, on_event and user while the stream runs.
+/** Changes mode, mic_distance, doa, plain, full_band, max_attenuation_db, on_event and user while
+ * the stream runs.
  * Returns 0, or a negative SE_BF_STREAM_ERROR_* when refused; nothing has changed then.
  *
  * The new setting starts beside the old one, hears the last second of sound at three times the
