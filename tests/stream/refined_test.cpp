@@ -13,17 +13,17 @@ double delay_of(double doa) {
   return kSpacing * std::cos(doa * kPi / 180) / 343 * kSampleRateHz;
 }
 
-// x late by any number of samples.
+// x late by up to 8 samples.
 wave late(const wave &x, double delay) {
   constexpr int32_t kReach = 24;
-  const int32_t count = static_cast<int32_t>(x.size());
   wave y(x.size());
-  for (int32_t n = 0; n < count; ++n) {
-    const int32_t middle = n - static_cast<int32_t>(std::lround(delay));
-    for (int32_t i = std::max(0, middle - kReach); i <= std::min(count - 1, middle + kReach); ++i) {
-      const double at = n - delay - i;
+  for (size_t n = kReach + 8; n < x.size() - kReach - 8; ++n) {
+    for (int32_t i = -kReach; i <= kReach; ++i) {
+      const int32_t middle = static_cast<int32_t>(n) - static_cast<int32_t>(std::lround(delay));
+      const double at = static_cast<double>(n) - delay - (middle + i);
       const double sinc = std::abs(at) < 1e-9 ? 1 : std::sin(kPi * at) / (kPi * at);
-      y[n] += x[i] * sinc * std::pow(std::cos(at * kPi / (2 * kReach + 2)), 2);
+      y[n] += x[static_cast<size_t>(middle + i)] * sinc *
+              std::pow(std::cos(at * kPi / (2 * kReach + 2)), 2);
     }
   }
   return y;
