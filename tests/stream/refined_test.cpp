@@ -13,18 +13,15 @@ double delay_of(double doa) {
   return kSpacing * std::cos(doa * kPi / 180) / 343 * kSampleRateHz;
 }
 
-// x late by up to 8 samples.
+// x late by any number of samples.
 wave late(const wave &x, double delay) {
-  constexpr int32_t kReach = 24;
+  constexpr int kReach = 24;
+  const int whole = static_cast<int>(std::lround(delay));
   wave y(x.size());
-  for (size_t n = kReach + 8; n < x.size() - kReach - 8; ++n) {
-    for (int32_t i = -kReach; i <= kReach; ++i) {
-      const int32_t middle = static_cast<int32_t>(n) - static_cast<int32_t>(std::lround(delay));
-      const double at = static_cast<double>(n) - delay - (middle + i);
-      const double sinc = std::abs(at) < 1e-9 ? 1 : std::sin(kPi * at) / (kPi * at);
-      y[n] += x[static_cast<size_t>(middle + i)] * sinc *
-              std::pow(std::cos(at * kPi / (2 * kReach + 2)), 2);
-    }
+  for (int i = -kReach; i <= kReach; ++i) {
+    const double at = whole - delay - i;
+    const double sinc = std::abs(at) < 1e-9 ? 1 : std::sin(kPi * at) / (kPi * at);
+    y += sinc * std::pow(std::cos(at * kPi / (2 * kReach + 2)), 2) * x.shift(i - whole);
   }
   return y;
 }
