@@ -18,9 +18,9 @@ constexpr float kLeastPower = 1e-18f;
 //   a = ramp x0, b = conj(ramp) x1
 //   M0 = 0.8 M0 + 0.2 |a|^2, M1 likewise
 //   z = (sqrt(M1) a + sqrt(M0) b) / (sqrt(M0) + sqrt(M1))
-SE_BF_VECTOR_CLONES void mix_bins(channel_mix *mix, const bin_spectrum *x0, const bin_spectrum *x1,
-                                  bin_spectrum *mixed, float *mixed_power, float *mean_power) {
-  SE_BF_INDEPENDENT_ROUNDS
+SE_BF_VECTOR_CLONES void mix_bins(channel_mix *__restrict mix, const bin_spectrum *__restrict x0,
+                                  const bin_spectrum *__restrict x1, bin_spectrum *__restrict mixed,
+                                  float *__restrict mixed_power, float *__restrict mean_power) {
   for (int32_t k = 0; k < kRefinedBins; ++k) {
     const float ramp_re = mix->ramp.re[k];
     const float ramp_im = mix->ramp.im[k];

@@ -35,8 +35,8 @@ SE_BF_VECTOR_CLONES void extend(bin_spectrum *ramp, int32_t count, float step_re
   for (int32_t first = 0; first < count; first += kFirstBins) {
     const float *re = ramp->re + first;
     const float *im = ramp->im + first;
-    float *next_re = ramp->re + first + count;
-    float *next_im = ramp->im + first + count;
+    float *__restrict next_re = ramp->re + first + count;
+    float *__restrict next_im = ramp->im + first + count;
     SE_BF_INDEPENDENT_ROUNDS
     for (int32_t i = 0; i < kFirstBins; ++i) {
       const float a = re[i];

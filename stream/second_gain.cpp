@@ -39,10 +39,10 @@ constexpr float kLeastPower = 1e-18f;
 //   S = 0.2 S + 0.8 g^2 P; G^2 = S / (S + 2 lambda)
 //   K = 0.3 K + 0.7 G^2 P; R = 0.7 R + 0.3 K
 //   G^2 becomes G^2 max(1 - 0.1 R(3 frames ago) / K, 0.1)
-SE_BF_VECTOR_CLONES void update_bins(second_gain *s, const float *power, const float *first,
-                                     float *squared_gain, const float *last, float *newest,
-                                     const float *oldest) {
-  SE_BF_INDEPENDENT_ROUNDS
+SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__restrict power,
+                                     const float *__restrict first, float *__restrict squared_gain,
+                                     const float *__restrict last, float *__restrict newest,
+                                     const float *__restrict oldest) {
   for (int32_t k = 0; k < kRefinedBins; ++k) {
     const float passed = first[k] * first[k];
     const float removed = 1.0f - passed;
