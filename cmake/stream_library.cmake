@@ -6,6 +6,14 @@ add_library(tm_se_bf_stream_objects OBJECT
   stream/fault_monitor.cpp
   stream/shield.cpp
   stream/history.cpp
+  stream/fixed_maths.cpp
+  stream/phase_ramp.cpp
+  stream/channel_guard.cpp
+  stream/talker_direction.cpp
+  stream/channel_mix.cpp
+  stream/second_gain.cpp
+  stream/pause_gain.cpp
+  stream/refined_path.cpp
   stream/lane.cpp
   stream/enhancer.cpp
   stream/block_path.cpp

@@ -18,8 +18,8 @@
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
  * before, that louder floats saturate. The band above 8 kHz is never louder than in the input; at
  * rates other than 16 kHz the input is limited to 60 dB above full scale. At 16 kHz nothing else
- * changes a bit: a `plain` stream gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a
- * call.
+ * changes a bit: a `plain` stream in a mode of the core gives the samples of se_bf_do (see
+ * tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
@@ -30,9 +30,13 @@
  * @par Shielding
  * Two channels, every mode but SE_BF_MODE_MONO, not `plain`:
  * - The output is silence until both microphones carry sound at comparable levels, for 0.2 s of
- *   sound at most: a dead microphone does not hold the other one up.
+ *   sound at most: a dead microphone does not hold the other one up. SE_BF_STREAM_REFINED does not
+ *   wait.
  * - Digital silence in both channels, beyond what empties the signal path, is bridged: the output
  *   is silence, and the noise estimate and the beamformer stay as they were.
+ * - SE_BF_STREAM_REFINED leaves a dead microphone out at once, takes it back at once, and matches
+ *   levels that differ. Of channels that carry the same sound but for a factor, such as one input
+ *   with reversed polarity, it uses the louder alone.
  * - A dead microphone, or identical channels, make the beamformer suppress noise as with one
  *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
  *   takes over again.
@@ -94,7 +98,9 @@ extern "C" {
 /** Modes besides SE_BF_MODE_*. */
 enum {
   SE_BF_STREAM_AUTO = 0,   /**< what suits most callers; noise suppression, SE_BF_MODE_OMLSA */
-  SE_BF_STREAM_REFINED = 1 /**< the best quality; noise suppression, SE_BF_MODE_OMLSA */
+  SE_BF_STREAM_REFINED = 1 /**< the best quality, hop 320 only: finds the talker, aligns the
+                                microphones on him, suppresses noise in two steps and late
+                                reverberation a little */
 };
 
 /** Range of se_bf_stream_config.rate, in Hz. */
@@ -113,13 +119,14 @@ enum {
   SE_BF_STREAM_NOT_FINITE = 5    /**< samples that are no numbers, told once in 20 ms */
 };
 
-/** Results of se_bf_stream_change besides 0. */
+/** Results of se_bf_stream_change and se_bf_stream_direction besides 0. */
 enum {
-  SE_BF_STREAM_ERROR_NULL = -1,   /**< no stream or no config */
-  SE_BF_STREAM_ERROR_CONFIG = -2, /**< a field that se_bf_stream_open would refuse */
-  SE_BF_STREAM_ERROR_FIXED = -3,  /**< rate, channels or hop differ from those of the stream */
-  SE_BF_STREAM_ERROR_LATENCY = -4 /**< the stream was opened plain in SE_BF_MODE_MONO, without the
-                                       delay that the mode needs */
+  SE_BF_STREAM_ERROR_NULL = -1,    /**< no stream or no config */
+  SE_BF_STREAM_ERROR_CONFIG = -2,  /**< a field that se_bf_stream_open would refuse */
+  SE_BF_STREAM_ERROR_FIXED = -3,   /**< rate, channels or hop differ from those of the stream */
+  SE_BF_STREAM_ERROR_LATENCY = -4, /**< the stream was opened plain in SE_BF_MODE_MONO, without the
+                                        delay that the mode needs */
+  SE_BF_STREAM_ERROR_MODE = -5     /**< the mode at work does not know */
 };
 
 /** One stream; its content is private to the library. */
@@ -154,15 +161,19 @@ typedef struct se_bf_stream_config {
   /** Interleaved input channels: 1 or 2. Default: 2. */
   int32_t channels;
   /** SE_BF_STREAM_* or SE_BF_MODE_*. With one channel every mode is SE_BF_MODE_OMLSA, except that
-   * SE_BF_MODE_MONO copies unless `plain`. Default: SE_BF_STREAM_AUTO. */
+   * SE_BF_MODE_MONO copies unless `plain`, and that SE_BF_STREAM_AUTO and _REFINED stay. Default:
+   * SE_BF_STREAM_AUTO. */
   int32_t mode;
-  /** Analysis hop in samples at 16 kHz: 160, 192, 320, or 0 for 320. Default: 0. */
+  /** Analysis hop in samples at 16 kHz: 160, 192, 320, or 0 for 320. Default: 0.
+   * SE_BF_STREAM_REFINED takes 0 and 320. */
   int32_t hop;
   /** Spacing of the microphones in metres, 0 to 10; 0: the direction is unknown. It and `doa` count
-   * in SE_BF_MODE_MVDR alone. Default: 0. */
+   * in SE_BF_MODE_MVDR and the refined path alone. Default: 0. */
   float mic_distance;
   /** Direction of the talker in degrees, finite: 0 is on the line of the microphones on the side of
-   * microphone 0, 90 is broadside. Not read with mic_distance 0. Default: 90. */
+   * microphone 0, 90 is broadside. Not read with mic_distance 0. SE_BF_STREAM_REFINED finds the
+   * talker where mic_distance is 0; with NaN here as well, and then se_bf_stream_direction knows
+   * degrees. Default: 90. */
   float doa;
   /** 1: no shielding, the enhancement as it is; 0: shielding. Default: 0. */
   int32_t plain;
@@ -173,7 +184,23 @@ typedef struct se_bf_stream_config {
   void (*on_event)(void *user, const se_bf_stream_event *event);
   /** Handed to on_event. Default: null. */
   void *user;
+  /** SE_BF_STREAM_REFINED: most that a sound is attenuated, in decibels, 0 to 60; 0: no limit.
+   * Default: 0. */
+  float max_attenuation_db;
+  /** For a later version; 0. */
+  int32_t reserved;
 } se_bf_stream_config;
+
+/** Where the talker is, as SE_BF_STREAM_REFINED with two channels knows it. */
+typedef struct se_bf_stream_direction_info {
+  float delay_us;   /**< by which he is heard later at microphone 1 than at microphone 0 */
+  float confidence; /**< 0: nothing found yet, the microphones are mixed without delay; up to 1: all
+                         frequencies agree. Below 0.15 a search has no effect. 1 where mic_distance
+                         and doa say it */
+  float degrees;    /**< the same direction as in `doa`; NaN where mic_distance is 0 */
+  int32_t alone;    /**< microphone that is used alone, because the other one is dead or both carry
+                         the same sound but for a factor; -1: both are used */
+} se_bf_stream_direction_info;
 
 /** Writes the defaults, `size` included. */
 SE_BF_API void se_bf_stream_config_init(se_bf_stream_config *config);
@@ -209,7 +236,8 @@ SE_BF_API size_t se_bf_stream_finish_s16(se_bf_stream *stream, int16_t *out);
 /** The same with floats. */
 SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
 
-/** Changes mode, mic_distance, doa, plain, full_band, on_event and user while the stream runs.
+/** Changes mode, mic_distance, doa, plain, full_band, max_attenuation_db, on_event and user while
+ * the stream runs.
  * Returns 0, or a negative SE_BF_STREAM_ERROR_* when refused; nothing has changed then.
  *
  * The new setting starts beside the old one, hears the last second of sound at three times the
@@ -220,6 +248,11 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * latency stays, too: SE_BF_MODE_MONO is delayed like the rest. Only a stream that was opened plain
  * in SE_BF_MODE_MONO cannot change to other modes. full_band, on_event and user change at once. */
 SE_BF_API int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *config);
+
+/** Tells where the talker is. Returns 0, or SE_BF_STREAM_ERROR_NULL, or SE_BF_STREAM_ERROR_MODE
+ * when the stream is not refined or has one channel; `info` is untouched then. */
+SE_BF_API int32_t se_bf_stream_direction(const se_bf_stream *stream,
+                                         se_bf_stream_direction_info *info);
 
 /** Forgets all sound: the stream is as just opened, with the settings of the last change and the
  * latency that it has. */

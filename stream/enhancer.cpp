@@ -160,6 +160,7 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
   core_setting largest = setting->core;
   largest.mode = SE_BF_MODE_MVDR;
   for (lane &l : e->lanes) {
+    std::memset(l.core.state.memory, 0, sizeof l.core.state.memory);
     core_instance_create(&l.core, &largest);
     if (!core_instance_init(&l.core, &largest)) {
       return false;

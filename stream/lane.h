@@ -1,4 +1,4 @@
-// One setting at work: the core behind its shield, or a delayed copy.
+// One setting at work: the core or the refined path behind a shield, or a delayed copy.
 #ifndef TM_SE_BF_STREAM_LANE_H
 #define TM_SE_BF_STREAM_LANE_H
 
@@ -6,12 +6,16 @@
 
 #include "core_instance.h"
 #include "fault_monitor.h"
+#include "refined_path.h"
 #include "shield.h"
 
 // What a lane is to do.
 struct lane_setting {
   core_setting core;
-  bool plain;  // no shielding
+  bool plain;                // no shielding
+  bool refined;              // the refined path instead of the core's
+  bool find_direction;       // refined: search the talker although the spacing is known
+  float max_attenuation_db;  // refined: limit of the attenuation; 0: none
 };
 
 struct lane {
@@ -23,6 +27,7 @@ struct lane {
   bool single;    // a fault has ended beamforming for good
   shield gate;
   core_instance core;
+  refined_path *refined;  // lies in the pool of `core` instead of an instance, or null
   int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input that the core may repair
 };
 
@@ -47,5 +52,8 @@ bool lane_init(lane *l);
 // block before, with which a delayed copy starts.
 lane_result lane_block(lane *l, const int16_t *block, const block_facts *facts,
                        const int16_t *before, int16_t *out);
+
+// Tells where the talker is; false when the lane does not know.
+bool lane_direction(const lane *l, se_bf_stream_direction_info *info);
 
 #endif  // TM_SE_BF_STREAM_LANE_H

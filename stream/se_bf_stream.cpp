@@ -219,7 +219,8 @@ se_bf_stream *se_bf_stream_open(const se_bf_stream_config *config, const char **
     return nullptr;
   }
   se_bf_stream *s = static_cast<se_bf_stream *>(std::calloc(1, sizeof(se_bf_stream)));
-  *fault = s == nullptr ? "not enough memory for a stream" : open_parts(s, config);
+  const se_bf_stream_config complete = stream_config_complete(config);
+  *fault = s == nullptr ? "not enough memory for a stream" : open_parts(s, &complete);
   if (*fault != nullptr) {
     se_bf_stream_close(s);
     return nullptr;
@@ -263,18 +264,27 @@ int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *con
   if (stream_config_fault(config) != nullptr) {
     return SE_BF_STREAM_ERROR_CONFIG;
   }
-  if (!stream_config_fits(&stream->config, config)) {
+  const se_bf_stream_config complete = stream_config_complete(config);
+  if (!stream_config_fits(&stream->config, &complete)) {
     return SE_BF_STREAM_ERROR_FIXED;
   }
-  const lane_setting setting = stream_config_setting(config);
+  const lane_setting setting = stream_config_setting(&complete);
   if (!enhancer_change(&stream->enhance, &setting)) {
     return SE_BF_STREAM_ERROR_LATENCY;
   }
-  stream->config = *config;
+  stream->config = complete;
   if (stream->rates != nullptr) {
-    rate_path_set_full_band(stream->rates, config->full_band);
+    rate_path_set_full_band(stream->rates, complete.full_band);
   }
   return 0;
+}
+
+int32_t se_bf_stream_direction(const se_bf_stream *stream, se_bf_stream_direction_info *info) {
+  if (stream == nullptr || info == nullptr) {
+    return SE_BF_STREAM_ERROR_NULL;
+  }
+  const lane *l = &stream->enhance.lanes[stream->enhance.running];
+  return lane_direction(l, info) ? 0 : SE_BF_STREAM_ERROR_MODE;
 }
 
 void se_bf_stream_reset(se_bf_stream *stream) {

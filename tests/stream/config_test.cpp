@@ -1,5 +1,6 @@
 // What a stream refuses, and nothing at all as an argument.
 #include <cmath>
+#include <cstddef>
 #include <string>
 
 #include "stream_use.h"
@@ -38,12 +39,27 @@ TEST(StreamConfig, FieldsOutOfRangeAreNamedWithTheirRange) {
       {"config.mic_distance must be", [](auto *c) { c->mic_distance = 10.01f; }},
       {"config.mic_distance must be", [nan](auto *c) { c->mic_distance = nan; }},
       {"config.doa must be a finite", [](auto *c) { c->mic_distance = 1, c->doa = HUGE_VALF; }},
-      {"config.doa must be a finite", [nan](auto *c) { c->mic_distance = 1, c->doa = nan; }},
       {"", [nan](auto *c) { c->mic_distance = 0, c->doa = nan; }},
       {"", [](auto *c) { c->mic_distance = 10, c->doa = -720; }},
       {"config.plain must be 0 or 1", [](auto *c) { c->plain = 2; }},
       {"config.full_band must be 0 or 1", [](auto *c) { c->full_band = -1; }},
-      {"config.size must be sizeof", [](auto *c) { c->size -= 1; }},
+      {"config.doa must be a finite",
+       [nan](auto *c) { c->mode = SE_BF_MODE_MVDR, c->mic_distance = 1, c->doa = nan; }},
+      {"", [nan](auto *c) { c->mic_distance = 1, c->doa = nan; }},
+      {"config.hop must be 0 or 320",
+       [](auto *c) { c->mode = SE_BF_STREAM_REFINED, c->hop = 160; }},
+      {"", [](auto *c) { c->mode = SE_BF_STREAM_AUTO, c->hop = 160; }},
+      {"config.max_attenuation_db must be 0 to 60",
+       [nan](auto *c) { c->max_attenuation_db = nan; }},
+      {"config.max_attenuation_db must be", [](auto *c) { c->max_attenuation_db = 60.1f; }},
+      {"config.reserved must be 0", [](auto *c) { c->reserved = 1; }},
+      // The first version ended behind `user`: what follows is not read.
+      {"",
+       [](auto *c) {
+         c->size = offsetof(se_bf_stream_config, max_attenuation_db), c->reserved = 1;
+       }},
+      {"config.size must be sizeof",
+       [](auto *c) { c->size = offsetof(se_bf_stream_config, max_attenuation_db) - 1; }},
       {"config.size must be sizeof", [](auto *c) { c->size = 0; }},
       {"config.size must be sizeof", [](auto *c) { c->size = UINT32_MAX; }},
   };

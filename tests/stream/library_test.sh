@@ -6,9 +6,9 @@ nm=$1 readelf=$2 objdump=$3 library=$4
 node=TM_SE_BF_STREAM_1
 source "$(dirname "$0")/../binary/library_file.sh"
 
-expect_exports se_bf_stream_{change,close,config_init,finish_{f32,s16},latency,open} \
+expect_exports se_bf_stream_{change,close,config_init,direction,finish_{f32,s16},latency,open} \
   se_bf_stream_{process,push}_{f32,s16} se_bf_stream_{reset,version}
-allowed='ceil|calloc|aligned_alloc|free'
+allowed='acosf|ceil|calloc|aligned_alloc|free'
 # A static library also names what functions asked for that the linker has left out.
 [[ $library != *.a ]] || allowed+='|exit|gettimeofday|strcmp'
 expect_calls 'no locale, clock, file, lock or thread function is called' "$allowed"

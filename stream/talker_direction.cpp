@@ -1,0 +1,243 @@
+// Averages of speech and noise, and the search among delays.
+#include "talker_direction.h"
+
+#include <cstring>
+
+#include "phase_ramp.h"
+#include "support/se_maths.h"
+#include "support/se_vector.h"
+
+namespace {
+
+// 500 frames, 10 s: talkers rarely move faster, and seldom have more than that to say in a row.
+constexpr float kDecay = 0.998f;
+constexpr float kIntake = 1.0f - kDecay;
+
+// Frames before speech and noise are told apart well enough to be counted.
+constexpr int32_t kNoiseFrom = 4;
+constexpr int32_t kSpeechFrom = 16;
+
+// Results come every 25 frames, 0.5 s, from the second one on; the coarse search that precedes each
+// takes the last frames of these.
+constexpr int32_t kSearchFrames = 25;
+constexpr int32_t kFirstSearch = 41;
+constexpr int32_t kCoarseFrames = 7;
+
+// Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are much closer than the
+// width of a peak of 5.5 kHz. Fine ones reach past the neighbours of the best of them.
+constexpr float kLargestDelay = 8.0f;
+constexpr float kCoarseStep = 0.25f;
+constexpr float kFineStep = 0.125f;
+constexpr float kFineReach = 0.375f;
+constexpr int32_t kFineCandidates = 7;
+
+// The frames after the one that prepares the coarse search share its 65 candidates.
+constexpr int32_t kMostCandidates = 11;  // in one frame
+static_assert(kMostCandidates * (kCoarseFrames - 1) >= 65, "time for all candidates");
+
+// Index of 200 Hz, below which delays are lost in noise.
+constexpr int32_t kFirstIndex = 6;
+
+// A peak below this share of the largest possible says nothing: noise reaches 0.1.
+constexpr float kLeastPeak = 0.15f;
+
+// The delay moves to a new one with a time constant of 12 frames, 0.25 s.
+constexpr float kFollow = 0.08f;
+
+// Keep quotients defined, and averages of silence from becoming subnormal, which some processors
+// handle slowly.
+constexpr float kLeastPower = 1e-18f;
+constexpr float kLeastWeight = 1e-12f;
+
+// Spectra start at DC, the vectors of this file at bin 1.
+constexpr int32_t kFirstBin = 1;
+
+SE_BF_VECTOR_CLONES void mean_power(const bin_spectrum *x0, const bin_spectrum *x1, float *power) {
+  SE_BF_INDEPENDENT_ROUNDS
+  for (int32_t i = 0; i < kDirectionBins; ++i) {
+    const int32_t k = i + kFirstBin;
+    const float first = x0->re[k] * x0->re[k] + x0->im[k] * x0->im[k];
+    const float second = x1->re[k] * x1->re[k] + x1->im[k] * x1->im[k];
+    power[i] = (first + second) * 0.5f + kLeastPower;
+  }
+}
+
+// w(speech) = p max(1 - lambda / P, 0), w(noise) = 1 - p; each average A = 0.998 A + 0.002 w a.
+SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x0,
+                                      const bin_spectrum *x1, const float *prob,
+                                      const float *lambda, float speech_counts,
+                                      float noise_counts) {
+  SE_BF_INDEPENDENT_ROUNDS
+  for (int32_t i = 0; i < kDirectionBins; ++i) {
+    const int32_t k = i + kFirstBin;
+    const float power0 = x0->re[k] * x0->re[k] + x0->im[k] * x0->im[k];
+    const float power1 = x1->re[k] * x1->re[k] + x1->im[k] * x1->im[k];
+    const float cross_re = x0->re[k] * x1->re[k] + x0->im[k] * x1->im[k];
+    const float cross_im = x0->im[k] * x1->re[k] - x0->re[k] * x1->im[k];
+
+    const float excess = 1.0f - lambda[i] / d->power[i];
+    const float share = excess > 0.0f ? excess : 0.0f;
+    const float speech = speech_counts * (prob[i] * share);
+    const float noise = noise_counts * (1.0f - prob[i]);
+
+    direction_average *s = &d->speech;
+    s->weight[i] = kDecay * s->weight[i] + speech + kLeastWeight;
+    s->power0[i] = kDecay * s->power0[i] + speech * power0 + kLeastPower;
+    s->power1[i] = kDecay * s->power1[i] + speech * power1 + kLeastPower;
+    s->cross_re[i] = kDecay * s->cross_re[i] + speech * cross_re + kLeastPower;
+    s->cross_im[i] = kDecay * s->cross_im[i] + speech * cross_im + kLeastPower;
+    direction_average *n = &d->noise;
+    n->weight[i] = kDecay * n->weight[i] + noise + kLeastWeight;
+    n->power0[i] = kDecay * n->power0[i] + noise * power0 + kLeastPower;
+    n->power1[i] = kDecay * n->power1[i] + noise * power1 + kLeastPower;
+    n->cross_re[i] = kDecay * n->cross_re[i] + noise * cross_re + kLeastPower;
+    n->cross_im[i] = kDecay * n->cross_im[i] + noise * cross_im + kLeastPower;
+  }
+}
+
+// D = cross-spectrum of speech less that of noise, likewise the powers D0 and D1;
+// c = min(|D| / sqrt(D0 D1), 1) where D0 D1 > 0, else 0; phasor = c sqrt(w) D / |D| turned by the
+// ramp. The phase of D is that of the delay, 2 pi k delay / N, with a positive sign: the ramp of
+// the right delay takes it away.
+SE_BF_VECTOR_CLONES void weigh_bins(talker_direction *d, const bin_spectrum *ramp, float *weight) {
+  const direction_average *s = &d->speech;
+  const direction_average *n = &d->noise;
+  SE_BF_INDEPENDENT_ROUNDS
+  for (int32_t i = 0; i < kDirectionBins; ++i) {
+    const float speech = 1.0f / s->weight[i];
+    const float noise = 1.0f / n->weight[i];
+    const float power0 = s->power0[i] * speech - n->power0[i] * noise;
+    const float power1 = s->power1[i] * speech - n->power1[i] * noise;
+    const float cross_re = s->cross_re[i] * speech - n->cross_re[i] * noise;
+    const float cross_im = s->cross_im[i] * speech - n->cross_im[i] * noise;
+    const float both = (power0 > 0.0f ? power0 : 0.0f) * (power1 > 0.0f ? power1 : 0.0f);
+    const float magnitude = se_sqrt(cross_re * cross_re + cross_im * cross_im);
+    const float coherent = magnitude / (se_sqrt(both) + kLeastPower);
+    const float coherence = coherent < 1.0f ? coherent : 1.0f;
+    const float w = both > 0.0f ? coherence * se_sqrt(s->weight[i]) : 0.0f;
+    const float unit = w / (magnitude + kLeastPower);
+    weight[i] = w;
+    const int32_t k = i + kFirstBin;
+    d->phasor_re[i] = unit * (cross_re * ramp->re[k] - cross_im * ramp->im[k]);
+    d->phasor_im[i] = unit * (cross_re * ramp->im[k] + cross_im * ramp->re[k]);
+  }
+}
+
+// A row of sums, or of bins.
+typedef float sum_row __attribute__((vector_size(kSumLanes * sizeof(float))));
+
+// sums[c] = sum over bins of Re(phasor turn^c), c = 0 .. count - 1; afterwards phasor is
+// phasor turn^count.
+SE_BF_VECTOR_CLONES void sum_and_turn(float *re, float *im, const float *turn_re,
+                                      const float *turn_im, int32_t count, float *sums) {
+  sum_row rows[kMostCandidates] = {};
+  for (int32_t k = 0; k < kDirectionBins; k += kSumLanes) {
+    sum_row a;
+    sum_row b;
+    sum_row c;
+    sum_row s;
+    std::memcpy(&a, re + k, sizeof a);
+    std::memcpy(&b, im + k, sizeof b);
+    std::memcpy(&c, turn_re + k, sizeof c);
+    std::memcpy(&s, turn_im + k, sizeof s);
+    for (int32_t i = 0; i < count; ++i) {
+      rows[i] += a;
+      const sum_row next = a * c - b * s;
+      b = a * s + b * c;
+      a = next;
+    }
+    std::memcpy(re + k, &a, sizeof a);
+    std::memcpy(im + k, &b, sizeof b);
+  }
+  for (int32_t i = 0; i < count; ++i) {
+    float lanes[kSumLanes];
+    std::memcpy(lanes, &rows[i], sizeof lanes);
+    sums[i] = add_lanes(lanes);
+  }
+}
+
+static_assert(kDirectionBins % kSumLanes == 0, "whole rows of sums");
+
+float sum_of(const float *values) {
+  float sums[kSumLanes] = {};
+  for (int32_t k = 0; k < kDirectionBins; k += kSumLanes) {
+    for (int32_t i = 0; i < kSumLanes; ++i) {
+      sums[i] += values[k + i];
+    }
+  }
+  return add_lanes(sums);
+}
+
+void begin_search(talker_direction *d, float first_delay) {
+  bin_spectrum ramp;
+  float weight[kDirectionBins];
+  phase_ramp_fill(&ramp, first_delay);
+  weigh_bins(d, &ramp, weight);
+  for (int32_t i = 0; i < kFirstIndex; ++i) {
+    weight[i] = 0.0f;
+    d->phasor_re[i] = 0.0f;
+    d->phasor_im[i] = 0.0f;
+  }
+  d->weight_sum = sum_of(weight) + kLeastWeight;
+  d->next_delay = first_delay;
+  d->best_delay = first_delay;
+  d->best_sum = 0.0f;
+}
+
+// Tries the next candidates, `count` of them unless the largest delay comes first.
+void continue_search(talker_direction *d, const bin_spectrum *turn, float step, int32_t count) {
+  float sums[kMostCandidates];
+  sum_and_turn(d->phasor_re, d->phasor_im, turn->re + kFirstBin, turn->im + kFirstBin, count, sums);
+  for (int32_t i = 0; i < count && d->next_delay <= kLargestDelay; ++i) {
+    if (sums[i] > d->best_sum) {
+      d->best_sum = sums[i];
+      d->best_delay = d->next_delay;
+    }
+    d->next_delay += step;
+  }
+}
+
+void finish_search(talker_direction *d) {
+  const float lowest = d->best_delay - kFineReach;
+  begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay);
+  continue_search(d, &d->fine_turn, kFineStep, kFineCandidates);
+  d->confidence = d->best_sum / d->weight_sum;
+  if (d->confidence > kLeastPeak) {
+    d->target = d->best_delay;
+  }
+}
+
+// The share of the frame in the search.
+void search(talker_direction *d) {
+  const int32_t due = d->frame % kSearchFrames;
+  if (d->frame < kFirstSearch) {
+    return;
+  }
+  if (due == 0) {
+    finish_search(d);
+  } else if (due == kSearchFrames - kCoarseFrames) {
+    begin_search(d, -kLargestDelay);
+  } else if (due > kSearchFrames - kCoarseFrames) {
+    continue_search(d, &d->coarse_turn, kCoarseStep, kMostCandidates);
+  }
+}
+
+}  // namespace
+
+bool talker_direction_init(talker_direction *d, core_state *core) {
+  d->presence = mcra_init_in(core, kDirectionBins);
+  phase_ramp_fill(&d->coarse_turn, kCoarseStep);
+  phase_ramp_fill(&d->fine_turn, kFineStep);
+  return d->presence != nullptr;
+}
+
+void talker_direction_frame(talker_direction *d, const bin_spectrum *x0, const bin_spectrum *x1) {
+  mean_power(x0, x1, d->power);
+  const float *lambda = mcra_do_mcra(d->presence, d->power);
+  const float speech_counts = d->frame >= kSpeechFrom ? kIntake : 0.0f;
+  const float noise_counts = d->frame >= kNoiseFrom ? kIntake : 0.0f;
+  average_bins(d, x0, x1, mcra_get_speech_prob(d->presence), lambda, speech_counts, noise_counts);
+  d->frame += 1;
+  search(d);
+  d->delay += kFollow * (d->target - d->delay);
+}
