@@ -45,7 +45,7 @@ TEST(StreamConfig, FieldsOutOfRangeAreNamedWithTheirRange) {
       {"config.full_band must be 0 or 1", [](auto *c) { c->full_band = -1; }},
       {"config.doa must be a finite",
        [nan](auto *c) { c->mode = SE_BF_MODE_MVDR, c->mic_distance = 1, c->doa = nan; }},
-      {"", [nan](auto *c) { c->mic_distance = 1, c->doa = nan; }},
+      {"", [nan](auto *c) { c->mode = SE_BF_STREAM_REFINED, c->mic_distance = 1, c->doa = nan; }},
       {"config.hop must be 0 or 320",
        [](auto *c) { c->mode = SE_BF_STREAM_REFINED, c->hop = 160; }},
       {"", [](auto *c) { c->mode = SE_BF_STREAM_AUTO, c->hop = 160; }},
