@@ -50,9 +50,10 @@ block transform(fft_setup *setup, const block &in,
   block out(in.size());
   setup->kernel = nullptr;
   run(setup, in.data(), expected.data());
-  const q31_vector_kernel *const fastest = q31_vector_kernel_for(setup->n);
-  for (const q31_vector_kernel *kernel : {fastest, &q31_vector_sse2, &q31_vector_neon}) {
-    if (fastest == nullptr || kernel->forward == nullptr) {
+  const bool has_kernel = setup->n == kVectorShortLength || setup->n == kVectorLongLength;
+  for (const q31_vector_kernel *kernel :
+       {&q31_vector_avx2, &q31_vector_avx, &q31_vector_sse41, &q31_vector_sse2, &q31_vector_neon}) {
+    if (!has_kernel || !q31_vector_runs(kernel)) {
       continue;
     }
     setup->kernel = kernel;

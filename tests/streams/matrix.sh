@@ -33,8 +33,10 @@ for level in -O0 -O2 -O3 -Os released; do
     with=("-DCMAKE_C_COMPILER=$compiler" "-DCMAKE_CXX_COMPILER=${compiler/gcc/g}++")
     check "$compiler x86-64" "${with[@]}" -DCMAKE_CXX_FLAGS=-march=x86-64
     check "$compiler x86-64-v3" "${with[@]}" -DCMAKE_CXX_FLAGS=-march=x86-64-v3
-    # A processor without AVX2, which the builds above use where they find it at run time.
-    check "$compiler x86-64-sse2" "${with[@]}" -DCMAKE_CXX_FLAGS=-march=x86-64 -DTM_SE_BF_AVX2=OFF
+    # Processors without AVX2, and without AVX and SSE4.1, which the builds above use where they find it at run time.
+    check "$compiler x86-64-avx" "${with[@]}" -DCMAKE_CXX_FLAGS=-march=x86-64 -DTM_SE_BF_AVX2=OFF
+    check "$compiler x86-64-sse2" "${with[@]}" -DCMAKE_CXX_FLAGS=-march=x86-64 -DTM_SE_BF_AVX2=OFF \
+      -DTM_SE_BF_SSE41=OFF
   done
   for target in aarch64 armhf s390x; do
     check "gcc $target" "--toolchain=cmake/toolchains/$target.cmake"

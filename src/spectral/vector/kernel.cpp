@@ -9,27 +9,38 @@ constexpr bool kUseVectors = false;  // only the scalar path has checking twins
 constexpr bool kUseVectors = true;
 #endif
 
-#if defined(TM_SE_BF_USE_AVX2)
-bool has_avx2() {
-  return __builtin_cpu_supports("avx2") != 0;
-}
-#else
-bool has_avx2() {
-  return false;
-}
+// Whether the processor has what the kernel is compiled for.
+bool has_instructions(const q31_vector_kernel *kernel) {
+#if defined(__x86_64__) || defined(__i386__)
+  if (kernel == &q31_vector_avx2) {
+    return __builtin_cpu_supports("avx2") != 0;
+  }
+  if (kernel == &q31_vector_avx) {
+    return __builtin_cpu_supports("avx") != 0;
+  }
+  if (kernel == &q31_vector_sse41) {
+    return __builtin_cpu_supports("sse4.1") != 0;
+  }
 #endif
+  return kernel != nullptr;
+}
 
 }  // namespace
+
+bool q31_vector_runs(const q31_vector_kernel *kernel) {
+  return kernel->forward != nullptr && has_instructions(kernel);
+}
 
 const q31_vector_kernel *q31_vector_kernel_for(int32_t n) {
   if (!kUseVectors || (n != kVectorShortLength && n != kVectorLongLength)) {
     return nullptr;
   }
-  if (q31_vector_avx2.forward != nullptr && has_avx2()) {
-    return &q31_vector_avx2;
+  const q31_vector_kernel *const fastest_first[] = {
+      &q31_vector_avx2, &q31_vector_avx, &q31_vector_sse41, &q31_vector_sse2, &q31_vector_neon};
+  for (const q31_vector_kernel *const kernel : fastest_first) {
+    if (q31_vector_runs(kernel)) {
+      return kernel;
+    }
   }
-  if (q31_vector_sse2.forward != nullptr) {
-    return &q31_vector_sse2;
-  }
-  return q31_vector_neon.forward != nullptr ? &q31_vector_neon : nullptr;
+  return nullptr;
 }

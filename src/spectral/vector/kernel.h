@@ -5,6 +5,9 @@
 //   kernel.cpp        picks the kernel that the processor can run
 //   lanes_*.cpp       one kernel each: the vector operations of a processor, given to the templates
 //   rfft.h, cfft.h    these templates: the real transform, and the complex one inside it
+//   pairs_rfft.h, pairs_cfft.h
+//                     templates for multipliers that take the even lanes of signed words: x86-64
+//                     from SSE4.1 on
 //   lanes.h           the operations that the templates need from a processor
 //   tables.h          twiddle and split factors in the order in which vectors load them
 #ifndef TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H
@@ -22,8 +25,9 @@ struct q31_vector_work {
   int32_t *spectrum;
 };
 
-// Both directions return false, with `out` untouched, when the peak of the block is too small for a
-// finite scale.
+// Both directions return false, with `out` untouched, for a block that they leave to the scalar
+// path: always when its peak is too small for a finite scale, and for some kernels when it holds
+// values that are not finite.
 //
 // Forward: transforms `in`, n time samples, to `out`, a packed spectrum (in may be out). With a
 // window of n floats the samples are first multiplied by it, into `product`, n floats. A null
@@ -45,10 +49,14 @@ struct q31_vector_kernel {
 const q31_vector_kernel *q31_vector_kernel_for(int32_t n);
 
 // The kernel of each processor; its pointers are null where the build has none. Exposed so that
-// tests can compare each with the scalar path. The AVX2 kernel must only run where the processor
-// has AVX2.
+// tests can compare each with the scalar path.
 extern const q31_vector_kernel q31_vector_sse2;
+extern const q31_vector_kernel q31_vector_sse41;
+extern const q31_vector_kernel q31_vector_avx;
 extern const q31_vector_kernel q31_vector_avx2;
 extern const q31_vector_kernel q31_vector_neon;
+
+// Whether the build has the kernel and this processor can run it.
+bool q31_vector_runs(const q31_vector_kernel *kernel);
 
 #endif  // TM_SE_BF_SPECTRAL_VECTOR_KERNEL_H

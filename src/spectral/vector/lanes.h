@@ -26,6 +26,26 @@
 //   larger_magnitude      the larger of |x| and the peak; the peak where x is not a number
 //   highest               the largest of a vector's floats
 //
+// The templates of pairs_cfft.h and pairs_rfft.h need other operations. Their values are pairs of
+// words or of floats, real part first, and products are 64 bits wide, in pairs of lanes:
+//   multiply              signed products of the even lanes; with words in memory, kOffset behind
+//                         the pointer
+//   rounded, negated      a product, or its negative, plus half a unit of the high word
+//   odd_to_even           moves the odd lanes to the even ones
+//   join                  high words of two vectors of products: of the first in the even lanes, of
+//                         the second in the odd ones
+//   exchanged             real and imaginary parts exchanged
+//   backwards             pairs in reversed order
+//   zip                   x[0], y[0], x[1], y[1], ...
+//   clear_lowest_bit, less_one_if_positive, negative
+//   all, all_floats       the same value in all lanes
+//   to_words              floats in memory times a scale, truncated to integers
+//   to_floats             integers as floats, times a gain
+//   magnitude_pattern     bit patterns of the magnitudes of floats
+//   larger                the larger of each two integers
+//   highest               the largest of a vector's integers
+//   float_of              the float of a bit pattern
+//
 // The lanes live in anonymous namespaces, and every function of these headers is a template over
 // them, or static. The linker therefore never takes a function that was compiled for AVX2 into code
 // that must run on any processor.

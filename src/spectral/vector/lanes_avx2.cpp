@@ -8,21 +8,17 @@
 
 #include "spectral/q31_format.h"
 #include "spectral/vector/lanes.h"
-#include "spectral/vector/rfft.h"
+#include "spectral/vector/pairs_rfft.h"
 
 namespace {
 
 struct avx2_lanes {
   using ints = __m256i;
   using floats = __m256;
-  // In lane order 0, 2, 1, 3 within each half: the multiplier takes the even or the odd lanes, and
-  // one shuffle collects the high words of both.
-  struct products {
-    ints words;
-  };
-  using complex = q31_vector::complex<avx2_lanes>;
   using columns = q31_vector::columns<avx2_lanes>;
-  using float_pair = q31_vector::float_pair<avx2_lanes>;
+  struct zipped {
+    ints v0, v1;
+  };
   static constexpr int32_t kWidth = 8;
 
   // Most instructions work on the two 128-bit halves of a vector separately. These selectors
@@ -40,13 +36,8 @@ struct avx2_lanes {
     return _mm256_loadu2_m128i(reinterpret_cast<const __m128i *>(p + offset),
                                reinterpret_cast<const __m128i *>(p));
   }
-  static void store_fours(int32_t *p, int32_t offset, ints x) {
-    _mm256_storeu2_m128i(reinterpret_cast<__m128i *>(p + offset), reinterpret_cast<__m128i *>(p),
-                         x);
-  }
-  static ints load_reversed(const int32_t *last) {
-    const ints backwards = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
-    return _mm256_permutevar8x32_epi32(load(last - (kWidth - 1)), backwards);
+  static ints all(int32_t x) {
+    return _mm256_set1_epi32(x);
   }
 
   static ints add(ints x, ints y) {
@@ -55,49 +46,54 @@ struct avx2_lanes {
   static ints subtract(ints x, ints y) {
     return _mm256_sub_epi32(x, y);
   }
+  static ints negative(ints x) {
+    return _mm256_sub_epi32(_mm256_setzero_si256(), x);
+  }
   template <int kBits>
   static ints shift_down(ints x) {
     return _mm256_srai_epi32(x, kBits);
   }
+  static ints clear_lowest_bit(ints x) {
+    return _mm256_and_si256(x, all(-2));
+  }
+  static ints less_one_if_positive(ints x) {
+    return add(x, _mm256_cmpgt_epi32(x, _mm256_setzero_si256()));
+  }
 
-  static products add(products x, products y) {
-    return {add(x.words, y.words)};
-  }
-  static products subtract(products x, products y) {
-    return {subtract(x.words, y.words)};
-  }
-  static ints in_lane_order(products x) {
-    return _mm256_shuffle_epi32(x.words, _MM_SHUFFLE(3, 1, 2, 0));
-  }
-  static products high_words(ints even, ints odd) {
-    const floats words = _mm256_shuffle_ps(_mm256_castsi256_ps(even), _mm256_castsi256_ps(odd),
-                                           _MM_SHUFFLE(3, 1, 3, 1));
-    return {_mm256_castps_si256(words)};
-  }
-  static ints even_product(ints x, ints y) {
+  static ints multiply(ints x, ints y) {
     return _mm256_mul_epi32(x, y);
   }
-  static ints odd_product(ints x, ints y) {
-    return _mm256_mul_epi32(_mm256_srli_epi64(x, 32), _mm256_srli_epi64(y, 32));
+  // The multiplier takes the factors from memory, kOffset words behind `factors`. A compiler would
+  // load what several products use into a register first, and keep an address for each offset. The
+  // factors are constants, so that the order of this and of any store does not matter.
+  template <int32_t kOffset>
+  static ints multiply(ints x, const int32_t *factors) {
+    ints products;
+    asm("vpmuldq %c3(%2), %1, %0"
+        : "=x"(products)
+        : "x"(x), "r"(factors), "i"(kOffset * sizeof(int32_t)));
+    return products;
   }
-  static ints round_half() {
-    return _mm256_set1_epi64x(kQ31RoundHalf);
+  static ints rounded(ints products) {
+    return _mm256_add_epi64(_mm256_set1_epi64x(kQ31RoundHalf), products);
   }
-  static products mul_high(ints x, ints y) {
-    return high_words(even_product(x, y), odd_product(x, y));
+  static ints negated(ints products) {
+    return _mm256_sub_epi64(_mm256_set1_epi64x(kQ31RoundHalf), products);
   }
-  static products mul_high_by_positive(ints x, ints c) {
-    return mul_high(x, c);
+  static ints odd_to_even(ints x) {
+    return _mm256_srli_epi64(x, 32);
   }
-  static products mul_high_round(ints x, ints y) {
-    return high_words(_mm256_add_epi64(round_half(), even_product(x, y)),
-                      _mm256_add_epi64(round_half(), odd_product(x, y)));
-  }
-  static products mul_high_round_negated(ints x, ints y) {
-    return high_words(_mm256_sub_epi64(round_half(), even_product(x, y)),
-                      _mm256_sub_epi64(round_half(), odd_product(x, y)));
+  static ints join(ints even, ints odd) {
+    constexpr int kOddLanes = 0xAA;
+    return _mm256_blend_epi32(odd_to_even(even), odd, kOddLanes);
   }
 
+  static ints exchanged(ints x) {
+    return _mm256_shuffle_epi32(x, _MM_SHUFFLE(2, 3, 0, 1));
+  }
+  static ints backwards(ints x) {
+    return _mm256_permute4x64_epi64(x, _MM_SHUFFLE(0, 1, 2, 3));
+  }
   static columns transpose(ints a, ints b, ints c, ints d) {
     const ints ab_low = _mm256_unpacklo_epi32(a, b);
     const ints ab_high = _mm256_unpackhi_epi32(a, b);
@@ -106,11 +102,11 @@ struct avx2_lanes {
     return {_mm256_unpacklo_epi64(ab_low, cd_low), _mm256_unpackhi_epi64(ab_low, cd_low),
             _mm256_unpacklo_epi64(ab_high, cd_high), _mm256_unpackhi_epi64(ab_high, cd_high)};
   }
-  static void store_zipped(int32_t *p, ints x, ints y) {
+  static zipped zip(ints x, ints y) {
     const ints low = _mm256_unpacklo_epi32(x, y);
     const ints high = _mm256_unpackhi_epi32(x, y);
-    store(p, _mm256_permute2x128_si256(low, high, kLowHalves));
-    store(p + kWidth, _mm256_permute2x128_si256(low, high, kHighHalves));
+    return {_mm256_permute2x128_si256(low, high, kLowHalves),
+            _mm256_permute2x128_si256(low, high, kHighHalves)};
   }
 
   static floats load_floats(const float *p) {
@@ -119,50 +115,37 @@ struct avx2_lanes {
   static void store_floats(float *p, floats x) {
     _mm256_storeu_ps(p, x);
   }
-  static floats multiply(floats x, floats y) {
+  static floats all_floats(float x) {
+    return _mm256_set1_ps(x);
+  }
+  static floats multiply_floats(floats x, floats y) {
     return _mm256_mul_ps(x, y);
   }
-  static floats no_peak() {
-    return _mm256_setzero_ps();
+  static ints to_words(const float *in, floats scale) {
+    return _mm256_cvttps_epi32(_mm256_mul_ps(scale, _mm256_loadu_ps(in)));
   }
-  // The instruction returns its second operand, the peak, if either is not a number.
-  static floats larger_magnitude(floats x, floats peaks) {
-    return _mm256_max_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x), peaks);
+  static floats to_floats(ints x, floats gain) {
+    return _mm256_mul_ps(_mm256_cvtepi32_ps(x), gain);
   }
-  static float highest(floats x) {
-    const __m128 four = _mm_max_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
-    const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));
-    return _mm_cvtss_f32(_mm_max_ss(two, _mm_shuffle_ps(two, two, 1)));
+  static ints magnitude_pattern(floats x) {
+    return _mm256_castps_si256(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x));
   }
-  // The conversion turns not-a-number into -2^31; the mask of the comparison turns that into 0.
-  static ints truncate(floats x) {
-    const floats ordered = _mm256_cmp_ps(x, x, _CMP_ORD_Q);
-    return _mm256_and_si256(_mm256_cvttps_epi32(x), _mm256_castps_si256(ordered));
+  static ints larger(ints x, ints y) {
+    return _mm256_max_epi32(x, y);
   }
-  static complex load_complex(const float *in, float scale) {
-    const floats factor = _mm256_set1_ps(scale);
-    const floats low = _mm256_loadu_ps(in);
-    const floats high = _mm256_loadu_ps(in + kWidth);
-    const floats outer = _mm256_permute2f128_ps(low, high, kLowHalves);
-    const floats inner = _mm256_permute2f128_ps(low, high, kHighHalves);
-    const floats even = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(2, 0, 2, 0));
-    const floats odd = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(3, 1, 3, 1));
-    return {truncate(_mm256_mul_ps(factor, even)), truncate(_mm256_mul_ps(factor, odd))};
+  static int32_t highest(ints x) {
+    const __m128i four = _mm_max_epi32(_mm256_castsi256_si128(x), _mm256_extracti128_si256(x, 1));
+    const __m128i two = _mm_max_epi32(four, _mm_unpackhi_epi64(four, four));
+    return _mm_cvtsi128_si32(_mm_max_epi32(two, _mm_shuffle_epi32(two, 1)));
   }
-  static float_pair interleave(ints re, ints im, float gain) {
-    const floats factor = _mm256_set1_ps(gain);
-    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(re), factor);
-    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(im), factor);
-    const floats low = _mm256_unpacklo_ps(first, second);
-    const floats high = _mm256_unpackhi_ps(first, second);
-    return {_mm256_permute2f128_ps(low, high, kLowHalves),
-            _mm256_permute2f128_ps(low, high, kHighHalves)};
+  static float float_of(int32_t pattern) {
+    return _mm_cvtss_f32(_mm_castsi128_ps(_mm_cvtsi32_si128(pattern)));
   }
 };
 
 }  // namespace
 
-const q31_vector_kernel q31_vector_avx2 = q31_vector::make_kernel<avx2_lanes>();
+const q31_vector_kernel q31_vector_avx2 = q31_pairs::make_kernel<avx2_lanes>();
 
 #else
 

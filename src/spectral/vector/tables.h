@@ -38,4 +38,36 @@ struct q31_split_table {
 extern const q31_split_table<256> q31_split_256;
 extern const q31_split_table<512> q31_split_512;
 
+// Tables for values as pairs of words. A factor and the one behind it make a pair; who loads the
+// second factors of a vector reads a word more than there are, hence the padding.
+
+// Twiddle factors of the same stage: for j = 0 .. kSpan/4 - 1 the pairs (cos j, sin j), then
+// (cos 2j, sin 2j), then (cos 3j, sin 3j).
+template <size_t kSpan>
+struct q31_turn_table {
+  int32_t words[6 * kSpan / 4];
+  int32_t padding;
+};
+
+extern const q31_turn_table<64> q31_turns_64;
+extern const q31_turn_table<256> q31_turns_256;
+
+// Twiddle factors of the radix-2 stage of 128 points: the pairs (cos i, sin i), i = 0 .. 63.
+struct q31_half_turn_table {
+  int32_t words[128];
+  int32_t padding;
+};
+
+extern const q31_half_turn_table q31_half_turn_128;
+
+// Split factors of bins k = 1 .. kLength/4, which hold for their mirror images too: the pairs
+// (Re A, |Im A|), then Re B in the first word of each pair.
+template <size_t kLength>
+struct q31_pair_split_table {
+  int32_t words[kLength];
+};
+
+extern const q31_pair_split_table<256> q31_pair_split_256;
+extern const q31_pair_split_table<512> q31_pair_split_512;
+
 #endif  // TM_SE_BF_SPECTRAL_VECTOR_TABLES_H
