@@ -9,9 +9,10 @@ constexpr bool kUseVectors = false;  // only the scalar path has checking twins
 constexpr bool kUseVectors = true;
 #endif
 
-// Whether the processor has what the kernel is compiled for.
+// Whether the processor has what the kernel is compiled for. A build for one processor does without
+// the compiler's 4.6 kB that ask it.
 bool has_instructions(const q31_vector_kernel *kernel) {
-#if defined(__x86_64__) || defined(__i386__)
+#if defined(TM_SE_BF_PICK_X86)
   if (kernel == &q31_vector_avx2) {
     return __builtin_cpu_supports("avx2") != 0;
   }

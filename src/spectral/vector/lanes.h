@@ -46,7 +46,7 @@
 //   highest               the largest of a vector's integers
 //   float_of              the float of a bit pattern
 //
-// The lanes live in anonymous namespaces, and every function of these headers is a template over
+// The lanes are types of one source each, and every function of these headers is a template over
 // them, or static. The linker therefore never takes a function that was compiled for AVX2 into code
 // that must run on any processor.
 //

@@ -10,8 +10,10 @@
 #include "spectral/q31_format.h"
 #include "spectral/vector/lanes.h"
 
-namespace {
+namespace q31_pairs {
 
+// A type of its own for each instruction set, so that the linker keeps their functions apart.
+template <bool kAvx>
 struct sse41_lanes {
   using ints = __m128i;
   using floats = __m128;
@@ -54,22 +56,19 @@ struct sse41_lanes {
   static ints multiply(ints x, ints y) {
     return _mm_mul_epi32(x, y);
   }
-#if defined(__AVX__)
-  // As in lanes_avx2.cpp.
+  // As in lanes_avx2.cpp. Without AVX the multiplier takes only aligned vectors from memory.
   template <int32_t kOffset>
   static ints multiply(ints x, const int32_t *factors) {
-    ints products;
-    asm("vpmuldq %c3(%2), %1, %0"
-        : "=x"(products)
-        : "x"(x), "r"(factors), "i"(kOffset * sizeof(int32_t)));
-    return products;
+    if constexpr (kAvx) {
+      ints products;
+      asm("vpmuldq %c3(%2), %1, %0"
+          : "=x"(products)
+          : "x"(x), "r"(factors), "i"(kOffset * sizeof(int32_t)));
+      return products;
+    } else {
+      return multiply(load(factors + kOffset), x);
+    }
   }
-#else
-  template <int32_t kOffset>
-  static ints multiply(ints x, const int32_t *factors) {
-    return multiply(load(factors + kOffset), x);
-  }
-#endif
   static ints rounded(ints products) {
     return _mm_add_epi64(products, _mm_set1_epi64x(kQ31RoundHalf));
   }
@@ -135,6 +134,6 @@ struct sse41_lanes {
   }
 };
 
-}  // namespace
+}  // namespace q31_pairs
 
 #endif  // TM_SE_BF_SPECTRAL_VECTOR_LANES_SSE41_H
