@@ -36,7 +36,7 @@ set(compiled_small
   src/conformance/se_bf_conform.cpp)
 # Where there are vector kernels, the scalar transform is only used for lengths that no stream has, and its
 # wrapper does no more than call the kernel.
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|aarch64")
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|aarch64" AND NOT TM_SE_BF_SMALL)
   list(APPEND compiled_small src/spectral/q31_cfft.cpp src/spectral/q31_rfft.cpp
        src/spectral/fftwrap_fixpoint.cpp)
 endif()
@@ -62,6 +62,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # Padding in front of functions, loops and jump targets.
     #   29, 39, 50; 1014 bytes | 20, 28, 36; 1744 bytes
     -fno-align-functions -fno-align-loops -fno-align-jumps)
+endif()
+
+# A small build does without unrolled loops, which clang makes of most: 4 kB.
+if(TM_SE_BF_SMALL)
+  list(APPEND fast -fno-unroll-loops)
 endif()
 
 # A new source is compiled for speed unless it is listed above.

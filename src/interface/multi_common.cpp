@@ -10,6 +10,7 @@ namespace {
 SE_BF_VECTOR_CLONES void mean_of_two(const float *first, const float *second, float *mean,
                                      int32_t count) {
   SE_BF_INDEPENDENT_ROUNDS
+#pragma GCC unroll 2
   for (int32_t i = 0; i < count; ++i) {
     mean[i] = (first[i] + second[i]) * 0.5f;
   }

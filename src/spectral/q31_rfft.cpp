@@ -9,6 +9,9 @@ namespace {
 constexpr uint32_t kLengthMask = 0xFFFF;
 
 const cfft_q31_instance *half_length_cfft(uint32_t fftLenReal) {
+  if (fftLenReal < kMinRfftLength || fftLenReal > kMaxRfftLength) {
+    return nullptr;
+  }
   switch (fftLenReal) {
     case 32:
       return &arm_cfft_sR_q31_len16;

@@ -20,15 +20,15 @@ struct rfft_q31_instance {
   uint32_t fftLenReal;             // real length N
   uint8_t ifftFlagR;               // 0 forward, 1 inverse
   uint8_t bitReverseFlagR;         // 1: natural order
-  uint32_t twidCoefRModifier;      // step through the split tables, 8192 / N
+  uint32_t twidCoefRModifier;      // step through the split tables, kMaxRfftLength / N
   const int32_t *pTwiddleAReal;    // realCoefAQ31
   const int32_t *pTwiddleBReal;    // realCoefBQ31
   const cfft_q31_instance *pCfft;  // complex transform of N/2 points
 };
 #pragma pack(pop)
 
-// Fills the instance for `fftLenReal` (its low 16 bits count): a power of two from 32 to 8192.
-// Returns 0, or -1 for another length; then the instance must not be used.
+// Fills the instance for `fftLenReal` (its low 16 bits count): a power of two from 32 to 8192,
+// in a small build 256 or 512. Returns 0, or -1 for another length; then the instance must not be used.
 int32_t arm_rfft_init_q31(rfft_q31_instance *S, uint32_t fftLenReal, uint32_t ifftFlagR,
                           uint32_t bitReverseFlag);
 

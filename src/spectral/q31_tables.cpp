@@ -53,9 +53,9 @@ constexpr q31_table<uint16_t, bit_reversal_words(kLength)> make_bit_reversal() {
 }
 
 // sign = -1 gives A, +1 gives B.
-constexpr q31_table<int32_t, 2 * kMaxCfftLength> make_split(double sign) {
-  q31_table<int32_t, 2 *kMaxCfftLength> table = {};
-  for (size_t i = 0; i < kMaxCfftLength; ++i) {
+constexpr q31_table<int32_t, kMaxRfftLength> make_split(double sign) {
+  q31_table<int32_t, kMaxRfftLength> table = {};
+  for (size_t i = 0; i < kMaxRfftLength / 2; ++i) {
     table.words[2 * i] = q31_nearest(0.5 * (1.0 + sign * circle_sin(i, kMaxRfftLength)));
     table.words[2 * i + 1] = q31_nearest(0.5 * sign * circle_cos(i, kMaxRfftLength));
   }
@@ -93,5 +93,5 @@ constexpr q31_table<uint16_t, bit_reversal_words(2048)> armBitRevIndexTable_fixe
 constexpr q31_table<uint16_t, bit_reversal_words(4096)> armBitRevIndexTable_fixed_4096 =
     make_bit_reversal<4096>();
 
-constexpr q31_table<int32_t, 2 *kMaxCfftLength> realCoefAQ31 = make_split(-1.0);
-constexpr q31_table<int32_t, 2 *kMaxCfftLength> realCoefBQ31 = make_split(1.0);
+constexpr q31_table<int32_t, kMaxRfftLength> realCoefAQ31 = make_split(-1.0);
+constexpr q31_table<int32_t, kMaxRfftLength> realCoefBQ31 = make_split(1.0);

@@ -9,7 +9,16 @@
 
 // Complex FFT lengths run from 16 to 4096; the real transform has twice the length.
 constexpr size_t kMaxCfftLength = 4096;
+
+// Real lengths that the build has. A small build has those of the hops that can be streamed; the
+// linker leaves out the tables of all others.
+#if defined(TM_SE_BF_SMALL)
+constexpr size_t kMinRfftLength = 256;
+constexpr size_t kMaxRfftLength = 512;
+#else
+constexpr size_t kMinRfftLength = 32;
 constexpr size_t kMaxRfftLength = 2 * kMaxCfftLength;
+#endif
 
 // Words in the twiddle table of a complex FFT of `length` points: 3/4 of the circle, two words
 // each.
@@ -61,9 +70,9 @@ extern const q31_table<uint16_t, bit_reversal_words(1024)> armBitRevIndexTable_f
 extern const q31_table<uint16_t, bit_reversal_words(2048)> armBitRevIndexTable_fixed_2048;
 extern const q31_table<uint16_t, bit_reversal_words(4096)> armBitRevIndexTable_fixed_4096;
 
-// Split factors of the real transform, a half circle of 8192 points, rounded to nearest:
-//   A[i] = (0.5 (1 - sin), -0.5 cos),  B[i] = (0.5 (1 + sin), 0.5 cos) of 2 pi i / 8192.
-extern const q31_table<int32_t, 2 * kMaxCfftLength> realCoefAQ31;
-extern const q31_table<int32_t, 2 * kMaxCfftLength> realCoefBQ31;
+// Split factors of the real transform, a half circle of M = kMaxRfftLength points, rounded to
+// nearest: A[i] = (0.5 (1 - sin), -0.5 cos),  B[i] = (0.5 (1 + sin), 0.5 cos) of 2 pi i / M.
+extern const q31_table<int32_t, kMaxRfftLength> realCoefAQ31;
+extern const q31_table<int32_t, kMaxRfftLength> realCoefBQ31;
 
 #endif  // TM_SE_BF_SPECTRAL_Q31_TABLES_H

@@ -3,8 +3,8 @@
 
 namespace {
 
-#if defined(TM_SE_BF_CHECK_Q31)
-constexpr bool kUseVectors = false;  // only the scalar path has checking twins
+#if defined(TM_SE_BF_CHECK_Q31) || defined(TM_SE_BF_SMALL)
+constexpr bool kUseVectors = false;  // only the scalar path has checking twins, and is small
 #else
 constexpr bool kUseVectors = true;
 #endif
