@@ -28,8 +28,8 @@ struct rfft_q31_instance {
 #pragma pack(pop)
 
 // Fills the instance for `fftLenReal` (its low 16 bits count): a power of two from 32 to 8192,
-// in a small build 256 or 512. Returns 0, or -1 for another length; then the instance must not be
-// used.
+// in a shared library or a small build 256 or 512. Returns 0, or -1 for another length; then the
+// instance must not be used.
 int32_t arm_rfft_init_q31(rfft_q31_instance *S, uint32_t fftLenReal, uint32_t ifftFlagR,
                           uint32_t bitReverseFlag);
 

@@ -10,9 +10,9 @@
 // Complex FFT lengths run from 16 to 4096; the real transform has twice the length.
 constexpr size_t kMaxCfftLength = 4096;
 
-// Real lengths that the build has. A small build has those of the hops that can be streamed; the
-// linker leaves out the tables of all others.
-#if defined(TM_SE_BF_SMALL)
+// Real lengths that the build has. A shared library and a small build have those of the hops that
+// can be streamed; the linker leaves out the tables of all others.
+#if defined(TM_SE_BF_STREAMED_LENGTHS)
 constexpr size_t kMinRfftLength = 256;
 constexpr size_t kMaxRfftLength = 512;
 #else
