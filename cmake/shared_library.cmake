@@ -8,7 +8,8 @@ function(add_mapped_library name map version)
   add_library(${name} SHARED ${objects})
   set_target_properties(${name} PROPERTIES SOVERSION 1 VERSION ${version} LINK_DEPENDS ${map})
   target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,-z,relro,-z,now
-                      -Wl,-z,noexecstack -Wl,--as-needed -Wl,--gc-sections)
+                      -Wl,-z,noexecstack -Wl,--as-needed -Wl,--gc-sections
+                      -Wl,-Bsymbolic-functions)
   target_link_libraries(${name} PRIVATE tm_se_bf_options m)
   if(NOT TM_SE_BF_SANITIZE)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
