@@ -41,13 +41,16 @@ TIMES = "ratio of times"
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
-    ("instructions.avx2.{}", PER_FRAME, "callgrind", (13000, 15000, 24000), (9500, 10500, 17000)),
+    ("instructions.avx.{}", PER_FRAME, "callgrind", (21500, 25000, 40000), (17000, 20500, 33000)),
+    ("instructions.avx2.{}", PER_FRAME, "callgrind", (8700, 10300, 16300), (7500, 9000, 14000)),
     ("instructions.aarch64.{}", PER_FRAME, "qemu", (32000, 36000, 56000), (26000, 29000, 45000)),
     *[(f"growth.6001.hop{hop}.channels1", PER_FRAME, "callgrind") for hop in HOPS],
     *[(f"growth.{{}}.hop{hop}.channels2", PER_FRAME, "callgrind") for hop in HOPS if hop != HOP],
     ("transforms.baseline.{}", PER_FRAME, "callgrind"),
+    ("transforms.avx.{}", PER_FRAME, "callgrind"),
     ("transforms.avx2.{}", PER_FRAME, "callgrind"),
     ("share.baseline.{}", COUNTS, "callgrind", (1.15, 1.3, 1.4)),
+    ("share.avx.{}", COUNTS, "callgrind"),
     ("share.avx2.{}", COUNTS, "callgrind", (1.15, 1.3, 1.4)),
     ("worst.baseline.6001", COUNTS, "callgrind", (1.10,), (1.05,)),
     ("worst.baseline.6002", COUNTS, "callgrind", (1.10,), (1.05,)),
@@ -60,9 +63,11 @@ MEASURED = [
     ("system.{}", "calls and faults", "quiet_calls", (0,) * 3, (0,) * 3),
     ("text.baseline", "bytes", "size -A libtm_se_bf.so", (33000,), (24000,)),
     ("text.default", "bytes", "size -A libtm_se_bf.so"),
+    ("text.small", "bytes", "size -A libtm_se_bf.so", (24576,)),
     ("text.vector", "bytes", "readelf -SW of objects"),
     ("text.scalar", "bytes", "readelf -SW of objects"),
     ("constants", "bytes", "size -A libtm_se_bf.so"),
+    ("constants.small", "bytes", "size -A libtm_se_bf.so"),
     ("constants.self_test", "bytes", "src/conformance/*.s16"),
     ("static", "bytes", "size -A libtm_se_bf.so"),
     ("static.pool", "bytes", "nm -S libtm_se_bf.so"),
@@ -321,13 +326,16 @@ def code_size(tree, belongs):
 
 
 def measure_sizes(tree):
-    baseline, default = (tree.builds / name / "libtm_se_bf.so" for name in ("baseline", "avx2"))
+    baseline, default, small = (tree.builds / name / "libtm_se_bf.so"
+                                for name in ("baseline", "avx2", "small"))
     return {
         "text.baseline": section_size(baseline, ".text"),
         "text.default": section_size(default, ".text"),
+        "text.small": section_size(small, ".text"),
         "text.vector": code_size(tree, lambda path: "vector" in path),
         "text.scalar": code_size(tree, lambda path: path.startswith(("q31_cfft", "q31_rfft"))),
         "constants": section_size(default, ".rodata"),
+        "constants.small": section_size(small, ".rodata"),
         "constants.self_test": sum(path.stat().st_size for path in
                                    (tree.source / "src/conformance").glob("*.s16")),
         "static": section_size(default, ".bss"),
@@ -366,7 +374,7 @@ def measure(tree, once):
     parts = [(count_variant, "baseline"), (worst_call, "baseline", 6001),
              (worst_call, "baseline", 6002)]
     if has_avx2():
-        parts += [(count_variant, "avx2"), (worst_call, "avx2", 6002)]
+        parts += [(count_variant, "avx"), (count_variant, "avx2"), (worst_call, "avx2", 6002)]
     else:
         note("AVX2: skipped, this processor has none")
     parts += [(part,) for part in (count_arm, measure_silence, count_denormals, count_system,
@@ -386,7 +394,10 @@ def measure(tree, once):
 
 def build(tree):
     note(f"building {tree.builds.name}")
-    build_library(tree.source, tree.builds / "baseline", "-DTM_SE_BF_AVX2=OFF")
+    avx2_off, sse41_off = "-DTM_SE_BF_AVX2=OFF", "-DTM_SE_BF_SSE41=OFF"
+    build_library(tree.source, tree.builds / "baseline", avx2_off, sse41_off)
+    build_library(tree.source, tree.builds / "avx", avx2_off)
+    build_library(tree.source, tree.builds / "small", "-DTM_SE_BF_SMALL=ON")
     build_library(tree.source, tree.builds / "avx2")
 
 

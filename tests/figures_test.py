@@ -25,6 +25,8 @@ CORE = "/ 0.012 / 1000000000 * 100"
 def pool(hop, channels):
     return f"pool.hop{hop}.channels{channels}"
 
+CONSTANTS = "(constants - constants.self_test) / 1000"
+
 
 def pool_kb(hop, channels):
     return f"{pool(hop, channels)} / 1000"
@@ -62,10 +64,10 @@ QUOTES = [
      [pool_kb(192, 2), *readme_costs(6002)]),
     ("README.md", "(6003) ... none | # kB |", [pool_kb(192, 2)]),
     ("README.md", "takes # kB (one channel: # kB)", [pool_kb(320, 2), pool_kb(320, 1)]),
-    ("README.md", "# kB of code (# kB with the forms for AVX2) and # kB of constants: # kB for the "
+    ("README.md", "# kB of code (# kB with the forms for SSE4.1, AVX and AVX2) and # kB of constants: # kB for the "
      "self-test's recording and reference, # kB mostly for the tables",
      ["text.baseline / 1000", "text.default / 1000", "constants / 1000",
-      "constants.self_test / 1000", "(constants - constants.self_test) / 1000"]),
+      "constants.self_test / 1000", CONSTANTS]),
     ("README.md", "# kB of static memory (# kB the pool, # kB the self-test's) and # kB of stack, "
      "# kB where it prints a message or runs the self-test",
      ["static / 1000", "static.pool / 1000", "static.self_test / 1000", "stack.stream / 1000",
@@ -73,6 +75,8 @@ QUOTES = [
     ("README.md", "# ms at 16 kHz, # ms at 48 kHz. A stream takes # kB of memory at 16 kHz and # kB at",
      [*[f"stream.latency.{rate} / {rate} * 1000" for rate in (16000, 48000)],
       *[f"stream.memory.{rate} / 1000" for rate in (16000, 48000)]]),
+    ("README.md", "for firmware: # kB of code and # kB of constants besides",
+     ["text.small / 1000", "(constants.small - constants.self_test) / 1000"]),
     ("include/tm_se_bf_stream.h", "allocates everything, # KiB at", ["stream.memory.16000 / 1024"]),
     ("include/tm_se_bf.h", "The pool holds # bytes", ["static.pool"]),
     ("docs/algorithm.md", "needs # kB of memory instead of # kB",
@@ -87,7 +91,8 @@ QUOTES = [
     ("docs/verification.md", "pool position, every hour | # | # |", [pool(192, 1), pool(192, 2)]),
     *[("docs/performance.md", f"frame, {label}, mode 6000 | # | ... 6001 | # | ... 6002 | # |",
        of_modes(f"instructions.{target}"))
-      for label, target in (("x86-64 baseline", "baseline"), ("AVX2", "avx2"), ("aarch64",) * 2)],
+      for label, target in (("x86-64 baseline", "baseline"), ("AVX2", "avx2"),
+                            ("AVX without AVX2", "avx"), ("aarch64",) * 2)],
     ("docs/performance.md", "transforms, baseline, 6000 | # | ... 6001 | # | ... 6002 | # |",
      of_modes("share.baseline")),
     ("docs/performance.md", "same with AVX2, 6000, 6001, 6002 | #, #, # |", of_modes("share.avx2")),
@@ -97,7 +102,7 @@ QUOTES = [
     ("docs/performance.md", "median, AVX2, 6002 | # |", ["worst.avx2.6002"]),
     ("docs/performance.md", "over speech, time, worst mode | # |", ["silence.6000"]),
     ("docs/performance.md", "page faults after the first call | # |", ["system.6002"]),
-    ("docs/performance.md", "baseline build (without AVX2), bytes | # |", ["text.baseline"]),
+    ("docs/performance.md", "baseline build, bytes | # |", ["text.baseline"]),
     ("docs/performance.md", "default build, bytes | # |", ["text.default"]),
     ("docs/performance.md", "alone takes # instructions ... with suppression # (baseline x86-64)",
      ["webrtc.suppression", "webrtc.beamformer"]),
@@ -107,8 +112,8 @@ QUOTES = [
     ("docs/performance.md", "three transforms with their windows | # |", ["transforms.avx2.6002"]),
     ("docs/performance.md", "some # instructions; spectra stay packed", ["800"]),  # estimated
     ("docs/performance.md", "costs what 6001 does, #.", ["silence.6000"]),
-    ("docs/performance.md", "take # kB as vector code, the scalar transform for the seven other "
-     "lengths # kB, the rest of the library # kB",
+    ("docs/performance.md", "take # kB as vector code, the scalar transform "
+     "# kB, the rest of the library # kB",
      ["text.vector / 1000", "text.scalar / 1000",
       "(text.baseline - text.vector - text.scalar) / 1000"]),
     *[("docs/performance.md", f"| {hop} | 1 | | # |", [f"growth.6001.hop{hop}.channels1"])
@@ -131,6 +136,10 @@ QUOTES = [
      ["rates.path / 1000000", "rates.libsamplerate / 1000000", "stream.cost.48000.6001 / 1000000",
       "stream.cost.48000.6001 / 1000000000 * 100"]),
     ("docs/performance.md", "forward and an inverse take # instructions", ["transforms.avx2.6000"]),
+    ("docs/performance.md", "| default, x86-64 | # kB | # kB |", ["text.default / 1000", CONSTANTS]),
+    ("docs/performance.md", "without AVX2, AVX and SSE4.1 | # kB |", ["text.baseline / 1000"]),
+    ("docs/performance.md", "| `TM_SE_BF_SMALL` | # kB | # kB |",
+     ["text.small / 1000", "(constants.small - constants.self_test) / 1000"]),
     ("docs/performance.md", "# operations a frame at most", [("denormals.6002", 100)]),
 ]
 
