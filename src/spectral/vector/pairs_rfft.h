@@ -57,13 +57,6 @@ template <int32_t kLength>
   }
 }
 
-// Sums of products of one bin and of its mirror image: in the high words.
-template <typename lanes>
-struct split_sums {
-  typename lanes::ints re, im;
-  typename lanes::ints mirror_re, mirror_im;
-};
-
 // Values of bins k and of their mirror images N/2 - k, as pairs of words.
 template <typename lanes>
 struct mirrored {
@@ -134,7 +127,7 @@ void split_forward(const int32_t *z, float gain, float *out) {
   out[1] = 0.0f;
 }
 
-// x / 4, rounded to nearest; that of -x.
+// High word of x times the factor 0.5, rounded to nearest.
 static inline int32_t quarter(int32_t x) {
   return static_cast<int32_t>((static_cast<int64_t>(x) + 2) >> 2);
 }
@@ -173,8 +166,8 @@ template <typename lanes, int32_t kPoints, typename source>
   }
 }
 
-// The work space of a kernel in three parts: N words of pairs, the values of the last stages, and
-// N words more.
+// Where the last stages work: in the second half of `spectrum`. Its first half receives the complex
+// spectrum, and `frame` holds the pairs of the stages before.
 template <typename lanes, int32_t kLength>
 [[gnu::always_inline]] inline planes rows_of(q31_vector_work work) {
   return {work.spectrum + kLength, work.spectrum + kLength + kRow * lanes::kWidth};
