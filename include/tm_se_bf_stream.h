@@ -97,7 +97,8 @@ extern "C" {
 
 /** Modes besides SE_BF_MODE_*. */
 enum {
-  SE_BF_STREAM_AUTO = 0,   /**< what suits most callers; noise suppression, SE_BF_MODE_OMLSA */
+  SE_BF_STREAM_AUTO = 0,   /**< what suits most callers: the same as SE_BF_STREAM_REFINED with hop
+                                0 or 320, and as SE_BF_MODE_OMLSA with other hops */
   SE_BF_STREAM_REFINED = 1 /**< the best quality, hop 320 only: finds the talker, aligns the
                                 microphones on him, suppresses noise in two steps and late
                                 reverberation a little */
@@ -116,7 +117,8 @@ enum {
   SE_BF_STREAM_EQUAL_LEVELS = 2, /**< different channels met at one level (plain MEAN, MVDR only) */
   SE_BF_STREAM_SILENT = 3,       /**< both channels are digital silence (plain MEAN, MVDR only) */
   SE_BF_STREAM_HEALED = 4,       /**< both microphones have been sound for 2 s */
-  SE_BF_STREAM_NOT_FINITE = 5    /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_NOT_FINITE = 5,   /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_COPIES = 6        /**< both channels carry the same sound but for a factor */
 };
 
 /** Results of se_bf_stream_change and se_bf_stream_direction besides 0. */
@@ -165,7 +167,7 @@ typedef struct se_bf_stream_config {
    * SE_BF_STREAM_AUTO. */
   int32_t mode;
   /** Analysis hop in samples at 16 kHz: 160, 192, 320, or 0 for 320. Default: 0.
-   * SE_BF_STREAM_REFINED takes 0 and 320. */
+   * SE_BF_STREAM_REFINED takes 0 and 320; SE_BF_STREAM_AUTO takes all. */
   int32_t hop;
   /** Spacing of the microphones in metres, 0 to 10; 0: the direction is unknown. It and `doa` count
    * in SE_BF_MODE_MVDR and the refined path alone. Default: 0. */
