@@ -90,7 +90,7 @@ std::string check_places(const batch_options *batch, enhance_options *options) {
 }
 
 std::string check_pairs(const CLI::App *command, enhance_options *options) {
-  const std::string wrong = check_mode(command, options);
+  std::string wrong = check_mode(command, options);
   if (!wrong.empty()) {
     return wrong;
   }
