@@ -3,8 +3,8 @@
 
 The columns, means over the scenes of a set:
   SI-SDR   scale-invariant signal-to-distortion ratio in dB, from 2 s on, against the reverberant
-           clean speech; the best of microphone 0, microphone 1 and their mean is the reference,
-           because a beamformer does not say which of them it takes for its own
+           clean speech; the best of microphone 0, microphone 1, their mean and their mean aligned on
+           the talker is the reference, because a beamformer does not say what it takes for its own
   start    the same of the first 2 s, in which the estimators adapt
   STOI     short-time objective intelligibility, 0 to 1
   SDR      signal-to-distortion ratio in dB that forgives a fixed filter on each microphone

@@ -5,7 +5,7 @@ Samples are floats in 16-bit units at RATE_HZ; outputs are aligned with the reco
 import numpy as np
 from scipy import linalg, signal
 
-from room import RATE_HZ
+from room import RATE_HZ, SOUND_M_S
 
 START_S = 2.0  # in which the estimators adapt; measured apart
 REVERBERATION_S = 0.3  # after a sentence at least, not yet a pause
@@ -156,13 +156,25 @@ def log_kurtosis(after, before, mask):
 # --- All of them -----------------------------------------------------------------------------
 
 
+def aligned_mean(scene, angle_deg):
+    """Mean of the speech at both microphones, delayed against each other so that what comes from a
+    direction coincides: what a delay-and-sum beamformer makes of the speech."""
+    speech = scene.speech.astype(float)
+    half_s = 0.5 * scene.plan.spacing_m * np.cos(np.deg2rad(angle_deg)) / SOUND_M_S
+    turn = np.exp(-2j * np.pi * np.fft.rfftfreq(speech.shape[1], 1.0 / RATE_HZ) * half_s)
+    spectra = np.fft.rfft(speech) * np.stack([turn, np.conj(turn)])
+    return np.fft.irfft(np.mean(spectra, axis=0), speech.shape[1])
+
+
 def prepare(scene):
     """What the measures of all outputs of a scene share."""
     speech = scene.speech.astype(float)
     start = int(START_S * RATE_HZ)
     pauses = pauses_of(scene.talking, scene.plan.place.rt60_s)
     pauses[:start] = False
-    return {"speech": speech, "start": start, "pauses": pauses,
+    references = [speech[0], speech[1], np.mean(speech, axis=0)]
+    references += [aligned_mean(scene, angle_deg) for angle_deg in scene.plan.angles_deg]
+    return {"speech": speech, "start": start, "pauses": pauses, "references": references,
             "heard": speech[0] + scene.noise[0],
             "factor": speech_correlations(speech[:, start:])}
 
@@ -170,9 +182,8 @@ def prepare(scene):
 def measure(output, prepared):
     """All measures of an output: a dict of floats, NaN where a scene has no pause."""
     speech, start, pauses = (prepared[name] for name in ("speech", "start", "pauses"))
-    references = [speech[0], speech[1], np.mean(speech, axis=0)]
     later = output[start:]
-    best = max(references, key=lambda reference: si_sdr_db(later, reference[start:]))
+    best = max(prepared["references"], key=lambda reference: si_sdr_db(later, reference[start:]))
     projection = np.dot(later, best[start:]) / np.dot(best[start:], best[start:])
     result = {
         "si_sdr": si_sdr_db(later, best[start:]),
