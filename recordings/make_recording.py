@@ -182,7 +182,10 @@ def main():
     parser = option_parser()
     parser.add_argument("output")
     options = parser.parse_args()
-    speech, noise, _ = build_scene(options)
+    try:
+        speech, noise, _ = build_scene(options)
+    except RuntimeError as error:
+        sys.exit(f"make_recording: {error}")
     pcm = to_pcm(speech + noise)
     level_db = check_recording(pcm)
     write_pcm(options.output, pcm)

@@ -3,12 +3,13 @@
 
 The columns, means over the scenes of a set:
   SI-SDR   scale-invariant signal-to-distortion ratio in dB, from 2 s on, against the reverberant
-           clean speech; the best of microphone 0, microphone 1, their mean and their mean aligned on
-           the talker is the reference, because a beamformer does not say what it takes for its own
+           clean speech; the best of microphone 0, microphone 1, their mean and their mean aligned
+           on the talker is the reference, because a beamformer does not say which it takes
   start    the same of the first 2 s, in which the estimators adapt
   STOI     short-time objective intelligibility, 0 to 1
   SDR      signal-to-distortion ratio in dB that forgives a fixed filter on each microphone
-  speech   change of level of the speech in dB, from the projection of the output on the clean speech
+  speech   change of level of the speech in dB, from the projection of the output on that
+           reference
   noise    change of level in the pauses of the talkers in dB: mean over 20 ms frames, against
            microphone 0 without faults
   net      by how many dB the noise fell more than the speech
@@ -40,8 +41,9 @@ def measure_plan(plan, arguments):
     scene = scenes.load(plan, arguments.cache)
     prepared = quality.prepare(scene)
     library = systems.open_library(arguments.library)
-    return {name: quality.measure(systems.run(name, scene, library, arguments.webrtc, arguments.hop),
-                                  prepared) for name in arguments.systems}
+    outputs = {name: systems.run(name, scene, library, arguments.webrtc, arguments.hop)
+               for name in arguments.systems}
+    return {name: quality.measure(output, prepared) for name, output in outputs.items()}
 
 
 def mean_of(rows, column):
@@ -122,12 +124,15 @@ def main():
     arguments = parse_arguments()
     results = {}
     with multiprocessing.Pool(arguments.jobs) as pool:
-        for name in arguments.sets:
-            results[name] = measure_set(name, arguments, pool)
+        try:
+            for name in arguments.sets:
+                results[name] = measure_set(name, arguments, pool)
+        except (RuntimeError, OSError) as error:
+            sys.exit(f"measure_scenes: {error}")
     if arguments.json:
         with open(arguments.json, "w", encoding="utf-8") as file:
             json.dump(results, file, indent=1)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

@@ -52,9 +52,9 @@ def speech_correlations(speech):
 
 
 def sdr_db(estimate, speech, factor):
-    """Signal-to-distortion ratio that forgives a fixed filter of SDR_TAPS taps on the speech of each
-    microphone, so also any fixed beamformer (after E. Vincent et al., "Performance measurement in
-    blind audio source separation", 2006). Half of the taps look ahead."""
+    """Signal-to-distortion ratio that forgives a fixed filter of SDR_TAPS taps on the speech of
+    each microphone, so also any fixed beamformer (after E. Vincent et al., "Performance measurement
+    in blind audio source separation", 2006). Half of the taps look ahead."""
     taps = np.arange(SDR_TAPS)
     ahead = SDR_TAPS // 2
     right = np.concatenate([correlation(estimate, m, taps - ahead) for m in speech])
@@ -183,12 +183,14 @@ def measure(output, prepared):
     """All measures of an output: a dict of floats, NaN where a scene has no pause."""
     speech, start, pauses = (prepared[name] for name in ("speech", "start", "pauses"))
     later = output[start:]
-    best = max(prepared["references"], key=lambda reference: si_sdr_db(later, reference[start:]))
-    projection = np.dot(later, best[start:]) / np.dot(best[start:], best[start:])
+    references = prepared["references"]
+    best = max((reference[start:] for reference in references),
+               key=lambda reference: si_sdr_db(later, reference))
+    projection = np.dot(later, best) / np.dot(best, best)
     result = {
-        "si_sdr": si_sdr_db(later, best[start:]),
-        "start": si_sdr_db(output[:start], best[:start]),
-        "stoi": stoi(later, best[start:]),
+        "si_sdr": si_sdr_db(later, best),
+        "start": max(si_sdr_db(output[:start], reference[:start]) for reference in references),
+        "stoi": stoi(later, best),
         "sdr": sdr_db(later, speech[:, start:], prepared["factor"]),
         "speech": 20.0 * np.log10(abs(projection)),
         "noise": float("nan"), "net": float("nan"), "log_kurtosis": float("nan"),

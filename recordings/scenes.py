@@ -88,7 +88,8 @@ def plan_various(name, seed, voices):
         talker = int(rng.integers(len(voices)))
         plans.append(Plan(
             name=f"{name} {n:02}", seed=(seed, n), kind=kind, snr_db=float(snrs_db[n]),
-            spacing_m=float(rng.uniform(0.02, 0.14)), angles_deg=(float(rng.uniform(0.0, 180.0)),),
+            spacing_m=float(rng.uniform(0.02, 0.14)),
+            angles_deg=(float(rng.uniform(0.0, 180.0)),),
             place=random_room(rng, rt60s_s[n]), distance_m=float(rng.uniform(0.4, 1.4)),
             spread=noise_spread(rng, kind), talkers=(voices[talker],),
             others=tuple(voices[:talker] + voices[talker + 1:]),
@@ -104,9 +105,9 @@ def plan_alike(set_name, seed, names, **changes):
     for n, name in enumerate(names):
         plans.append(Plan(
             name=f"{set_name} {name}", seed=(seed, n), kind="fan", snr_db=8.0, spacing_m=0.06,
-            angles_deg=(float(rng.uniform(30.0, 150.0)),), place=random_room(rng, rng.uniform(0.25, 0.5)),
-            distance_m=1.0, spread=0.5, talkers=(voices[n % len(voices)],), others=(),
-            level_dbfs=-27.0, seconds=14))
+            angles_deg=(float(rng.uniform(30.0, 150.0)),),
+            place=random_room(rng, rng.uniform(0.25, 0.5)), distance_m=1.0, spread=0.5,
+            talkers=(voices[n % len(voices)],), others=(), level_dbfs=-27.0, seconds=14))
         plans[n] = dataclasses.replace(plans[n], **changes)
     return plans
 
@@ -179,8 +180,8 @@ def talker_position(plan, angle_deg):
 
 def diffuse_field(waves, spacing_m):
     """Spherically isotropic noise of plane waves from directions spread evenly over the sphere,
-    each a row of `waves`. Only their angle to the line of the microphones matters, and its cosine is
-    uniform. The coherence tends to sin(x)/x with x = 2 pi f spacing / c (R. K. Cook et al.,
+    each a row of `waves`. Only their angle to the line of the microphones matters, and its cosine
+    is uniform. The coherence tends to sin(x)/x with x = 2 pi f spacing / c (R. K. Cook et al.,
     "Measurement of correlation coefficients in reverberant sound fields", 1955)."""
     count, length = waves.shape
     omega = 2.0 * np.pi * np.fft.rfftfreq(length, 1.0 / RATE_HZ)

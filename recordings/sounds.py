@@ -6,7 +6,6 @@ Every noise comes from a seed; speech also depends on the installed versions of 
 import functools
 import os
 import subprocess
-import sys
 import tempfile
 
 import numpy as np
@@ -27,9 +26,10 @@ TUNING_VOICES = [
     (("festival", "cmu_us_slt_arctic_hts"), "en"), (("espeak-ng", "fr"), "fr"),
 ]
 BLIND_VOICES = [
-    (("flite", "rms"), "en"), (("festival", "czech_dita"), "cs"), (("festival", "kal_diphone"), "en"),
-    (("espeak-ng", "en-us+f2"), "en"), (("festival", "suo_fi_lj_diphone"), "fi"),
-    (("espeak-ng", "es"), "es"), (("espeak-ng", "de"), "de"),
+    (("flite", "rms"), "en"), (("festival", "czech_dita"), "cs"),
+    (("festival", "kal_diphone"), "en"), (("espeak-ng", "en-us+f2"), "en"),
+    (("festival", "suo_fi_lj_diphone"), "fi"), (("espeak-ng", "es"), "es"),
+    (("espeak-ng", "de"), "de"),
 ]
 
 SENTENCES = {
@@ -111,7 +111,9 @@ def synthesizer_command(voice, words_per_minute, text_path, wav_path):
 @functools.lru_cache(maxsize=None)
 def speak(voice, sentence, words_per_minute):
     """Speaks one sentence: float samples at RATE_HZ, RMS 1, outer silence cut."""
-    encoding = {"festival": "iso8859-2" if "czech" in voice[1] else "latin-1"}.get(voice[0], "utf-8")
+    encoding = "utf-8"
+    if voice[0] == "festival":
+        encoding = "iso8859-2" if "czech" in voice[1] else "latin-1"
     with tempfile.TemporaryDirectory() as folder:
         text_path = os.path.join(folder, "text")
         wav_path = os.path.join(folder, "speech.wav")
@@ -122,8 +124,8 @@ def speak(voice, sentence, words_per_minute):
             subprocess.run(command, check=True, stderr=subprocess.PIPE)
             rate_hz, speech = wavfile.read(wav_path)
         except (OSError, subprocess.CalledProcessError) as error:
-            sys.exit(f"{command[0]} cannot speak with voice {voice[1]} ({error}); run "
-                     "scripts/packages.sh scenes")
+            raise RuntimeError(f"{command[0]} cannot speak with voice {voice[1]} ({error}); run "
+                               "scripts/packages.sh scenes") from error
     speech = signal.resample_poly(speech.astype(float), RATE_HZ, rate_hz)
     loud = np.flatnonzero(np.abs(speech) > 0.01 * np.max(np.abs(speech)))
     speech = speech[loud[0]:loud[-1] + 1]

@@ -3,7 +3,6 @@ process, and WebRTC's noise suppressor."""
 import ctypes
 import os
 import subprocess
-import sys
 import tempfile
 
 import numpy as np
@@ -11,6 +10,7 @@ import numpy as np
 from room import RATE_HZ
 
 FULL_SCALE = 32768.0
+CONFIG_BYTES = 4096  # most that se_bf_stream_config may grow to
 WEBRTC_DELAY = 96  # samples: a window of 256 over blocks of 160
 
 # Modes of the stream library.
@@ -52,7 +52,7 @@ def open_library(path):
     try:
         library = ctypes.CDLL(path)
     except OSError as error:
-        sys.exit(f"measure_scenes: {error}; build it, or name it with --build or --library")
+        raise RuntimeError(f"{error}; build it, or name it with --build or --library") from error
     library.se_bf_stream_open.restype = ctypes.c_void_p
     library.se_bf_stream_open.argtypes = [ctypes.c_void_p, ctypes.POINTER(ctypes.c_char_p)]
     library.se_bf_stream_push_f32.restype = ctypes.c_size_t
@@ -68,7 +68,8 @@ def open_library(path):
 def run_stream(library, name, scene, hop):
     """Output of a stream for a scene, aligned, in 16-bit units. Refined and auto have their hop."""
     mode, channels, given = STREAMS[name]
-    config = Config()
+    # With room for the fields of later versions, which keep their defaults.
+    config = Config.from_buffer(ctypes.create_string_buffer(CONFIG_BYTES))
     library.se_bf_stream_config_init(ctypes.byref(config))
     config.rate, config.channels, config.mode = RATE_HZ, channels, mode
     config.hop = hop if mode >= MEAN else 0
@@ -77,8 +78,9 @@ def run_stream(library, name, scene, hop):
     error = ctypes.c_char_p()
     stream = library.se_bf_stream_open(ctypes.byref(config), ctypes.byref(error))
     if not stream:
-        sys.exit(f"measure_scenes: the stream library refuses '{name}': {error.value.decode()}")
-    sound = np.ascontiguousarray(scene.recording[:, :channels], dtype=np.float32) / np.float32(FULL_SCALE)
+        raise RuntimeError(f"the stream library refuses '{name}': {error.value.decode()}")
+    sound = np.ascontiguousarray(scene.recording[:, :channels], np.float32)
+    sound /= np.float32(FULL_SCALE)
     output = np.zeros(len(sound), dtype=np.float32)
     count = library.se_bf_stream_push_f32(stream, sound.ctypes.data, len(sound), output.ctypes.data)
     library.se_bf_stream_finish_f32(stream, output.ctypes.data + count * output.itemsize)
