@@ -11,6 +11,7 @@ START_S = 2.0  # in which the estimators adapt; measured apart
 REVERBERATION_S = 0.3  # after a sentence at least, not yet a pause
 FRAME = 320  # samples, 20 ms
 SILENCE = 1.0  # mean square of one quantisation step
+LEAST_DB = -40.0  # of ratios and of speech, for outputs that are silent
 SDR_TAPS = 256  # 16 ms
 LOADING = 1e-8  # of the normal equations, whose two signals are nearly alike at low frequencies
 SPECTRUM = 512  # samples, of the spectra whose kurtosis is taken
@@ -30,11 +31,17 @@ STOI_RANGE_DB = 40.0
 # --- Distortion ------------------------------------------------------------------------------
 
 
+def ratio_db(target, estimate):
+    """Energy of the target to that of the rest of the estimate."""
+    energy = np.sum(target**2) / (np.sum((estimate - target)**2) + SILENCE)
+    return max(10.0 * np.log10(energy + np.finfo(float).tiny), LEAST_DB)
+
+
 def si_sdr_db(estimate, reference):
     """Scale-invariant signal-to-distortion ratio (J. Le Roux et al., "SDR - half-baked or well
     done?", 2019)."""
     target = reference * np.dot(estimate, reference) / np.dot(reference, reference)
-    return 10.0 * np.log10(np.sum(target**2) / (np.sum((estimate - target)**2) + SILENCE))
+    return ratio_db(target, estimate)
 
 
 def correlation(a, b, lags):
@@ -60,7 +67,7 @@ def sdr_db(estimate, speech, factor):
     right = np.concatenate([correlation(estimate, m, taps - ahead) for m in speech])
     filters = linalg.cho_solve(factor, right).reshape(2, SDR_TAPS)
     target = sum(signal.fftconvolve(m, h)[ahead:ahead + len(m)] for m, h in zip(speech, filters))
-    return 10.0 * np.log10(np.sum(target**2) / (np.sum((estimate - target)**2) + SILENCE))
+    return ratio_db(target, estimate)
 
 
 # --- Intelligibility -------------------------------------------------------------------------
@@ -192,7 +199,7 @@ def measure(output, prepared):
         "start": max(si_sdr_db(output[:start], reference[:start]) for reference in references),
         "stoi": stoi(later, best),
         "sdr": sdr_db(later, speech[:, start:], prepared["factor"]),
-        "speech": 20.0 * np.log10(abs(projection)),
+        "speech": max(20.0 * np.log10(abs(projection) + np.finfo(float).tiny), LEAST_DB),
         "noise": float("nan"), "net": float("nan"), "log_kurtosis": float("nan"),
     }
     if np.any(within(pauses, SPECTRUM, SPECTRUM // 2)):

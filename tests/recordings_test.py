@@ -33,6 +33,7 @@ def check_measures():
     noise *= sounds.rms(speech) / sounds.rms(noise)
     check("SI-SDR at 10 dB, half as loud",
           quality.si_sdr_db(0.5 * (speech + noise * 10.0**-0.5), speech), 10.0, 0.001)
+    check("SI-SDR of silence", quality.si_sdr_db(0.0 * speech, speech), quality.LEAST_DB, 0.0)
     factor = quality.speech_correlations([speech, speech[::-1]])
     smeared = np.convolve(speech, [0.5, 0.0, 0.0, 1.0])[3:]  # from 3 samples ahead
     unrelated = noise * sounds.rms(smeared) / sounds.rms(noise) * 10.0**-0.5
