@@ -2,9 +2,10 @@
 """Measures the sound of every mode on sets of simulated scenes, side by side, as Markdown tables.
 
 The columns, means over the scenes of a set:
-  SI-SDR   scale-invariant signal-to-distortion ratio in dB, from 2 s on, against the reverberant
-           clean speech; the best of microphone 0, microphone 1, their mean and their mean aligned
-           on the talker is the reference, because a beamformer does not say which it takes
+  SI-SDR   scale-invariant signal-to-distortion ratio in dB, from 2 s on, against the clean speech
+           with its early reflections; the best of microphone 0, microphone 1, their mean and their
+           mean aligned on the talker is the reference, because a beamformer does not say which it
+           takes
   start    the same of the first 2 s, in which the estimators adapt
   STOI     short-time objective intelligibility, 0 to 1
   SDR      signal-to-distortion ratio in dB that forgives a fixed filter on each microphone
@@ -39,7 +40,7 @@ COLUMNS = {"si_sdr": ("SI-SDR", ".2f"), "start": ("start", ".2f"), "stoi": ("STO
 def measure_plan(plan, arguments):
     """Measures of all systems on one scene: name of the system to its measures."""
     scene = scenes.load(plan, arguments.cache)
-    prepared = quality.prepare(scene)
+    prepared = quality.prepare(scene, arguments.reverberant)
     library = systems.open_library(arguments.library)
     outputs = {name: systems.run(name, scene, library, arguments.webrtc, arguments.hop)
                for name in arguments.systems}
@@ -89,6 +90,8 @@ def parse_arguments():
         help=f"of {'; '.join(systems.NAMES)} (default: all but auto)")
     add("--hop", type=int, choices=(160, 192, 320), default=320,
         help="of mean, omlsa and mvdr (default: 320)")
+    add("--reverberant", action="store_true",
+        help="the reference is all of the reverberant speech, with its late reflections")
     add("--webrtc", metavar="PATH", help="program bench/webrtc_stream, built with "
         "-DTM_SE_BF_BUILD_BENCH=ON (default: that of the build tree, if it is there)")
     add("--cache", metavar="DIR", help="keeps the scenes, which take a minute a set to make")

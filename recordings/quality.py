@@ -163,26 +163,27 @@ def log_kurtosis(after, before, mask):
 # --- All of them -----------------------------------------------------------------------------
 
 
-def aligned_mean(scene, angle_deg):
+def aligned_mean(scene, speech, angle_deg):
     """Mean of the speech at both microphones, delayed against each other so that what comes from a
     direction coincides: what a delay-and-sum beamformer makes of the speech."""
-    speech = scene.speech.astype(float)
     half_s = 0.5 * scene.plan.spacing_m * np.cos(np.deg2rad(angle_deg)) / SOUND_M_S
     turn = np.exp(-2j * np.pi * np.fft.rfftfreq(speech.shape[1], 1.0 / RATE_HZ) * half_s)
     spectra = np.fft.rfft(speech) * np.stack([turn, np.conj(turn)])
     return np.fft.irfft(np.mean(spectra, axis=0), speech.shape[1])
 
 
-def prepare(scene):
-    """What the measures of all outputs of a scene share."""
-    speech = scene.speech.astype(float)
+def prepare(scene, reverberant=False):
+    """What the measures of all outputs of a scene share. reverberant: late reflections belong to
+    the speech that is wanted."""
+    everything = scene.speech.astype(float)
+    speech = everything if reverberant else scene.early.astype(float)
     start = int(START_S * RATE_HZ)
     pauses = pauses_of(scene.talking, scene.plan.place.rt60_s)
     pauses[:start] = False
     references = [speech[0], speech[1], np.mean(speech, axis=0)]
-    references += [aligned_mean(scene, angle_deg) for angle_deg in scene.plan.angles_deg]
+    references += [aligned_mean(scene, speech, angle_deg) for angle_deg in scene.plan.angles_deg]
     return {"speech": speech, "start": start, "pauses": pauses, "references": references,
-            "heard": speech[0] + scene.noise[0],
+            "heard": everything[0] + scene.noise[0],
             "factor": speech_correlations(speech[:, start:])}
 
 

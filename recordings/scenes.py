@@ -30,6 +30,8 @@ FAULTS = ("mic 1 dead", "mic 0 dies", "mic 1 a copy", "mic 1 inverted copy", "mi
           "talker moves", "mic 1 noisy, clipped", "wind on mic 1", "mic 1 healed")
 PLANE_WAVES = 24  # of a diffuse field
 MIC_HIGHPASS_HZ = 70.0
+EARLY_S = 0.05  # later reflections disturb speech (J. S. Bradley, H. Sato, M. Picard, "On the
+                # importance of early reflections for speech in rooms", 2003)
 SETTLING = RATE_HZ  # samples in which the room fills with noise before the scene begins
 FULL_SCALE = 32767.0
 
@@ -59,6 +61,7 @@ class Scene:
     plan: Plan
     recording: np.ndarray  # frames x 2, int16: what the microphones give
     speech: np.ndarray  # 2 x frames: the reverberant speech in it, faults left out
+    early: np.ndarray  # 2 x frames: of that, what arrives within EARLY_S of the direct sound
     noise: np.ndarray  # 2 x frames: the rest, faults left out
     talking: np.ndarray  # frames, True while anybody wanted speaks
 
@@ -151,12 +154,17 @@ SETS = {
 # --- Building --------------------------------------------------------------------------------
 
 
-def image_at_microphones(plan, dry, position):
-    """What both microphones receive from a source in the room: 2 x samples."""
-    microphones = room.microphone_positions(plan.place, plan.spacing_m)
-    return np.stack([
-        signal.fftconvolve(dry, room.quick_response(plan.place, position, microphone))[:len(dry)]
-        for microphone in microphones])
+def images_at_microphones(plan, dry, position):
+    """What both microphones receive from a source in the room, 2 x samples: all of it, and the early
+    part."""
+    every, early = [], []
+    for microphone in room.microphone_positions(plan.place, plan.spacing_m):
+        response = room.quick_response(plan.place, position, microphone)
+        direct_s = np.linalg.norm(position - microphone) / room.SOUND_M_S
+        first = response[:int((direct_s + EARLY_S) * RATE_HZ)]
+        every.append(signal.fftconvolve(dry, response)[:len(dry)])
+        early.append(signal.fftconvolve(dry, first)[:len(dry)])
+    return np.stack(every), np.stack(early)
 
 
 def place_of_noise(rng, plan):
@@ -204,22 +212,24 @@ def make_noise(rng, plan, length):
     if plan.spread < 1.0:
         places = sounds.PLACED.get(plan.kind, 1)
         waves = sounds.noise_waves(rng, plan.kind, places, SETTLING + length, plan.others)
-        images = sum(image_at_microphones(plan, wave, place_of_noise(rng, plan)) for wave in waves)
+        images = sum(images_at_microphones(plan, wave, place_of_noise(rng, plan))[0]
+                     for wave in waves)
         images = images[:, SETTLING:]
         total += np.sqrt(1.0 - plan.spread) * images / rms(images[0])
     return total / rms(total[0])
 
 
 def make_speech(rng, plan, length):
-    """The reverberant speech at both microphones, 2 x length, and the mask of the talkers."""
+    """The reverberant speech at both microphones, 2 x length, its early part, and the mask of the
+    talkers."""
     dry, talking = sounds.talk(rng, plan.talkers, length, 0.8 if len(plan.talkers) > 1 else 0.0)
     if len(dry) < len(plan.angles_deg):  # one talker who walks from one place to another
         middle = length // 2 + int(np.argmin(talking[length // 2:]))
         there = np.arange(length) < middle
         dry = np.concatenate([dry * there, dry * ~there])
-    speech = sum(image_at_microphones(plan, source, talker_position(plan, angle_deg))
-                 for source, angle_deg in zip(dry, plan.angles_deg))
-    return speech, talking
+    images = [images_at_microphones(plan, source, talker_position(plan, angle_deg))
+              for source, angle_deg in zip(dry, plan.angles_deg)]
+    return sum(every for every, _ in images), sum(early for _, early in images), talking
 
 
 def apply_fault(rng, fault, sound):
@@ -249,22 +259,24 @@ def build(plan):
     """The scene of a plan."""
     rng = np.random.default_rng(plan.seed)
     length = plan.seconds * RATE_HZ
-    speech, talking = make_speech(rng, plan, length)
+    speech, early, talking = make_speech(rng, plan, length)
     noise = make_noise(rng, plan, length)
     highpass = signal.butter(2, MIC_HIGHPASS_HZ, "highpass", fs=RATE_HZ, output="sos")
-    speech, noise = signal.sosfilt(highpass, speech), signal.sosfilt(highpass, noise)
-    speech = speech / rms(speech[0, talking])
+    speech, early, noise = [signal.sosfilt(highpass, one) for one in (speech, early, noise)]
+    level = rms(speech[0, talking])
+    speech, early = speech / level, early / level
     noise = noise / rms(noise[0]) * db_to_gain(-plan.snr_db)
     mismatch = db_to_gain(rng.uniform(-1.5, 1.5, 2) - 0.75)[:, None]
     level = FULL_SCALE * db_to_gain(plan.level_dbfs)
     level = min(level, 0.9 * FULL_SCALE / np.max(np.abs((speech + noise) * mismatch)))
-    speech, noise = speech * level * mismatch, noise * level * mismatch
+    speech, early, noise = [one * level * mismatch for one in (speech, early, noise)]
     self_noise_dbfs = rng.uniform(-80.0, -68.0)
     noise += FULL_SCALE * db_to_gain(self_noise_dbfs) * rng.standard_normal(noise.shape)
     sound = speech + noise
     apply_fault(rng, plan.fault, sound)
     recording = np.clip(np.round(sound.T), -FULL_SCALE - 1, FULL_SCALE).astype(np.int16)
-    return Scene(plan, recording, speech.astype(np.float32), noise.astype(np.float32), talking)
+    speech, early, noise = [one.astype(np.float32) for one in (speech, early, noise)]
+    return Scene(plan, recording, speech, early, noise, talking)
 
 
 # --- Storage ---------------------------------------------------------------------------------
@@ -283,7 +295,7 @@ def load(plan, folder):
     if folder is None:
         return build(plan)
     path = os.path.join(folder, f"{plan.name.replace(' ', '-')}-{digest(plan)}.npz")
-    fields = ("recording", "speech", "noise", "talking")
+    fields = ("recording", "speech", "early", "noise", "talking")
     try:
         with np.load(path) as stored:
             return Scene(plan, *[stored[name] for name in fields])

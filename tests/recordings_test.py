@@ -106,6 +106,13 @@ def check_scenes():
     halved = quality.measure(0.5 * prepared["heard"], prepared)
     check("noise of half the recording", halved["noise"], -6.02, 0.05)
     check("net of half the recording", halved["net"], 0.0, 0.3)
+    # Of decaying sound exp(-13.8 EARLY_S / rt60) of the energy is late: 0.001 of it here, and 0.3 of
+    # what the walls give in a room of 0.6 s.
+    late = sounds.rms(first.speech - first.early) / sounds.rms(first.speech)
+    check("late speech in a dry room, RMS to all", late, 0.02, 0.02)
+    long = scenes.build(dataclasses.replace(plan, place=room.Room(0.6)))
+    late = sounds.rms(long.speech - long.early) / sounds.rms(long.speech)
+    check("late speech in a reverberant room, RMS to all", late, 0.45, 0.1)
     dead = scenes.build(dataclasses.replace(plan, fault="mic 1 dead"))
     check("dead microphone", np.any(dead.recording[:, 1]), False, 0.0)
     check("the other one", np.array_equal(dead.recording[:, 0], first.recording[:, 0]), True, 0.0)
