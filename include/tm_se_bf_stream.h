@@ -16,10 +16,11 @@
  * @par Samples
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
- * before, that louder floats saturate. The band above 8 kHz is never louder than in the input; at
- * rates other than 16 kHz the input is limited to 60 dB above full scale. At 16 kHz nothing else
- * changes a bit: a `plain` stream in a mode of the core gives the samples of se_bf_do (see
- * tm_se_bf.h) with 320 samples a call.
+ * before, that louder floats saturate. What the shielded beamformer gives is up to 3 dB louder than
+ * its input: floats then exceed full scale, and 16 bits saturate. The band above 8 kHz is never
+ * louder than in the input; at rates other than 16 kHz the input is limited to 60 dB above full
+ * scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core gives the
+ * samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
@@ -35,11 +36,14 @@
  * - Digital silence in both channels, beyond what empties the signal path, is bridged: the output
  *   is silence, and the noise estimate and the beamformer stay as they were.
  * - SE_BF_STREAM_REFINED leaves a dead microphone out at once, takes it back at once, and matches
- *   levels that differ. Of channels that carry the same sound but for a factor, such as one input
- *   with reversed polarity, it uses the louder alone.
- * - A dead microphone, or identical channels, make the beamformer suppress noise as with one
+ *   levels that differ.
+ * - Channels that carry the same sound but for a factor, such as one input with reversed polarity,
+ *   are one microphone: the louder one is used alone. SE_BF_STREAM_REFINED does this with `plain`,
+ *   too.
+ * - A dead microphone, identical or copied channels make the beamformer suppress noise as with one
  *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
  *   takes over again.
+ * - The beamformer has headroom: it does not clip where it is louder than its input.
  * - SE_BF_MODE_MEAN gives the mean of the microphones that work. A plain stream suppresses noise
  *   while one is dead or both channels are identical, also in this mode.
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
@@ -116,7 +120,9 @@ enum {
   SE_BF_STREAM_EQUAL_LEVELS = 2, /**< different channels met at one level (plain MEAN, MVDR only) */
   SE_BF_STREAM_SILENT = 3,       /**< both channels are digital silence (plain MEAN, MVDR only) */
   SE_BF_STREAM_HEALED = 4,       /**< both microphones have been sound for 2 s */
-  SE_BF_STREAM_NOT_FINITE = 5    /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_NOT_FINITE = 5,   /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_COPIES = 6        /**< both channels carry the same sound but for a factor; told in
+                                      every mode but MONO, unless `plain`; REFINED always tells */
 };
 
 /** Results of se_bf_stream_change and se_bf_stream_direction besides 0. */
@@ -138,11 +144,13 @@ typedef struct se_bf_stream se_bf_stream;
  * Those of NOT_FINITE are exact. The others count blocks of 20 ms: `since` is within 20 ms at
  * 16 kHz, and within 30 ms at other rates.
  *
- * A dead microphone is found 0.4 to 0.9 s after it died, identical channels after 2 to 3.2 s. What
- * ends sooner gives no event. */
+ * A dead microphone is found 0.4 to 0.9 s after it died, identical channels after 2 to 3.2 s.
+ * Copied channels are found after 0.2 s of sound where they differ by less than -40 dB but for the
+ * factor, after 1.2 s where that is -30 dB. What ends sooner gives no event. */
 typedef struct se_bf_stream_event {
   int32_t kind;        /**< SE_BF_STREAM_DEAD ... SE_BF_STREAM_NOT_FINITE */
-  int32_t mic;         /**< DEAD: microphone 0 or 1; NOT_FINITE: that of the first such sample */
+  int32_t mic;         /**< DEAD: microphone 0 or 1; NOT_FINITE: that of the first such sample;
+                            COPIES: the louder one, which is used alone */
   int64_t time;        /**< first sample of the 20 ms in which it was found */
   int64_t since;       /**< start of the block of 20 ms in which it began, as far as the sound
                             before tells; for NOT_FINITE the first such sample */

@@ -24,11 +24,12 @@ struct lane {
   bool copies;    // channel 0 as it is; the core does not run
   bool watched;   // the core compares the microphones
   bool shielded;  // silence is bridged and faults are healed
+  bool lowered;   // the output is kHeadroom below what is meant, as the core's input was
   bool single;    // a fault has ended beamforming for good
   shield gate;
   core_instance core;
   refined_path *refined;  // lies in the pool of `core` instead of an instance, or null
-  int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input that the core may repair
+  int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input as the core gets it
 };
 
 // What became of a block.
@@ -48,10 +49,10 @@ bool lane_settings_equal(const lane_setting *a, const lane_setting *b);
 void lane_create(lane *l, const lane_setting *setting, int32_t delay);
 bool lane_init(lane *l);
 
-// Processes a block of kStreamBlock samples per channel into kStreamBlock samples. before: the
-// block before, with which a delayed copy starts.
-lane_result lane_block(lane *l, const int16_t *block, const block_facts *facts,
-                       const int16_t *before, int16_t *out);
+// Processes a block of kStreamBlock samples per channel into kStreamBlock samples; `block` stays as
+// it is. before: the block before, with which a delayed copy starts.
+lane_result lane_block(lane *l, int16_t *block, const block_facts *facts, const int16_t *before,
+                       int16_t *out);
 
 // Tells where the talker is; false when the lane does not know.
 bool lane_direction(const lane *l, se_bf_stream_direction_info *info);

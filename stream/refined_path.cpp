@@ -90,7 +90,7 @@ void unpack(const float *packed, bin_spectrum *x) {
 }
 
 // Reads the block, with two channels made fit to be combined.
-void read_block(refined_path *path, const int16_t *block) {
+void read_block(refined_path *path, const int16_t *block, const block_facts *facts) {
   float *first = path->samples;
   if (path->setting.channels == 1) {
     one_to_floats(block, first);
@@ -98,7 +98,7 @@ void read_block(refined_path *path, const int16_t *block) {
   }
   float *second = first + kRefinedHop;
   two_to_floats(block, first, second);
-  path->alone = channel_guard_block(&path->guard, first, second);
+  path->alone = channel_guard_block(&path->guard, facts, first, second);
 }
 
 // Where one channel stands for both there is nothing to align.
@@ -184,14 +184,15 @@ bool refined_path_init(refined_path *path, core_state *core) {
   return ready && path->noise != nullptr && path->first_gain != nullptr;
 }
 
-void refined_path_block(refined_path *path, const int16_t *block, bool has_sound, int16_t *out) {
-  if (has_sound) {
+void refined_path_block(refined_path *path, const int16_t *block, const block_facts *facts,
+                        int16_t *out) {
+  if (block_has_sound(facts)) {
     path->silent_blocks = 0;
   } else if (path->silent_blocks < kSilentFrame) {
     path->silent_blocks += 1;
   }
   if (path->silent_blocks < kSilentFrame) {
-    read_block(path, block);
+    read_block(path, block, facts);
     analyse(path);
     suppress(path);
   } else {

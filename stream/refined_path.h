@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "bin_vector.h"
+#include "block_facts.h"
 #include "channel_guard.h"
 #include "channel_mix.h"
 #include "noise/mcra_p.h"
@@ -68,7 +69,7 @@ refined_path *refined_path_create(core_state *core, const refined_setting *setti
 bool refined_path_init(refined_path *path, core_state *core);
 
 // Processes a block of 320 interleaved samples per channel into 320 samples, 192 samples late.
-// has_sound: some sample of it is not 0.
-void refined_path_block(refined_path *path, const int16_t *block, bool has_sound, int16_t *out);
+void refined_path_block(refined_path *path, const int16_t *block, const block_facts *facts,
+                        int16_t *out);
 
 #endif  // TM_SE_BF_STREAM_REFINED_PATH_H

@@ -86,7 +86,9 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       ASSERT_LE(fade, at + kSlowest * kBlock);
       for (size_t n = fade; n < fade + kBlock; ++n) {
         const double share = (static_cast<double>(n - fade) + 0.5) / kBlock;
-        ASSERT_NEAR(out[n], old[n] + share * (fresh[n] - old[n]), 0.51) << "sample " << n - fade;
+        // Where one of them has headroom, all three are rounded twice or three times.
+        ASSERT_NEAR(out[n], old[n] + share * (fresh[n] - old[n]), c.plain[0] ? 0.51 : 2.0)
+            << "sample " << n - fade;
       }
       ASSERT_EQ(cut(out, fade + kBlock, out.size()), cut(fresh, fade + kBlock, fresh.size()));
     }
