@@ -40,12 +40,13 @@
  * - Channels that carry the same sound but for a factor, such as one input with reversed polarity,
  *   are one microphone: the louder one is used alone. SE_BF_STREAM_REFINED does this with `plain`,
  *   too.
+ * - A microphone that gives zeros is left out at once.
  * - A dead microphone, identical or copied channels make the beamformer suppress noise as with one
  *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
- *   takes over again.
+ *   takes over again. SE_BF_MODE_OMLSA, too, comes back to both microphones in this way.
  * - The beamformer has headroom: it does not clip where it is louder than its input.
- * - SE_BF_MODE_MEAN gives the mean of the microphones that work. A plain stream suppresses noise
- *   while one is dead or both channels are identical, also in this mode.
+ * - SE_BF_MODE_MEAN gives the mean of the microphones that work, at once. A plain stream suppresses
+ * noise while one is dead or both channels are identical, also in this mode.
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
@@ -202,9 +203,9 @@ typedef struct se_bf_stream_config {
 /** Where the talker is, as SE_BF_STREAM_REFINED with two channels knows it. */
 typedef struct se_bf_stream_direction_info {
   float delay_us;   /**< by which he is heard later at microphone 1 than at microphone 0 */
-  float confidence; /**< 0: nothing found yet, the microphones are mixed without delay; up to 1: all
-                         frequencies agree. Below 0.15 a search has no effect. 1 where mic_distance
-                         and doa say it */
+  float confidence; /**< 0: nothing found yet, the microphones are mixed without delay, or with that
+                         of the setting before; up to 1: all frequencies agree. Below 0.15 a search
+                         has no effect. 1 where mic_distance and doa say it */
   float degrees;    /**< the same direction as in `doa`; NaN where mic_distance is 0 */
   int32_t alone;    /**< microphone that is used alone, because the other one is dead or both carry
                          the same sound but for a factor; -1: both are used */
@@ -254,7 +255,9 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * meanwhile is started then, the newest alone: a direction that keeps moving is followed half a
  * second to a second late. If they have gone back to the setting that is heard, it stays. The
  * latency stays, too: SE_BF_MODE_MONO is delayed like the rest. Only a stream that was opened plain
- * in SE_BF_MODE_MONO cannot change to other modes. full_band, on_event and user change at once. */
+ * in SE_BF_MODE_MONO cannot change to other modes. full_band, max_attenuation_db, on_event and user
+ * change at once. From one refined setting to another the stream keeps what it knows of the
+ * talker's direction and of the microphones' levels. */
 SE_BF_API int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *config);
 
 /** Tells where the talker is. Returns 0, or SE_BF_STREAM_ERROR_NULL, or SE_BF_STREAM_ERROR_MODE

@@ -106,6 +106,7 @@ void advance_change(enhancer *e, int16_t *block, const block_facts *facts, enhan
   }
   if (e->stage == STAGE_INIT) {
     lane_init(other_lane(e));
+    lane_carry(other_lane(e), &e->lanes[e->running]);
     e->stage = STAGE_HEAR;
     e->backlog = other_lane(e)->copies ? 0 : e->past.count;
     e->clean_blocks = 0;
@@ -206,6 +207,9 @@ bool enhancer_change(enhancer *e, const lane_setting *setting) {
     return false;
   }
   e->wanted = *setting;
+  for (int32_t i = 0; i < 2 && setting->refined; ++i) {
+    lane_set_limit(&e->lanes[i], setting->max_attenuation_db);
+  }
   if (e->change == CHANGE_SETTING || is_running(e, setting)) {
     return true;
   }

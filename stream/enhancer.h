@@ -4,8 +4,8 @@
 // A new setting gets a lane beside the running one. It hears the remembered second of sound at
 // kCatchUpBlocks times the speed, so that no block of the stream costs a second's work; when it has
 // caught up, one block fades from the old lane to the new one. What the caller asks for meanwhile
-// waits, so that a setting that keeps moving is followed. A beamformer that had to stop because of
-// a fault is renewed in the same way.
+// waits, so that a setting that keeps moving is followed. A lane that has lost a microphone to a
+// fault is renewed in the same way.
 #ifndef TM_SE_BF_STREAM_ENHANCER_H
 #define TM_SE_BF_STREAM_ENHANCER_H
 
@@ -70,7 +70,7 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
 void enhancer_block(enhancer *e, int16_t *block, enhanced_block *out);
 
 // Asks for a setting with the same channels and hop; false when its delay is longer than that of
-// the enhancer.
+// the enhancer. The limit of the attenuation changes at once.
 bool enhancer_change(enhancer *e, const lane_setting *setting);
 
 // Forgets all sound; the setting is that of the last change.

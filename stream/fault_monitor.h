@@ -52,9 +52,9 @@ mic_fault fault_verdict(const mic_levels *levels, const block_facts *facts);
 // time: first sample of the block at 16 kHz.
 void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time);
 
-// Follows the verdicts on the blocks processed. single: the beamformer has been left because of a
-// fault, and could be renewed. Returns true and fills `event` when there is something to report;
-// its times are at 16 kHz.
+// Follows the verdicts on the blocks processed. single: because of a fault one microphone is used
+// as if it were alone, and the lane could be renewed. Returns true and fills `event` when there is
+// something to report; its times are at 16 kHz.
 bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
                          bool single, int64_t time, se_bf_stream_event *event);
 

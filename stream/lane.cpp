@@ -18,17 +18,28 @@ constexpr mic_levels kFirstDeadLevels = {1.0f, 2e9f};
 constexpr mic_levels kSecondDeadLevels = {2e9f, 1.0f};
 constexpr mic_levels kEqualLevels = {1e9f, 1e9f};  // of equal samples
 
+// Sum of absolute values of a block without sound.
+constexpr float kSilentSum = 1.0f;
+
 constexpr float kMicrosecondsPerSample = 1e6f / static_cast<float>(kCoreRateHz);
 
 // After a fault the core analyses one channel for good, and beamforming would go on to combine it
 // with the last spectrum of the other, a buzz at the frame rate. Noise suppression is right.
 void leave_beamforming(lane *l) {
-  if (l->single || l->setting.core.mode != SE_BF_MODE_MVDR) {
-    return;
+  if (!l->single && l->setting.core.mode == SE_BF_MODE_MVDR) {
+    l->single = true;
+    if (l->shielded) {
+      core_instance_change_mode(&l->core, SE_BF_MODE_OMLSA);
+    }
   }
-  l->single = true;
-  if (l->shielded) {
-    core_instance_change_mode(&l->core, SE_BF_MODE_OMLSA);
+}
+
+// Stays with the microphone that works until the lane is renewed: what the noise estimate has
+// learnt of it does not hold for both. A mean has none.
+void stay_alone(lane *l, int32_t alone) {
+  if (alone != kBothChannels && l->setting.core.mode != SE_BF_MODE_MEAN) {
+    l->single = true;
+    l->alone = alone;
   }
 }
 
@@ -43,15 +54,25 @@ mic_fault refine_verdict(mic_fault fault, const block_facts *facts) {
   return known == MIC_FAULT_NONE && facts->copies.proven ? MIC_FAULT_COPIES : known;
 }
 
-// The channel that stands for both, or kBothChannels. One block may look like copies by accident: a
-// beamformer would lose by that, a mean would not.
+bool beamforms(const lane *l) {
+  return l->setting.core.mode == SE_BF_MODE_MVDR && !l->single;
+}
+
+// The channel that stands for both, or kBothChannels. A microphone is left out before it counts as
+// dead: weights that rely on both would make its silence loud. One block may look like copies by
+// accident: a beamformer would lose by that, a mean would not.
 int32_t channel_alone(const lane *l, mic_fault fault, const block_facts *facts) {
+  const bool silent[2] = {facts->sum[0] < kSilentSum, facts->sum[1] < kSilentSum};
   if (fault == MIC_FAULT_FIRST || fault == MIC_FAULT_SECOND) {
     return fault == MIC_FAULT_FIRST ? 1 : 0;
   }
-  const bool beamforms = l->setting.core.mode == SE_BF_MODE_MVDR && !l->single;
-  const bool counts = !facts->identical && (facts->copies.proven || !beamforms);
-  return fault != MIC_FAULT_IDENTICAL && counts ? facts->copies.louder : kBothChannels;
+  if (silent[0] != silent[1]) {
+    return silent[0] ? 1 : 0;
+  }
+  if (l->alone != kBothChannels || fault == MIC_FAULT_IDENTICAL || facts->identical) {
+    return l->alone;
+  }
+  return facts->copies.proven || !beamforms(l) ? facts->copies.louder : kBothChannels;
 }
 
 void copy_over_other(int16_t *block, int32_t good) {
@@ -75,26 +96,25 @@ mic_levels levels_that_say(int32_t alone, mic_fault fault) {
   return fault == MIC_FAULT_IDENTICAL ? kEqualLevels : kSoundLevels;
 }
 
-// A block behind the shield: the verdict is made here, and the core is led to it.
+// A block behind the shield: the verdict is made here, and the core is led to it. Its own answer
+// would be noise suppression, which spoils a mean, and ends beamforming.
 lane_result shielded_block(lane *l, int16_t *block, const block_facts *facts, int16_t *out) {
   core_state *state = &l->core.state;
   const mic_levels after = fault_levels(state, facts);
   const mic_fault fault = refine_verdict(fault_verdict(&after, facts), facts);
   const int32_t alone = channel_alone(l, fault, facts);
-  const bool mean = l->setting.core.mode == SE_BF_MODE_MEAN;
-  int16_t *in = block;
+  const bool goes_on =
+      l->setting.core.mode == SE_BF_MODE_MEAN || (beamforms(l) && fault == MIC_FAULT_NONE);
+  int16_t *in = l->lowered || alone != kBothChannels ? l->scratch : block;
   if (l->lowered) {
-    in = l->scratch;
     lower(block, in);
-  } else if (alone != kBothChannels) {
-    in = l->scratch;
+  } else if (in != block) {
     std::memcpy(in, block, sizeof l->scratch);
   }
-  if (mean && alone != kBothChannels) {
+  if (goes_on && alone != kBothChannels) {
     copy_over_other(in, alone);
   }
-  // The core's answer to a fault is noise suppression, which would spoil a mean.
-  const mic_levels led = mean ? kSoundLevels : levels_that_say(alone, fault);
+  const mic_levels led = goes_on ? kSoundLevels : levels_that_say(alone, fault);
   state->pwr1 = led.first;
   state->pwr2 = led.second;
   core_instance_block(&l->core, in, out);
@@ -102,6 +122,7 @@ lane_result shielded_block(lane *l, int16_t *block, const block_facts *facts, in
   state->pwr2 = after.second;
   if (fault != MIC_FAULT_NONE) {
     leave_beamforming(l);
+    stay_alone(l, alone);
   }
   return {true, fault};
 }
@@ -181,8 +202,7 @@ bool lane_settings_equal(const lane_setting *a, const lane_setting *b) {
   return a->core.channels == b->core.channels && a->core.mode == b->core.mode &&
          a->core.hop == b->core.hop && a->core.mic_distance == b->core.mic_distance &&
          a->core.doa == b->core.doa && (a->plain == b->plain || a->core.mode == SE_BF_MODE_MONO) &&
-         a->refined == b->refined && a->find_direction == b->find_direction &&
-         a->max_attenuation_db == b->max_attenuation_db;
+         a->refined == b->refined && a->find_direction == b->find_direction;
 }
 
 void lane_create(lane *l, const lane_setting *setting, int32_t delay) {
@@ -193,6 +213,7 @@ void lane_create(lane *l, const lane_setting *setting, int32_t delay) {
   l->shielded = l->watched && !setting->plain;
   l->lowered = l->shielded && setting->core.mode == SE_BF_MODE_MVDR;
   l->single = false;
+  l->alone = kBothChannels;
   shield_init(&l->gate, lane_signal_path(setting));
   l->refined = nullptr;
   if (setting->refined) {
@@ -228,6 +249,19 @@ lane_result lane_block(lane *l, int16_t *block, const block_facts *facts, const 
     return {false, MIC_FAULT_NONE};
   }
   return shielded_block(l, block, facts, out);
+}
+
+void lane_set_limit(lane *l, float max_attenuation_db) {
+  if (l->refined != nullptr) {
+    l->setting.max_attenuation_db = max_attenuation_db;
+    refined_path_set_limit(l->refined, max_attenuation_db);
+  }
+}
+
+void lane_carry(lane *l, const lane *from) {
+  if (l->refined != nullptr && from->refined != nullptr) {
+    refined_path_carry(l->refined, from->refined);
+  }
 }
 
 bool lane_direction(const lane *l, se_bf_stream_direction_info *info) {

@@ -171,8 +171,7 @@ bool refined_path_init(refined_path *path, core_state *core) {
   if (path == nullptr) {
     return false;
   }
-  const double limit_db = static_cast<double>(path->setting.max_attenuation_db);
-  path->floor = limit_db > 0.0 ? static_cast<float>(fixed_exp(-limit_db * kLogPerDb)) : 0.0f;
+  refined_path_set_limit(path, path->setting.max_attenuation_db);
   path->silent_blocks = kSilentFrame;
   path->alone = kBothChannels;
   path->noise = mcra_init_in(core, kRefinedBins);
@@ -182,6 +181,28 @@ bool refined_path_init(refined_path *path, core_state *core) {
   const bool searches = path->setting.channels == 2 && !path->setting.direction_known;
   const bool ready = !searches || talker_direction_init(&path->direction, core);
   return ready && path->noise != nullptr && path->first_gain != nullptr;
+}
+
+void refined_path_set_limit(refined_path *path, float max_attenuation_db) {
+  const double limit_db = static_cast<double>(max_attenuation_db);
+  path->setting.max_attenuation_db = max_attenuation_db;
+  path->floor = limit_db > 0.0 ? static_cast<float>(fixed_exp(-limit_db * kLogPerDb)) : 0.0f;
+}
+
+void refined_path_carry(refined_path *path, const refined_path *from) {
+  path->guard = from->guard;
+  if (path->setting.direction_known) {
+    return;
+  }
+  talker_direction *own = &path->direction;
+  if (from->setting.direction_known) {
+    own->delay = from->setting.delay;
+    own->target = from->setting.delay;
+    return;
+  }
+  mcra_state *presence = own->presence;
+  *own = from->direction;
+  own->presence = presence;
 }
 
 void refined_path_block(refined_path *path, const int16_t *block, const block_facts *facts,
