@@ -299,7 +299,7 @@ TEST(StreamChange, WhatIsKnownOfTheTalkerIsCarriedOver) {
   constexpr double kDelayUs = 3e6 / kSampleRateHz;
   const wave dry = speech(8 * kSecond, 3000) + white_noise(11, 8 * kSecond, 60);
   const pcm in = to_words({dry + white_noise(5, dry.size(), 100),
-                           0.5 * (dry.shift(-3) + white_noise(6, dry.size(), 100))});
+                           0.15 * (dry.shift(-3) + white_noise(6, dry.size(), 100))});
   se_bf_stream_config found = make_config(2, SE_BF_STREAM_REFINED, 320);
   found.mic_distance = 0;
   se_bf_stream_config given = found;

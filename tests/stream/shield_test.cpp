@@ -207,6 +207,15 @@ TEST(StreamShield, CopiesCountAsOneMicrophone) {
   }
 }
 
+TEST(StreamShield, EqualSamplesAreNoCopies) {
+  heard_events events;
+  const pcm in = copy_channel(make_sound(8 * kSecond, 6), 1, false, 4 * kSecond, 8 * kSecond);
+  run_beamformer(in, &events);
+  ASSERT_EQ(events.size(), 1u) << testing::PrintToString(events);
+  EXPECT_EQ(events[0].kind, SE_BF_STREAM_IDENTICAL);
+  EXPECT_EQ(events[0].since, 4 * kSecond);
+}
+
 // Louder than full scale, the output is what it is at half the level, as far as its format goes.
 TEST(StreamShield, TheBeamformerDoesNotClip) {
   constexpr double kLeastSnrDb = 50.0;
