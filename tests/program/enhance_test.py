@@ -30,7 +30,7 @@ class Sound(ProgramCase):
                           "--hop", 192, "--plain", "-", "-", input=recording().tobytes()).stdout
         np.testing.assert_array_equal(np.frombuffer(got, "<i2")[64:][:31616],
                                       program.stored("bf_mvdr")[:31616])
-        self.enhance("--mode", "mvdr", "--hop", 192, "in.wav", "out.wav")
+        self.enhance("--mode", "mvdr", "--hop", 192, "--plain", "in.wav", "out.wav")
         self.assertEqual(got, pathlib.Path("out.wav").read_bytes()[44:])
 
     def test_every_option_of_the_beamformer_is_heard(self):
