@@ -50,7 +50,7 @@
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
- * se_bf_stream_open allocates everything, 276 KiB at 16 kHz and 0.3 to 1.8 MB at other rates, for
+ * se_bf_stream_open allocates everything, 278 KiB at 16 kHz and 0.3 to 1.8 MB at other rates, for
  * which it also computes filters (a few milliseconds). No function but open and close calls the
  * heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an instance of
  * the core, about the work of 13 blocks of 20 ms. After a change, and after a microphone has
