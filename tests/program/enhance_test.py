@@ -165,9 +165,11 @@ class Messages(ProgramCase):
     def test_what_a_recording_lacks_is_told(self):
         long = np.tile(recording(), (6, 1))
         program.write_wav("equal.wav", long[:, [0, 0]])
+        program.write_wav("copies.wav", np.stack([long[:, 0] // 3, -long[:, 0]], axis=1))
         program.write_wav("none.wav", long[:0], 44100 if program.HAS_RATES else 16000)
         for text, words in [("holds no sound", "none.wav x.flac"),
                             ("identical from 0.00 s", "equal.wav x.wav"),
+                            ("the louder one, microphone 1, is used alone", "copies.wav x.wav"),
                             ("no effect in mode mean",
                              "--mode mean --mic-distance 0.1 --doa 90 in.wav x.wav")]:
             self.one_line(0, text, "enhance", "--quiet", *words.split())
