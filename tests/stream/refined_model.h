@@ -150,6 +150,10 @@ struct suppression {
   wave kept = wave(kBins), late = wave(kBins);
   std::vector<wave> rows = std::vector<wave>(4, wave(kBins));
   double pause = 1;
+  // Share of the energy in a band that passes.
+  static double passed(const wave &gain, const wave &energy, std::slice band, double least) {
+    return wave((gain * energy)[band]).sum() / (wave(energy[band]).sum() + least);
+  }
   wave hear(const spectrum &z, const wave &mean) {
     talk.hear(mean);
     const wave gamma = mean / (larger(1.0 - talk.prob, 6e-8) * larger(talk.noise, 1.19e-6));
@@ -169,13 +173,14 @@ struct suppression {
     rows.push_back(late);
     gain *= larger(1.0 - 0.1 * rows[0] / (kept + 1e-15), 0.1);
 
-    const std::slice band(8, 121, 1);
-    const double passed = wave((gain * pwr)[band]).sum();
-    const double all = wave(pwr[band]).sum() + 1.0 / (kLength * kLength);
-    const double open = std::min(1.0, std::max(0.0, (passed / all - 0.1) / 0.2));
+    const std::slice band(8, 120, 1);
+    const double most = std::max(passed(gain, pwr, band, 1.0 / (kLength * kLength)),
+                                 passed(gain, pwr / noise, std::slice(0, 168, 1), 1e-9));
+    const double open = std::min(1.0, std::max(0.0, (most - 0.1) / 0.2));
     const double wanted = std::pow(0.25, 1 - open);
     pause = wanted > pause ? wanted : 0.8 * pause + 0.2 * wanted;
-    return pause * std::sqrt(gain);
+    const double alike = (1 - pause) / 0.75, common = wave(gain[band]).sum() / 120;
+    return pause * std::sqrt((1 - alike) * gain + alike * common);
   }
 };
 
