@@ -17,11 +17,12 @@ constexpr float kIntake = 1.0f - kDecay;
 constexpr int32_t kNoiseFrom = 4;
 constexpr int32_t kSpeechFrom = 16;
 
-// Results come every 25 frames, 0.5 s, from the second one on; the coarse search that precedes each
-// takes the last frames of these.
-constexpr int32_t kSearchFrames = 25;
-constexpr int32_t kFirstSearch = 41;
-constexpr int32_t kCoarseFrames = 7;
+// Results come every 10 frames, 0.2 s, the first after 29. The coarse search that precedes each takes
+// the last frames of these, the first of which prepares it.
+constexpr int32_t kSearchFrames = 10;
+constexpr int32_t kResultFrame = 9;
+constexpr int32_t kFirstSearch = 26;
+constexpr int32_t kCoarseFrames = 3;
 
 // Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are much closer than the
 // width of a peak of 5.5 kHz. Fine ones reach past the neighbours of the best of them.
@@ -32,7 +33,7 @@ constexpr float kFineReach = 0.375f;
 constexpr int32_t kFineCandidates = 7;
 
 // The frames after the one that prepares the coarse search share its 65 candidates.
-constexpr int32_t kMostCandidates = 11;  // in one frame
+constexpr int32_t kMostCandidates = 33;  // in one frame
 static_assert(kMostCandidates * (kCoarseFrames - 1) >= 65, "time for all candidates");
 
 // Index of 200 Hz, below which delays are lost in noise.
@@ -43,6 +44,18 @@ constexpr float kLeastPeak = 0.15f;
 
 // The delay moves to a new one with a time constant of 12 frames, 0.25 s.
 constexpr float kFollow = 0.08f;
+
+// What was loud a moment ago still reverberates: 0.7 a frame is a reverberation time of 0.8 s. Speech
+// counts by what it has above 1.5 times that, so that the direct sound decides.
+constexpr float kRingDecay = 0.7f;
+constexpr float kRingWeight = 1.5f;
+
+// Rows of sums: 280 to 1500 Hz, where most of a vowel is, and 2 to 5.5 kHz. A frame counts by the
+// share of the former, against twice the latter: keys, dishes and paper have little of it.
+constexpr int32_t kVowelFirst = 8;
+constexpr int32_t kVowelEnd = 48;
+constexpr int32_t kClickFirst = 64;
+constexpr float kClickWeight = 2.0f;
 
 // Keep quotients defined, and averages of silence from becoming subnormal, which some processors
 // handle slowly.
@@ -62,7 +75,29 @@ SE_BF_VECTOR_CLONES void mean_power(const bin_spectrum *x0, const bin_spectrum *
   }
 }
 
-// w(speech) = p max(1 - lambda / P, 0), w(noise) = 1 - p; each average A = 0.998 A + 0.002 w a.
+// Power of speech in some bins: sum of p max(P - lambda, 0).
+SE_BF_VECTOR_CLONES float speech_power(const talker_direction *d, const float *prob,
+                                       const float *lambda, int32_t first, int32_t end) {
+  float sums[kSumLanes] = {};
+  for (int32_t k = first; k < end; k += kSumLanes) {
+    for (int32_t i = 0; i < kSumLanes; ++i) {
+      const float excess = d->power[k + i] - lambda[k + i];
+      sums[i] += prob[k + i] * (excess > 0.0f ? excess : 0.0f);
+    }
+  }
+  return add_lanes(sums);
+}
+
+// By how much the frame sounds like a voice rather than a click, 0 .. 1.
+float likeness_to_voice(const talker_direction *d, const float *prob, const float *lambda) {
+  const float vowel = speech_power(d, prob, lambda, kVowelFirst, kVowelEnd) + kLeastPower;
+  const float click = speech_power(d, prob, lambda, kClickFirst, kDirectionBins);
+  const float share = vowel / (vowel + kClickWeight * click);
+  return share * share;
+}
+
+// w(speech) = v p max(1 - (lambda + 1.5 R) / P, 0), w(noise) = 1 - p; then R = max(0.7 R, P); each
+// average A = 0.998 A + 0.002 w a. v is in speech_counts.
 SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x0,
                                       const bin_spectrum *x1, const float *prob,
                                       const float *lambda, float speech_counts,
@@ -75,7 +110,9 @@ SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x
     const float cross_re = x0->re[k] * x1->re[k] + x0->im[k] * x1->im[k];
     const float cross_im = x0->im[k] * x1->re[k] - x0->re[k] * x1->im[k];
 
-    const float excess = 1.0f - lambda[i] / d->power[i];
+    const float rung = kRingDecay * d->ringing[i];
+    const float excess = 1.0f - (lambda[i] + kRingWeight * d->ringing[i]) / d->power[i];
+    d->ringing[i] = rung > d->power[i] ? rung : d->power[i];
     const float share = excess > 0.0f ? excess : 0.0f;
     const float speech = speech_counts * (prob[i] * share);
     const float noise = noise_counts * (1.0f - prob[i]);
@@ -202,8 +239,14 @@ void finish_search(talker_direction *d) {
   begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay);
   continue_search(d, &d->fine_turn, kFineStep, kFineCandidates);
   d->confidence = d->best_sum / d->weight_sum;
-  if (d->confidence > kLeastPeak) {
-    d->target = d->best_delay;
+  if (d->confidence <= kLeastPeak) {
+    return;
+  }
+  d->target = d->best_delay;
+  if (!d->found) {
+    // Nothing has been aligned so far, so nobody hears a jump.
+    d->delay = d->target;
+    d->found = true;
   }
 }
 
@@ -213,11 +256,11 @@ void search(talker_direction *d) {
   if (d->frame < kFirstSearch) {
     return;
   }
-  if (due == 0) {
+  if (due == kResultFrame) {
     finish_search(d);
-  } else if (due == kSearchFrames - kCoarseFrames) {
+  } else if (due == kResultFrame - kCoarseFrames) {
     begin_search(d, -kLargestDelay);
-  } else if (due > kSearchFrames - kCoarseFrames) {
+  } else if (due > kResultFrame - kCoarseFrames) {
     continue_search(d, &d->coarse_turn, kCoarseStep, kMostCandidates);
   }
 }
@@ -234,9 +277,11 @@ bool talker_direction_init(talker_direction *d, core_state *core) {
 void talker_direction_frame(talker_direction *d, const bin_spectrum *x0, const bin_spectrum *x1) {
   mean_power(x0, x1, d->power);
   const float *lambda = mcra_do_mcra(d->presence, d->power);
-  const float speech_counts = d->frame >= kSpeechFrom ? kIntake : 0.0f;
+  const float *prob = mcra_get_speech_prob(d->presence);
+  const float voice = likeness_to_voice(d, prob, lambda);
+  const float speech_counts = d->frame >= kSpeechFrom ? kIntake * voice : 0.0f;
   const float noise_counts = d->frame >= kNoiseFrom ? kIntake : 0.0f;
-  average_bins(d, x0, x1, mcra_get_speech_prob(d->presence), lambda, speech_counts, noise_counts);
+  average_bins(d, x0, x1, prob, lambda, speech_counts, noise_counts);
   d->frame += 1;
   search(d);
   d->delay += kFollow * (d->target - d->delay);
