@@ -40,17 +40,19 @@ struct energies {
 // passed = sum of G^2 energy, of which there is sum of energy.
 SE_BF_VECTOR_CLONES void sum_energies(const float *energy, const float *squared_gain, int32_t first,
                                       int32_t end, energies *sums) {
-  float all[kSumLanes] = {};
-  float passed[kSumLanes] = {};
-  float gains[kSumLanes] = {};
+  sum_row all = {};
+  sum_row passed = {};
+  sum_row gains = {};
   for (int32_t k = first; k < end; k += kSumLanes) {
-    for (int32_t i = 0; i < kSumLanes; ++i) {
-      all[i] += energy[k + i];
-      passed[i] += squared_gain[k + i] * energy[k + i];
-      gains[i] += squared_gain[k + i];
-    }
+    sum_row e;
+    sum_row g;
+    load_row(&e, energy + k);
+    load_row(&g, squared_gain + k);
+    all += e;
+    passed += g * e;
+    gains += g;
   }
-  *sums = {add_lanes(all), add_lanes(passed), add_lanes(gains)};
+  *sums = {add_row(&all), add_row(&passed), add_row(&gains)};
 }
 
 // G^2 becomes G^2 + alike (mean - G^2).

@@ -41,8 +41,8 @@ constexpr float kLeastPower = 1e-18f;
 //   G^2 becomes G^2 max(1 - 0.05 R(3 frames ago) / K, 0.1)
 SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__restrict power,
                                      const float *__restrict first, float *__restrict squared_gain,
-                                     float *__restrict over_noise, const float *__restrict last, float *__restrict newest,
-                                     const float *__restrict oldest) {
+                                     float *__restrict over_noise, const float *__restrict last,
+                                     float *__restrict newest, const float *__restrict oldest) {
   for (int32_t k = 0; k < kRefinedBins; ++k) {
     const float passed = first[k] * first[k];
     const float removed = 1.0f - passed;

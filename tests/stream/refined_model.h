@@ -1,5 +1,5 @@
-// The refined path once more, in double precision, off line and with a search of all delays: the
-// oracle of its tests. It has no protection against faults.
+// The refined path once more, in double precision and off line: the oracle of its tests. It has no
+// protection against faults.
 #ifndef TM_SE_BF_TESTS_STREAM_REFINED_MODEL_H
 #define TM_SE_BF_TESTS_STREAM_REFINED_MODEL_H
 
@@ -146,17 +146,17 @@ struct direction {
     ringing = by_bin([&](size_t k) { return std::max(0.7 * ringing[k], pwr[k]); });
     speech.hear(talk.frame > 16 ? share : wave(kBins), x, y);
     noise.hear(talk.frame > 4 ? wave(1.0 - talk.prob) : wave(kBins), x, y);
-    if (talk.frame % 10 == 6) {
+    if (talk.frame % 10 == 5) {
       coarse = search(-8, 8, 0.25, 0);
     }
-    if (talk.frame % 10 == 9 && talk.frame >= 29) {
+    if (talk.frame % 10 == 9 && talk.frame >= 39) {
       const double lowest = std::max(-8.0, coarse - 0.375);
       const double fine = search(lowest, lowest + 0.75, 0.125, 0.15);
       target = fine < 1e9 ? fine : target;
       delay = found ? delay : target;
       found = found || fine < 1e9;
     }
-    delay += 0.08 * (target - delay);
+    delay = std::abs(target - delay) < 0.001 ? target : delay + 0.08 * (target - delay);
   }
 };
 
