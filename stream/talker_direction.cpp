@@ -103,8 +103,8 @@ float likeness_to_voice(const talker_direction *d, const float *prob, const floa
   return share * share;
 }
 
-// w(speech) = v p max(1 - (lambda + 1.5 R) / P, 0), w(noise) = 1 - p; then R = max(0.7 R, P); each
-// average A = 0.998 A + 0.002 w a. v is in speech_counts.
+// w(speech) = b p max(1 - (lambda + 1.5 R) / P, 0), w(noise) = 1 - p; then R = max(0.7 R, P); each
+// average A = 0.998 A + 0.002 w a. b is in speech_counts.
 SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x0,
                                       const bin_spectrum *x1, const float *prob,
                                       const float *lambda, float speech_counts,
