@@ -132,8 +132,9 @@ void suppress(refined_path *path) {
   const float *noise = mcra_do_mcra(path->noise, path->mean_power);
   const float *prob = mcra_get_speech_prob(path->noise);
   const float *first = do_ss(path->first_gain, path->mean_power, noise, prob);
-  second_gain_frame(&path->second, path->mixed_power, first, path->squared_gain);
-  const float pause = pause_gain_frame(&path->pause, path->mixed_power, path->squared_gain);
+  second_gain_frame(&path->second, path->mixed_power, first, path->squared_gain, path->over_noise);
+  const float pause =
+      pause_gain_frame(&path->pause, path->mixed_power, path->over_noise, path->squared_gain);
   apply_gain(&path->mixed, path->squared_gain, pause, path->floor, path->packed);
 }
 

@@ -54,6 +54,7 @@ struct refined_path {
   float mixed_power[kRefinedBins];
   float mean_power[kRefinedBins];  // of the mean of the channels; with one channel of that
   float squared_gain[kRefinedBins];
+  float over_noise[kRefinedBins];  // mixed_power in units of the noise's
 };
 #pragma pack(pop)
 
