@@ -24,10 +24,14 @@ STREAM_RATES = (8000, 11025, 16000, 22050, 24000, 32000, 44100, 48000, 88200, 96
                 192000)
 COST_RATES = (16000, 48000)
 STREAM_MODES = (6001, 6002)
+REFINED = 1  # SE_BF_STREAM_REFINED
+BLOCK_MS = 20
 ARM = "aarch64-linux-gnu"
 TRANSFORMS = "spx_i?fft(?:_windowed)?"  # the functions that transform a frame, forward and back
+PROCESS = "se_bf_stream_process_s16"
 PER_FRAME = "instructions per frame"
 PER_SECOND = "instructions per second"
+PER_BLOCK = "instructions per 20 ms"
 COUNTS = "ratio of instructions"
 TIMES = "ratio of times"
 
@@ -37,7 +41,8 @@ TIMES = "ratio of times"
 # inverse transform of the library over those of another library. silence: digital silence after speech
 # over speech. denormals: operations on denormals in that silence. system: heap calls, system calls and
 # page faults after the first call. stream: the stream library, baseline build; cost: all of a
-# stream, by rate and mode; share: that over the core alone. rates: stereo down from 48 kHz and mono back up.
+# stream, by rate and mode; share: that over the core alone. refined: a stream in that mode at 16 kHz, per
+# 20 ms; worst: worst block of 20 ms over the median one. rates: stereo down from 48 kHz and mono back up.
 MEASURED = [
     ("instructions.baseline.{}", PER_FRAME, "callgrind", (36000, 42000, 66000),
      (30000, 34000, 52000)),
@@ -81,6 +86,10 @@ MEASURED = [
     *[(f"stream.cost.{rate}.{mode}", PER_SECOND, "callgrind")
       for rate in COST_RATES for mode in STREAM_MODES],
     *[(f"stream.share.avx2.{mode}", COUNTS, "callgrind") for mode in STREAM_MODES],
+    *[(f"refined.baseline.channels{channels}", PER_BLOCK, "callgrind") for channels in (1, 2)],
+    ("refined.avx2.channels1", PER_BLOCK, "callgrind", (27000,)),
+    ("refined.avx2.channels2", PER_BLOCK, "callgrind", (48000,)),
+    ("refined.avx2.worst", COUNTS, "callgrind", (1.25,)),
     ("rates.path", PER_SECOND, "callgrind"),
     ("rates.libsamplerate", PER_SECOND, "callgrind"),
     ("webrtc.suppression", PER_FRAME, "callgrind"),
@@ -147,16 +156,22 @@ def count_growth(tree):
     return figures
 
 
-def worst_call(tree, variant, mode):
+def worst_call(folder, function, library, *command):
     """Instructions of the worst call over those of the median call."""
-    with tempfile.TemporaryDirectory(dir=tree.builds) as calls:
-        collected(f"{calls}/call", tree.builds / variant, tree.drivers / "run_stream", mode,
-                  2 * COUNT_S, options=("--toggle-collect=se_bf_do", "--dump-after=se_bf_do"))
+    with tempfile.TemporaryDirectory(dir=folder) as calls:
+        collected(f"{calls}/call", library, *command,
+                  options=(f"--toggle-collect={function}", f"--dump-after={function}"))
         # One file per call; the last file is empty, because nothing follows the last call.
         counts = [int(only(r"^totals: (\d+)", path.read_text()))
                   for path in pathlib.Path(calls).iterdir()]
     counts = [count for count in counts if count > 0]
-    return {f"worst.{variant}.{mode}": f"{max(counts) / statistics.median(counts):.3f}"}
+    return f"{max(counts) / statistics.median(counts):.3f}"
+
+
+def count_worst(tree, variant, mode):
+    worst = worst_call(tree.builds, "se_bf_do", tree.builds / variant, tree.drivers / "run_stream",
+                       mode, 2 * COUNT_S)
+    return {f"worst.{variant}.{mode}": worst}
 
 
 def count_arm(tree):
@@ -195,12 +210,28 @@ def count_webrtc(tree):
             "webrtc.beamformer": per_audio_of_a_frame("beamformer") - caller}
 
 
-def stream_cost(library, driver, mode, rate):
-    """Instructions per second of all that a stream does."""
-    short, long = (collected(os.devnull, library, driver, mode, seconds, rate,
-                             options=("--toggle-collect=se_bf_stream_process_s16",))
+def stream_cost(library, driver, mode, rate, *more):
+    """Instructions per second of all that a stream does; more: channels and milliseconds a call."""
+    short, long = (collected(os.devnull, library, driver, mode, seconds, rate, *more,
+                             options=(f"--toggle-collect={PROCESS}",))
                    for seconds in (COUNT_S, 2 * COUNT_S))
     return (long - short) // COUNT_S
+
+
+def count_refined(tree):
+    """By channels, and the worst block."""
+    driver = tree.builds / "stream_use"
+    figures = {}
+    for variant in ("baseline", "avx2") if has_avx2() else ("baseline",):
+        library = tree.builds / variant
+        build_stream_use(library, driver)
+        for channels in (1, 2):
+            cost = stream_cost(library, driver, REFINED, RATE_HZ, channels, BLOCK_MS)
+            figures[f"refined.{variant}.channels{channels}"] = cost * BLOCK_MS // 1000
+    if has_avx2():
+        figures["refined.avx2.worst"] = worst_call(tree.builds, PROCESS, library, driver, REFINED,
+                                                   2 * COUNT_S, RATE_HZ, 2, BLOCK_MS)
+    return figures
 
 
 def count_streams(tree):
@@ -371,17 +402,17 @@ def measure_memory(tree):
 def measure(tree, once):
     """All figures of a tree; what cannot be measured is reported and left out. once: with the figures
     that only one tree needs."""
-    parts = [(count_variant, "baseline"), (worst_call, "baseline", 6001),
-             (worst_call, "baseline", 6002)]
+    parts = [(count_variant, "baseline"), (count_worst, "baseline", 6001),
+             (count_worst, "baseline", 6002)]
     if has_avx2():
-        parts += [(count_variant, "avx"), (count_variant, "avx2"), (worst_call, "avx2", 6002)]
+        parts += [(count_variant, "avx"), (count_variant, "avx2"), (count_worst, "avx2", 6002)]
     else:
         note("AVX2: skipped, this processor has none")
     parts += [(part,) for part in (count_arm, measure_silence, count_denormals, count_system,
                                    measure_sizes, measure_memory, time_transforms)]
     if once:
-        parts += [(part,) for part in (count_growth, count_streams, count_rates, measure_streams,
-                                       count_webrtc)]
+        parts += [(part,) for part in (count_growth, count_streams, count_refined, count_rates,
+                                       measure_streams, count_webrtc)]
     figures = {}
     for part, *words in parts:
         note(" ".join(map(str, [part.__name__, *words])))

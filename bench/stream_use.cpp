@@ -1,8 +1,8 @@
 // What a stream takes, through its public interface.
 //
-// stream_use: prints latency and memory by rate. stream_use MODE SECONDS [RATE]: passes sound in
-// blocks of 10 ms, for callgrind; RECORDING in the environment names it, and it is played at any
-// rate.
+// stream_use: prints latency and memory by rate. stream_use MODE SECONDS [RATE [CHANNELS [MS]]]:
+// passes sound in blocks of MS milliseconds (10), for callgrind; RECORDING in the environment names
+// it, and it is played at any rate.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,10 +26,13 @@ constexpr int32_t kRates[] = {8000,  11025, 16000, 22050,  24000,  32000, 44100,
 
 size_t requested;  // bytes, by the functions that the library calls
 
-se_bf_stream *open_stream(int32_t mode, int32_t rate) {
+constexpr int32_t kDefaultBlockMs = 10;
+
+se_bf_stream *open_stream(int32_t mode, int32_t rate, int32_t channels) {
   se_bf_stream_config config;
   se_bf_stream_config_init(&config);
   config.rate = rate;
+  config.channels = channels;
   config.mode = mode;
   const char *error = nullptr;
   se_bf_stream *stream = se_bf_stream_open(&config, &error);
@@ -43,21 +46,21 @@ se_bf_stream *open_stream(int32_t mode, int32_t rate) {
 void print_rates() {
   for (const int32_t rate : kRates) {
     const size_t before = requested;
-    se_bf_stream *stream = open_stream(SE_BF_STREAM_AUTO, rate);
+    se_bf_stream *stream = open_stream(SE_BF_STREAM_AUTO, rate, kRecordedChannels);
     std::fprintf(stderr, "stream.latency.%d %d\n", rate, se_bf_stream_latency(stream));
     std::fprintf(stderr, "stream.memory.%d %zu\n", rate, requested - before);
     se_bf_stream_close(stream);
   }
 }
 
-void play(int32_t mode, int32_t seconds, int32_t rate) {
-  const int32_t frames = rate / 100;
-  std::vector<int16_t> in(static_cast<size_t>(frames * kRecordedChannels));
+void play(int32_t mode, int32_t seconds, int32_t rate, int32_t channels, int32_t block_ms) {
+  const int32_t frames = rate * block_ms / 1000;
+  std::vector<int16_t> in(static_cast<size_t>(frames * channels));
   std::vector<int16_t> out(static_cast<size_t>(frames));
   recording speech = open_recording();
-  se_bf_stream *stream = open_stream(mode, rate);
-  for (int32_t call = 0; call < seconds * 100; ++call) {
-    next_block(&speech, frames, kRecordedChannels, in.data());
+  se_bf_stream *stream = open_stream(mode, rate, channels);
+  for (int32_t call = 0; call < seconds * 1000 / block_ms; ++call) {
+    next_block(&speech, frames, channels, in.data());
     se_bf_stream_process_s16(stream, in.data(), static_cast<size_t>(frames), out.data());
   }
   se_bf_stream_close(stream);
@@ -79,7 +82,8 @@ int main(int argc, char **argv) {
   if (argc < 3) {
     print_rates();
   } else {
-    play(argument(argc, argv, 1, 0), argument(argc, argv, 2, 0), argument(argc, argv, 3, kRate));
+    play(argument(argc, argv, 1, 0), argument(argc, argv, 2, 0), argument(argc, argv, 3, kRate),
+         argument(argc, argv, 4, kRecordedChannels), argument(argc, argv, 5, kDefaultBlockMs));
   }
   return 0;
 }

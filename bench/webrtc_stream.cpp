@@ -1,8 +1,8 @@
 // Runs the workload of run_stream through the packaged WebRTC audio processing, for comparison.
 //
-// webrtc_stream WHAT SECONDS: WHAT is "caller" (blocks made, nothing processed), "ns" (noise
+// webrtc_stream WHAT SECONDS [OUT]: WHAT is "caller" (blocks made, nothing processed), "ns" (noise
 // suppression alone, one channel) or "beamformer" (two microphones 6 cm apart, followed by noise
-// suppression).
+// suppression). The output goes to the file OUT as raw floats.
 #include <webrtc/modules/audio_processing/include/audio_processing.h>
 #include <webrtc/modules/interface/module_common_types.h>
 
@@ -61,6 +61,11 @@ int main(int argc, char **argv) {
   recording speech = open_recording();
   const std::unique_ptr<webrtc::AudioProcessing> processing = open_processing(beamform);
 
+  std::FILE *output = argc > 3 ? std::fopen(argv[3], "wb") : nullptr;
+  if (argc > 3 && output == nullptr) {
+    std::fprintf(stderr, "webrtc_stream: %s cannot be written\n", argv[3]);
+    return 1;
+  }
   std::vector<int16_t> block(static_cast<size_t>(kBlock * channels));
   std::vector<float> first(kBlock);
   std::vector<float> second(kBlock);
@@ -73,6 +78,13 @@ int main(int argc, char **argv) {
       std::fprintf(stderr, "webrtc_stream: ProcessStream failed with %d\n", error);
       return 1;
     }
+    if (output != nullptr) {
+      std::fwrite(first.data(), sizeof(float), first.size(), output);
+    }
+  }
+  if (output != nullptr && std::fclose(output) != 0) {
+    std::fprintf(stderr, "webrtc_stream: %s cannot be written\n", argv[3]);
+    return 1;
   }
   std::fprintf(stderr, "last %.6f\n", static_cast<double>(first[0]));
   return 0;

@@ -8,6 +8,8 @@ add_library(tm_se_bf_stream_objects OBJECT
   stream/history.cpp
   stream/fixed_maths.cpp
   stream/phase_ramp.cpp
+  stream/copy_watch.cpp
+  stream/block_facts.cpp
   stream/channel_guard.cpp
   stream/talker_direction.cpp
   stream/channel_mix.cpp

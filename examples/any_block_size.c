@@ -44,7 +44,6 @@ int main(int argc, char **argv) {
   se_bf_stream_config config;
   se_bf_stream_config_init(&config);
   config.rate = (int32_t)atol(argv[3]);
-  config.mode = SE_BF_MODE_MVDR;
   const char *error = NULL;
   se_bf_stream *stream = se_bf_stream_open(&config, &error);
   if (stream == NULL) {

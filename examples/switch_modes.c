@@ -1,5 +1,5 @@
-/* Changes the mode while the sound goes on: beamformer, one microphone as it is, noise suppression,
- * mean, 0.8 s each, over and over.
+/* Changes the mode while the sound goes on: the best quality, one microphone as it is, noise
+ * suppression, beamformer, 0.8 s each, over and over.
  *
  *     cc switch_modes.c -o switch_modes -ltm_se_bf_stream
  *
@@ -15,8 +15,8 @@
 /* MAX_LATENCY: samples at any rate. */
 enum { CHANNELS = 2, FRAMES = 480, FRAMES_PER_MODE = 12800, MAX_LATENCY = 10000 };
 
-static const int32_t MODES[] = {SE_BF_MODE_MVDR, SE_BF_MODE_MONO, SE_BF_MODE_OMLSA,
-                                SE_BF_MODE_MEAN};
+static const int32_t MODES[] = {SE_BF_STREAM_REFINED, SE_BF_MODE_MONO, SE_BF_MODE_OMLSA,
+                                SE_BF_MODE_MVDR};
 enum { MODE_COUNT = sizeof MODES / sizeof MODES[0] };
 
 static int fail(const char *what) {
@@ -52,7 +52,7 @@ int main(int argc, char **argv) {
   }
   se_bf_stream_config config;
   se_bf_stream_config_init(&config);
-  config.mode = SE_BF_MODE_MVDR;
+  config.mode = MODES[0];
   const char *error = NULL;
   se_bf_stream *stream = se_bf_stream_open(&config, &error);
   if (stream == NULL) {

@@ -60,7 +60,6 @@ static int open_job(job *j, const char *path) {
   se_bf_stream_config config;
   se_bf_stream_config_init(&config);
   config.rate = RATE;
-  config.mode = SE_BF_MODE_MVDR;
   config.on_event = note;
   config.user = j;
   const char *error = NULL;
@@ -79,8 +78,7 @@ static void print_events(const job *j) {
     if (event->kind == SE_BF_STREAM_DEAD) {
       printf("%s: microphone %d is dead since %.2f s\n", j->name, (int)event->mic, since);
     } else if (event->kind == SE_BF_STREAM_HEALED) {
-      printf("%s: both microphones are sound since %.2f s, %s\n", j->name, since,
-             event->beamforming ? "the beamformer takes over again" : "no beamformer");
+      printf("%s: both microphones are sound since %.2f s\n", j->name, since);
     } else {
       printf("%s: event %d since %.2f s\n", j->name, (int)event->kind, since);
     }

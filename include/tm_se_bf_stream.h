@@ -16,10 +16,11 @@
  * @par Samples
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
- * before, that louder floats saturate. The band above 8 kHz is never louder than in the input; at
- * rates other than 16 kHz the input is limited to 60 dB above full scale. At 16 kHz nothing else
- * changes a bit: a `plain` stream in a mode of the core gives the samples of se_bf_do (see
- * tm_se_bf.h) with 320 samples a call.
+ * before, that louder floats saturate. What the shielded beamformer gives is up to 3 dB louder than
+ * its input: floats then exceed full scale, and 16 bits saturate. The band above 8 kHz is never
+ * louder than in the input; at rates other than 16 kHz the input is limited to 60 dB above full
+ * scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core gives the
+ * samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of
@@ -35,17 +36,21 @@
  * - Digital silence in both channels, beyond what empties the signal path, is bridged: the output
  *   is silence, and the noise estimate and the beamformer stay as they were.
  * - SE_BF_STREAM_REFINED leaves a dead microphone out at once, takes it back at once, and matches
- *   levels that differ. Of channels that carry the same sound but for a factor, such as one input
- *   with reversed polarity, it uses the louder alone.
- * - A dead microphone, or identical channels, make the beamformer suppress noise as with one
+ *   levels that differ.
+ * - Channels that carry the same sound but for a factor, such as one input with reversed polarity,
+ *   are one microphone: the louder one is used alone. SE_BF_STREAM_REFINED does this with `plain`,
+ *   too.
+ * - A microphone that gives zeros is left out at once.
+ * - A dead microphone, identical or copied channels make the beamformer suppress noise as with one
  *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
- *   takes over again.
- * - SE_BF_MODE_MEAN gives the mean of the microphones that work. A plain stream suppresses noise
- *   while one is dead or both channels are identical, also in this mode.
+ *   takes over again. SE_BF_MODE_OMLSA, too, comes back to both microphones in this way.
+ * - The beamformer has headroom: it does not clip where it is louder than its input.
+ * - SE_BF_MODE_MEAN gives the mean of the microphones that work, at once. A plain stream suppresses
+ * noise while one is dead or both channels are identical, also in this mode.
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
  *
  * @par Memory and real time
- * se_bf_stream_open allocates everything, 276 KiB at 16 kHz and 0.3 to 1.8 MB at other rates, for
+ * se_bf_stream_open allocates everything, 278 KiB at 16 kHz and 0.3 to 1.8 MB at other rates, for
  * which it also computes filters (a few milliseconds). No function but open and close calls the
  * heap or the operating system, takes a lock or prints. se_bf_stream_reset sets up an instance of
  * the core, about the work of 13 blocks of 20 ms. After a change, and after a microphone has
@@ -97,7 +102,8 @@ extern "C" {
 
 /** Modes besides SE_BF_MODE_*. */
 enum {
-  SE_BF_STREAM_AUTO = 0,   /**< what suits most callers; noise suppression, SE_BF_MODE_OMLSA */
+  SE_BF_STREAM_AUTO = 0,   /**< what suits most callers: the same as SE_BF_STREAM_REFINED with hop
+                                0 or 320, and as SE_BF_MODE_OMLSA with other hops */
   SE_BF_STREAM_REFINED = 1 /**< the best quality, hop 320 only: finds the talker, aligns the
                                 microphones on him, suppresses noise in two steps and late
                                 reverberation a little */
@@ -116,7 +122,9 @@ enum {
   SE_BF_STREAM_EQUAL_LEVELS = 2, /**< different channels met at one level (plain MEAN, MVDR only) */
   SE_BF_STREAM_SILENT = 3,       /**< both channels are digital silence (plain MEAN, MVDR only) */
   SE_BF_STREAM_HEALED = 4,       /**< both microphones have been sound for 2 s */
-  SE_BF_STREAM_NOT_FINITE = 5    /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_NOT_FINITE = 5,   /**< samples that are no numbers, told once in 20 ms */
+  SE_BF_STREAM_COPIES = 6        /**< both channels carry the same sound but for a factor; told in
+                                      every mode but MONO, unless `plain`; REFINED always tells */
 };
 
 /** Results of se_bf_stream_change and se_bf_stream_direction besides 0. */
@@ -138,11 +146,13 @@ typedef struct se_bf_stream se_bf_stream;
  * Those of NOT_FINITE are exact. The others count blocks of 20 ms: `since` is within 20 ms at
  * 16 kHz, and within 30 ms at other rates.
  *
- * A dead microphone is found 0.4 to 0.9 s after it died, identical channels after 2 to 3.2 s. What
- * ends sooner gives no event. */
+ * A dead microphone is found 0.4 to 0.9 s after it died, identical channels after 2 to 3.2 s.
+ * Copied channels are found after 0.2 s of sound where they differ by less than -40 dB but for the
+ * factor, after 1.2 s where that is -30 dB. What ends sooner gives no event. */
 typedef struct se_bf_stream_event {
   int32_t kind;        /**< SE_BF_STREAM_DEAD ... SE_BF_STREAM_NOT_FINITE */
-  int32_t mic;         /**< DEAD: microphone 0 or 1; NOT_FINITE: that of the first such sample */
+  int32_t mic;         /**< DEAD: microphone 0 or 1; NOT_FINITE: that of the first such sample;
+                            COPIES: the louder one, which is used alone */
   int64_t time;        /**< first sample of the 20 ms in which it was found */
   int64_t since;       /**< start of the block of 20 ms in which it began, as far as the sound
                             before tells; for NOT_FINITE the first such sample */
@@ -165,7 +175,7 @@ typedef struct se_bf_stream_config {
    * SE_BF_STREAM_AUTO. */
   int32_t mode;
   /** Analysis hop in samples at 16 kHz: 160, 192, 320, or 0 for 320. Default: 0.
-   * SE_BF_STREAM_REFINED takes 0 and 320. */
+   * SE_BF_STREAM_REFINED takes 0 and 320; SE_BF_STREAM_AUTO takes all. */
   int32_t hop;
   /** Spacing of the microphones in metres, 0 to 10; 0: the direction is unknown. It and `doa` count
    * in SE_BF_MODE_MVDR and the refined path alone. Default: 0. */
@@ -194,9 +204,9 @@ typedef struct se_bf_stream_config {
 /** Where the talker is, as SE_BF_STREAM_REFINED with two channels knows it. */
 typedef struct se_bf_stream_direction_info {
   float delay_us;   /**< by which he is heard later at microphone 1 than at microphone 0 */
-  float confidence; /**< 0: nothing found yet, the microphones are mixed without delay; up to 1: all
-                         frequencies agree. Below 0.15 a search has no effect. 1 where mic_distance
-                         and doa say it */
+  float confidence; /**< 0: nothing found yet, the microphones are mixed without delay, or with that
+                         of the setting before; up to 1: all frequencies agree. Below 0.15 a search
+                         has no effect. 1 where mic_distance and doa say it */
   float degrees;    /**< the same direction as in `doa`; NaN where mic_distance is 0 */
   int32_t alone;    /**< microphone that is used alone, because the other one is dead or both carry
                          the same sound but for a factor; -1: both are used */
@@ -246,7 +256,9 @@ SE_BF_API size_t se_bf_stream_finish_f32(se_bf_stream *stream, float *out);
  * meanwhile is started then, the newest alone: a direction that keeps moving is followed half a
  * second to a second late. If they have gone back to the setting that is heard, it stays. The
  * latency stays, too: SE_BF_MODE_MONO is delayed like the rest. Only a stream that was opened plain
- * in SE_BF_MODE_MONO cannot change to other modes. full_band, on_event and user change at once. */
+ * in SE_BF_MODE_MONO cannot change to other modes. full_band, max_attenuation_db, on_event and user
+ * change at once. From one refined setting to another the stream keeps what it knows of the
+ * talker's direction and of the microphones' levels. */
 SE_BF_API int32_t se_bf_stream_change(se_bf_stream *stream, const se_bf_stream_config *config);
 
 /** Tells where the talker is. Returns 0, or SE_BF_STREAM_ERROR_NULL, or SE_BF_STREAM_ERROR_MODE

@@ -12,6 +12,31 @@ namespace {
 
 constexpr size_t kMaxChannels = 1024;  // more than a sound file holds
 
+// Options that mode or hop exclude.
+std::string check_mode(const CLI::App *command, enhance_options *options) {
+  const int32_t mode = scene_mode_chosen(options->mode, options->hop);
+  const std::string hop = "hop " + std::to_string(kStreamDefaultHop);
+  if (mode == SE_BF_STREAM_REFINED && options->hop != kStreamDefaultHop) {
+    return "mode refined has " + hop + " alone; leave out --hop, or give another mode";
+  }
+  if (command->count("--max-attenuation") > 0 && mode != SE_BF_STREAM_REFINED) {
+    return "--max-attenuation is for mode refined at " + hop + ", not for mode " +
+           scene_mode_name(options->mode) + " at hop " + std::to_string(options->hop);
+  }
+  if (command->count("--doa") > 0 && options->mic_distance_m == 0.0f) {
+    return "--doa needs --mic-distance: the spacing of the microphones, in metres";
+  }
+  if (command->count("--doa") == 0 && options->mic_distance_m > 0.0f) {
+    options->doa_deg = NAN;
+    return mode == SE_BF_STREAM_REFINED
+               ? ""
+               : "--mic-distance needs --doa in mode " + scene_mode_name(mode) +
+                     ": the direction of the talker, in degrees, 90 for in front; leave out both "
+                     "where it is not known";
+  }
+  return "";
+}
+
 }  // namespace
 
 std::string check_range(const std::string &text, double low, double high) {
@@ -64,13 +89,10 @@ std::string check_places(const batch_options *batch, enhance_options *options) {
   return "";
 }
 
-std::string check_pairs(const CLI::App *command, const enhance_options *options) {
-  if (command->count("--doa") > 0 && options->mic_distance_m == 0.0f) {
-    return "--doa needs --mic-distance: the spacing of the microphones, in metres";
-  }
-  if (command->count("--doa") == 0 && options->mic_distance_m > 0.0f) {
-    return "--mic-distance needs --doa: the direction of the talker, in degrees, 90 for in front; "
-           "leave out both where it is not known";
+std::string check_pairs(const CLI::App *command, enhance_options *options) {
+  std::string wrong = check_mode(command, options);
+  if (!wrong.empty()) {
+    return wrong;
   }
   const CLI::Option *raw = command->get_option_no_throw("--raw-channels");
   if (raw != nullptr && raw->count() > 0 && options->in != "-") {

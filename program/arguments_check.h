@@ -22,7 +22,8 @@ std::string check_channels(const std::string &text, std::vector<size_t> *channel
 // Takes IN and OUT from the places, of which there may be any number with --out-dir.
 std::string check_places(const batch_options *batch, enhance_options *options);
 
-// Options that need another one, after check_places. `command` has been parsed.
-std::string check_pairs(const CLI::App *command, const enhance_options *options);
+// Options that need another one, after check_places. `command` has been parsed. A spacing without
+// a direction has the talker searched.
+std::string check_pairs(const CLI::App *command, enhance_options *options);
 
 #endif  // SE_BF_ARGUMENTS_CHECK_H

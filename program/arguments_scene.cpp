@@ -23,8 +23,7 @@ std::string mode_help() {
   for (const scene_mode &mode : kModes) {
     text += (text.empty() ? "" : "; ") + std::string(mode.name) + ": " + mode.what;
   }
-  return text +
-         ". Default: mvdr for two channels, omlsa for one, where the only modes are omlsa and mono";
+  return text + ". Default: auto. With one channel mean and mvdr become omlsa";
 }
 
 void declare_geometry(CLI::App *command, enhance_options *options) {
@@ -32,8 +31,10 @@ void declare_geometry(CLI::App *command, enhance_options *options) {
     return check_range(text, 0.0, kMaxDistanceM);
   };
   command
-      ->add_option("--mic-distance", options->mic_distance_m,
-                   "spacing of the microphones; 0: unknown, no direction is preferred; needs --doa")
+      ->add_option(
+          "--mic-distance", options->mic_distance_m,
+          "spacing of the microphones; 0: unknown; needs --doa, except in mode refined, which "
+          "finds the direction and then tells it in degrees")
       ->check(distance)
       ->capture_default_str()
       ->type_name("METRES");
@@ -44,9 +45,31 @@ void declare_geometry(CLI::App *command, enhance_options *options) {
       ->add_option("--doa", options->doa_deg,
                    "direction of the talker: 0 is on the line of the microphones on the side of "
                    "microphone 0, 90 is broadside, 180 is on the side of microphone 1; needs "
-                   "--mic-distance")
+                   "--mic-distance; without both, mode refined finds it")
       ->check(angle)
       ->type_name("DEGREES");
+}
+
+void declare_levels(CLI::App *command, enhance_options *options) {
+  const auto limit = [](const std::string &text) {
+    return check_range(text, 0.0, kMaxAttenuationDb);
+  };
+  command
+      ->add_option("--max-attenuation", options->max_attenuation_db,
+                   "most by which mode refined turns a sound down; 0: no limit")
+      ->check(limit)
+      ->capture_default_str()
+      ->type_name("DB");
+  const auto gain = [](const std::string &text) {
+    return check_range(text, -kMaxGainDb, kMaxGainDb);
+  };
+  command
+      ->add_option("--gain", options->gain_db,
+                   "amplification of the input; mvdr is 3 dB louder than one microphone; a "
+                   "negative gain prevents clipping")
+      ->check(gain)
+      ->capture_default_str()
+      ->type_name("DB");
 }
 
 }  // namespace
@@ -81,14 +104,5 @@ void arguments_declare_scene(CLI::App *command, enhance_options *options) {
       ->type_name("");
   declare_geometry(command, options);
   arguments_declare_hop(command, &options->hop);
-  const auto gain = [](const std::string &text) {
-    return check_range(text, -kMaxGainDb, kMaxGainDb);
-  };
-  command
-      ->add_option("--gain", options->gain_db,
-                   "amplification of the input; mvdr is 3 dB louder than one microphone; a "
-                   "negative gain prevents clipping")
-      ->check(gain)
-      ->capture_default_str()
-      ->type_name("DB");
+  declare_levels(command, options);
 }

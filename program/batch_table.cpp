@@ -30,7 +30,7 @@ std::string fill(const std::string &text, size_t width) {
 std::string figures_text(const enhance_figures *figures) {
   char text[kFiguresLen];
   const double duration = figures->duration_s;
-  std::snprintf(text, sizeof text, " %9.2f  %-5s %9.4f %8lld %8lld", duration,
+  std::snprintf(text, sizeof text, " %9.2f  %-7s %9.4f %8lld %8lld", duration,
                 scene_mode_name(figures->mode).c_str(),
                 duration > 0.0 ? figures->computing_s / duration : 0.0,
                 static_cast<long long>(figures->clipped_in),
@@ -72,7 +72,7 @@ size_t table_count(const std::vector<batch_file> &files, batch_state state) {
 
 bool table_print(const std::vector<batch_file> &files, const enhance_figures *figures) {
   char heading[kFiguresLen];
-  std::snprintf(heading, sizeof heading, " %9s  %-5s %9s %8s %8s\n", "seconds", "mode", "real-time",
+  std::snprintf(heading, sizeof heading, " %9s  %-7s %9s %8s %8s\n", "seconds", "mode", "real-time",
                 "clip in", "clip out");
   std::string table = fill("file", kNameWidth) + "  " + fill("result", kResultWidth) + heading;
   for (size_t i = 0; i < files.size(); ++i) {

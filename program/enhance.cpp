@@ -19,7 +19,8 @@
 
 namespace {
 
-constexpr size_t kChunkFrames = 4096;  // taken through the stream at a time
+constexpr size_t kChunkFrames = 4096;      // taken through the stream at a time
+constexpr float kLeastConfidence = 0.15f;  // as the header of the streams says
 constexpr float kDecibelBase = 10.0f;
 constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
 
@@ -34,25 +35,27 @@ struct enhance_job {
   int64_t samples_in;  // per channel
   fault_report faults;
   double started_at;  // report_processor_time()
-  bool interrupted;   // a signal ended the input
-  bool kept;          // the output is complete
+  se_bf_stream_direction_info talker;
+  bool searched;     // what became of the search for the talker is in `talker`
+  bool interrupted;  // a signal ended the input
+  bool kept;         // the output is complete
 };
 
-// One channel is taken through noise suppression, or copied.
+// One channel has neither a mean nor a beamformer.
 void choose_mode(enhance_job *job) {
-  const int32_t asked = job->options->mode;
+  const int32_t asked = scene_mode_chosen(job->options->mode, job->options->hop);
   const bool single = job->source.picks.size() == 1;
-  job->mode = single && asked != SE_BF_MODE_MONO ? SE_BF_MODE_OMLSA
-              : asked == kModeByChannels         ? SE_BF_MODE_MVDR
-                                                 : asked;
+  const bool combines = asked == SE_BF_MODE_MEAN || asked == SE_BF_MODE_MVDR;
+  const bool directed = asked == SE_BF_STREAM_REFINED || asked == SE_BF_MODE_MVDR;
+  job->mode = single && combines ? static_cast<int32_t>(SE_BF_MODE_OMLSA) : asked;
   const std::string name = scene_mode_name(job->mode);
-  if (asked != kModeByChannels && asked != job->mode) {
+  if (asked != job->mode) {
     report_line("warning: one channel is enhanced in mode " + name + "; mode " +
                 scene_mode_name(asked) + " needs two channels");
-  } else if (job->mode != SE_BF_MODE_MVDR && job->options->mic_distance_m > 0.0f) {
+  } else if ((single || !directed) && job->options->mic_distance_m > 0.0f) {
     report_line("warning: --mic-distance and --doa have no effect " +
                 (single ? "on the one channel of " + job->source.input.name : "in mode " + name) +
-                "; only mode " + scene_mode_name(SE_BF_MODE_MVDR) + " has a direction");
+                "; only the modes refined and mvdr have a direction, with two channels");
   }
 }
 
@@ -69,6 +72,7 @@ bool open_stream(enhance_job *job) {
   config.hop = options->hop;
   config.mic_distance = options->mic_distance_m;
   config.doa = options->doa_deg;
+  config.max_attenuation_db = options->max_attenuation_db;
   // A plain stream would suppress noise in the one channel that mode mono copies.
   config.plain = options->plain && (config.channels == 2 || job->mode != SE_BF_MODE_MONO) ? 1 : 0;
   // Output at 16 kHz holds nothing above 8 kHz.
@@ -122,6 +126,9 @@ bool stream(enhance_job *job) {
   if (job->interrupted && !keep) {
     return false;
   }
+  // Before the end of the stream, which forgets the talker.
+  job->searched = se_bf_stream_direction(job->engine, &job->talker) == 0 &&
+                  (job->options->mic_distance_m == 0.0f || std::isnan(job->options->doa_deg));
   // Sound that was read before a failure is kept.
   const sound_input *input = &job->source.input;
   if (input->frames_read == 0 && !input->failure.empty()) {
@@ -138,6 +145,22 @@ void keep_figures(enhance_job *job) {
   figures->mode = job->mode;
 }
 
+// Where the talker was at the end.
+std::string describe_talker(const se_bf_stream_direction_info *talker) {
+  if (talker->alone >= 0) {
+    return "not searched, microphone " + std::to_string(talker->alone) + " is used alone";
+  }
+  if (talker->confidence < kLeastConfidence) {
+    return "not found";
+  }
+  const std::string found = "delay " + report_number(static_cast<double>(talker->delay_us), 0) +
+                            " us, confidence " +
+                            report_number(static_cast<double>(talker->confidence), 2);
+  return std::isnan(talker->degrees)
+             ? found
+             : report_number(static_cast<double>(talker->degrees), 0) + " degrees (" + found + ")";
+}
+
 void summarise(const enhance_job *job) {
   const enhance_figures *figures = job->figures;
   const double duration = figures->duration_s;
@@ -145,9 +168,9 @@ void summarise(const enhance_job *job) {
   report_line(report_number(duration, 2) + " s enhanced in " +
               report_number(figures->computing_s, 2) + " s of computing (real-time factor " +
               report_number(factor, 4) + "), mode " + scene_mode_name(job->mode) + ", hop " +
-              std::to_string(job->options->hop) +
-              ", clipped samples: " + std::to_string(figures->clipped_in) + " in, " +
-              std::to_string(figures->clipped_out) + " out");
+              std::to_string(job->options->hop) + ", clipped samples: " +
+              std::to_string(figures->clipped_in) + " in, " + std::to_string(figures->clipped_out) +
+              " out" + (job->searched ? ", talker: " + describe_talker(&job->talker) : ""));
 }
 
 // Faults of the input that did not stop the work.

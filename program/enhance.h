@@ -15,7 +15,7 @@ struct enhance_figures {
   double computing_s;             // processor time taken
   int64_t clipped_in;             // samples at full scale, after the gain
   int64_t clipped_out;
-  int32_t mode;  // that ran, SE_BF_MODE_*
+  int32_t mode;  // that ran, SE_BF_STREAM_REFINED or SE_BF_MODE_*
   bool cut_off;  // the input holds less than it announces
 };
 

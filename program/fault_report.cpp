@@ -20,6 +20,10 @@ std::string describe(const fault_report *report, const se_bf_stream_event *event
     case SE_BF_STREAM_IDENTICAL:
       return "warning: the two channels of " + report->input + " are identical from " + since +
              " on; they count as one microphone";
+    case SE_BF_STREAM_COPIES:
+      return "warning: the two channels of " + report->input +
+             " carry the same sound but for a factor from " + since +
+             " on; the louder one, microphone " + std::to_string(event->mic) + ", is used alone";
     case SE_BF_STREAM_SILENT:
       return "warning: both microphones are silent from " + since +
              " on, which counts as a fault with --plain";

@@ -1,6 +1,7 @@
 // What the user asked for on the command line, as text.
 #include "options.h"
 
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -17,14 +18,16 @@ std::string number(float value) {
 }  // namespace
 
 std::string options_of_sound(const enhance_options *options) {
-  const std::string mode = scene_mode_name(options->mode);
+  const std::string mode = scene_mode_name(scene_mode_chosen(options->mode, options->hop));
+  const std::string doa = std::isnan(options->doa_deg) ? "searched" : number(options->doa_deg);
+  const float limit = options->max_attenuation_db;
   std::string channels;
   for (const size_t channel : options->channels) {
     channels += (channels.empty() ? "" : ",") + std::to_string(channel);
   }
-  return "mode " + (mode.empty() ? "by channels" : mode) + ", hop " + std::to_string(options->hop) +
-         ", distance " + number(options->mic_distance_m) + ", doa " + number(options->doa_deg) +
-         ", gain " + number(options->gain_db) + ", channels " +
-         (channels.empty() ? "all" : channels) + (options->plain ? ", plain" : "") +
-         (options->full_band ? "" : ", no full band");
+  return "mode " + mode + ", hop " + std::to_string(options->hop) + ", distance " +
+         number(options->mic_distance_m) + ", doa " + doa + ", gain " + number(options->gain_db) +
+         ", channels " + (channels.empty() ? "all" : channels) +
+         (limit > 0.0f ? ", max attenuation " + number(limit) : "") +
+         (options->plain ? ", plain" : "") + (options->full_band ? "" : ", no full band");
 }

@@ -9,21 +9,22 @@
 #include "scene.h"
 
 struct enhance_options {
-  std::string in;                  // path, or "-" for standard input
-  std::string out;                 // path, or "-" for standard output
-  std::string format;              // name, of output that has no extension; empty: raw PCM
-  int32_t mode = kModeByChannels;  // SE_BF_MODE_*
-  float mic_distance_m = 0.0f;     // 0: uniform steering
-  float doa_deg = 0.0f;
-  int hop = kStreamDefaultHop;   // samples
-  float gain_db = 0.0f;          // applied to the input
-  std::vector<size_t> channels;  // zero-based picks; empty: all
-  int raw_rate_hz = kRateHz;     // of raw PCM, in and out
-  size_t raw_channels = 0;       // of raw PCM on standard input; 0: it carries a sound file
-  bool plain = false;            // no shielding
-  bool full_band = true;         // keeps what lies above 8 kHz
-  bool raw_own_rate = false;     // raw output has the rate of the input, not raw_rate_hz
-  bool quiet = false;            // neither progress bar nor summary
+  std::string in;                    // path, or "-" for standard input
+  std::string out;                   // path, or "-" for standard output
+  std::string format;                // name, of output that has no extension; empty: raw PCM
+  int32_t mode = SE_BF_STREAM_AUTO;  // SE_BF_STREAM_* or SE_BF_MODE_*
+  float mic_distance_m = 0.0f;       // 0: unknown
+  float doa_deg = 0.0f;              // NaN: searched, with a known distance
+  int hop = kStreamDefaultHop;       // samples
+  float max_attenuation_db = 0.0f;   // 0: no limit
+  float gain_db = 0.0f;              // applied to the input
+  std::vector<size_t> channels;      // zero-based picks; empty: all
+  int raw_rate_hz = kRateHz;         // of raw PCM, in and out
+  size_t raw_channels = 0;           // of raw PCM on standard input; 0: it carries a sound file
+  bool plain = false;                // no shielding
+  bool full_band = true;             // keeps what lies above 8 kHz
+  bool raw_own_rate = false;         // raw output has the rate of the input, not raw_rate_hz
+  bool quiet = false;                // neither progress bar nor summary
 };
 
 // The options that the sound of a result depends on, as one line: equal lines mean equal sound.

@@ -7,7 +7,7 @@ int32_t scene_mode_named(const std::string &name) {
       return mode.value;
     }
   }
-  return kModeByChannels;
+  return SE_BF_STREAM_AUTO;
 }
 
 std::string scene_mode_name(int32_t mode) {
@@ -17,4 +17,10 @@ std::string scene_mode_name(int32_t mode) {
     }
   }
   return "";
+}
+
+int32_t scene_mode_chosen(int32_t mode, int hop) {
+  const int32_t best = hop == kStreamDefaultHop ? static_cast<int32_t>(SE_BF_STREAM_REFINED)
+                                                : static_cast<int32_t>(SE_BF_MODE_OMLSA);
+  return mode == SE_BF_STREAM_AUTO ? best : mode;
 }

@@ -9,10 +9,7 @@ Angles are measured from the line of the microphones: 0 on the side of microphon
 180 on the side of microphone 1.
 """
 import argparse
-import os
-import subprocess
 import sys
-import tempfile
 
 import numpy as np
 from scipy import signal
@@ -20,6 +17,7 @@ from scipy.io import wavfile
 
 import room
 from room import RATE_HZ
+from sounds import COLOURS, coloured_spectrum, db_to_gain, rms, speak
 
 SHORT_TEXT = ["Good morning.", "Come in."]
 LONG_TEXT = [
@@ -36,37 +34,13 @@ MAX_LEVEL_DIFFERENCE_DB = 3.0
 FULL_SCALE = 32767  # largest sample of 16 bits
 
 
-def db_to_gain(level_db):
-    return 10.0 ** (level_db / 20.0)
-
-
-def rms(samples):
-    return float(np.sqrt(np.mean(np.square(samples))))
-
-
-# --- Sources ---------------------------------------------------------------------------------
-
-
-def synthesise(sentence, voice, words_per_minute):
-    """Speaks one sentence with espeak-ng: float samples at RATE_HZ, RMS 1, outer silence cut."""
-    with tempfile.TemporaryDirectory() as folder:
-        path = os.path.join(folder, "speech.wav")
-        command = ["espeak-ng", "-v", voice, "-s", str(words_per_minute), "-w", path, sentence]
-        subprocess.run(command, check=True)
-        rate_hz, speech = wavfile.read(path)
-    speech = signal.resample_poly(speech.astype(float), RATE_HZ, rate_hz)
-    loud = np.flatnonzero(np.abs(speech) > 0.01 * np.max(np.abs(speech)))
-    speech = speech[loud[0]:loud[-1] + 1]
-    return speech / rms(speech)
-
-
 def talk(options, length):
     """Lays the sentences out in time, over and over as long as they fit, with pauses between.
 
     Returns the dry speech and a mask that is True while the talker is speaking."""
     usual_text = SHORT_TEXT if options.duration < LONG_TEXT_FROM_S else LONG_TEXT
     text = options.text or usual_text
-    clips = [synthesise(line, options.voice, options.words_per_minute) for line in text]
+    clips = [speak(("espeak-ng", options.voice), line, options.words_per_minute) for line in text]
     speech = np.zeros(length)
     talking = np.zeros(length, dtype=bool)
     start = int(options.lead * RATE_HZ)
@@ -84,28 +58,18 @@ def talk(options, length):
     return speech, talking
 
 
-def coloured_spectrum(rng, length, colour):
-    """Half spectrum of a Gaussian noise of the given colour.
-
-    "fan" falls by 6 dB an octave above 300 Hz, as the broadband noise of a small fan does."""
-    frequency_hz = np.fft.rfftfreq(length, 1.0 / RATE_HZ)
-    shape = {
-        "white": np.ones_like(frequency_hz),
-        "pink": 1.0 / np.sqrt(np.maximum(frequency_hz, 50.0)),
-        "fan": 1.0 / np.sqrt(1.0 + (frequency_hz / 300.0)**2),
-    }[colour]
-    real = rng.standard_normal(len(frequency_hz))
-    return shape * (real + 1j * rng.standard_normal(len(frequency_hz)))
-
-
 # --- Scene -----------------------------------------------------------------------------------
 
 
 def image_at_microphones(dry, angle_deg, distance_m, options):
     """What both microphones receive from a source in the room: array of 2 x samples."""
-    source = room.source_position(angle_deg, distance_m)
-    microphones = room.microphone_positions(options.spacing)
-    responses = [room.room_response(source, place, options.rt60) for place in microphones]
+    place = room.Room(options.rt60)
+    source = room.source_position(place, angle_deg, distance_m)
+    if source is None:
+        sys.exit(f"make_recording: a source at {angle_deg} degrees and {distance_m} m is outside"
+                 " the room; choose an angle from 0 to 180 or a smaller distance")
+    microphones = room.microphone_positions(place, options.spacing)
+    responses = [room.room_response(place, source, microphone) for microphone in microphones]
     return np.stack([signal.fftconvolve(dry, response)[:len(dry)] for response in responses])
 
 
@@ -201,7 +165,7 @@ def option_parser():
     add("--talker-distance", type=float, default=1.2, help="metres")
     add("--noise-angle", type=float, default=130.0, help="of the point noise in degrees")
     add("--noise-distance", type=float, default=1.8, help="metres")
-    add("--noise-colour", choices=("white", "pink", "fan"), default="fan", help="of all noise")
+    add("--noise-colour", choices=tuple(COLOURS), default="fan", help="of all noise")
     add("--snr", type=float, default=6.0, help="speech to noise at microphone 0 in dB")
     add("--point-to-diffuse", type=float, default=4.0,
         help="point noise to diffuse noise in dB; inf: point noise only, -inf: diffuse only")
@@ -218,7 +182,10 @@ def main():
     parser = option_parser()
     parser.add_argument("output")
     options = parser.parse_args()
-    speech, noise, _ = build_scene(options)
+    try:
+        speech, noise, _ = build_scene(options)
+    except RuntimeError as error:
+        sys.exit(f"make_recording: {error}")
     pcm = to_pcm(speech + noise)
     level_db = check_recording(pcm)
     write_pcm(options.output, pcm)

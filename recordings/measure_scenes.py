@@ -1,151 +1,140 @@
 #!/usr/bin/env python3
-"""Measures the modes of the enhancer on simulated scenes and prints a table in Markdown.
+"""Measures the sound of every mode on sets of simulated scenes, side by side, as Markdown tables.
 
-The first seconds, in which the estimators adapt, do not count. The columns, all in dB:
-  SI-SDR  scale-invariant signal-to-distortion ratio (J. Le Roux et al., "SDR - half-baked or well
-          done?", 2019), input and output, against the reverberant clean speech; the best of
-          microphone 0, microphone 1 and their mean as reference, because a beamformer does not say
-          which of them it takes for its own
-  SDR     signal-to-distortion ratio that forgives a fixed filter of 16 ms on the speech of each
-          microphone, so also any fixed beamformer (after E. Vincent et al., "Performance
-          measurement in blind audio source separation", 2006), input and output
-  noise   change of level in the pauses of the talker: mean over 20 ms frames, against microphone 0
-  speech  change of level of the speech, from the projection of the output on the clean speech
-  net     by how much the noise fell more than the speech
+The columns, means over the scenes of a set:
+  SI-SDR   scale-invariant signal-to-distortion ratio in dB, from 2 s on, against the clean speech
+           with its early reflections; the best of microphone 0, microphone 1, their mean and their
+           mean aligned on the talker is the reference, because a beamformer does not say which it
+           takes
+  start    the same of the first 2 s, in which the estimators adapt
+  STOI     short-time objective intelligibility, 0 to 1
+  SDR      signal-to-distortion ratio in dB that forgives a fixed filter on each microphone
+  speech   change of level of the speech in dB, from the projection of the output on that
+           reference
+  noise    change of level in the pauses of the talkers in dB: mean over 20 ms frames, against
+           microphone 0 without faults
+  net      by how many dB the noise fell more than the speech
+  log-K    musical noise in the pauses: logarithm of the ratio of the kurtosis of power spectra
+
+quality.py has the details and the literature, scenes.py the sets.
 """
 import argparse
+import functools
+import json
+import math
+import multiprocessing
 import os
-import subprocess
-import tempfile
+import sys
 
 import numpy as np
-from scipy import linalg, signal
-from scipy.io import wavfile
 
-import make_recording
-from pause_level import frame_powers
-from room import RATE_HZ
+import quality
+import scenes
+import systems
 
-ADAPTATION_S = 3.0
-DURATION_S = 15.0
-REVERBERATION_S = 0.3  # after a sentence, not yet a pause
-FRAME = 320  # samples, 20 ms
-SDR_TAPS = 256  # 16 ms
-LOADING = 1e-8  # of the normal equations, whose two signals are nearly alike at low frequencies
-SILENCE = 1.0  # mean square of one quantisation step
-
-POINT_ONLY = ["--point-to-diffuse=inf"]
-DIFFUSE_ONLY = ["--point-to-diffuse=-inf"]
-SCENES = [
-    ("talker 0, point noise 130 + diffuse", ["--talker-angle", "0"]),
-    ("talker 30, point noise 130 + diffuse", []),
-    ("talker 90, point noise 130 + diffuse", ["--talker-angle", "90"]),
-    ("talker 30, point noise 130", POINT_ONLY),
-    ("talker 90, point noise 110", ["--talker-angle", "90", "--noise-angle", "110"] + POINT_ONLY),
-    ("talker 30, point noise 130, no walls", ["--rt60", "0"] + POINT_ONLY),
-    ("talker 30, point noise 130, white", ["--noise-colour", "white"] + POINT_ONLY),
-    ("talker 30, point noise 130, SNR 0 dB", ["--snr", "0"] + POINT_ONLY),
-    ("talker 30, diffuse noise", DIFFUSE_ONLY),
-    ("talker 90, diffuse noise", ["--talker-angle", "90"] + DIFFUSE_ONLY),
-]
-MODES = [
-    ("mean", ["--mode", "mean"]),
-    ("omlsa", ["--mode", "omlsa"]),
-    ("omlsa, mic 0", ["--mode", "omlsa", "--channels", "0"]),
-    ("mvdr", ["--mode", "mvdr"]),
-]
+COLUMNS = {"si_sdr": ("SI-SDR", ".2f"), "start": ("start", ".2f"), "stoi": ("STOI", ".3f"),
+           "sdr": ("SDR", ".2f"), "speech": ("speech", "+.2f"), "noise": ("noise", "+.2f"),
+           "net": ("net", ".2f"), "log_kurtosis": ("log-K", "+.2f")}
 
 
-def si_sdr_db(estimate, reference):
-    target = reference * np.dot(estimate, reference) / np.dot(reference, reference)
-    return 10.0 * np.log10(np.sum(target**2) / np.sum((estimate - target)**2))
+def measure_plan(plan, arguments):
+    """Measures of all systems on one scene: name of the system to its measures."""
+    scene = scenes.load(plan, arguments.cache)
+    prepared = quality.prepare(scene, arguments.reverberant)
+    library = systems.open_library(arguments.library)
+    outputs = {name: systems.run(name, scene, library, arguments.webrtc, arguments.hop)
+               for name in arguments.systems}
+    return {name: quality.measure(output, prepared) for name, output in outputs.items()}
 
 
-def correlation(a, b, lags):
-    """Sums over n of a[n + lag] b[n]."""
-    return signal.correlate(a, b, method="fft")[len(b) - 1 + lags]
+def mean_of(rows, column):
+    """Mean over scenes, without those that have no such measure."""
+    values = [row[column] for row in rows if not math.isnan(row[column])]
+    return float(np.mean(values)) if values else math.nan
 
 
-def sdr_db(estimate, speech):
-    """Target to error, where the target is the least-squares sum of two fixed filters of SDR_TAPS
-    taps, one on the speech at each microphone. Half of the taps look ahead."""
-    taps = np.arange(SDR_TAPS)
-    ahead = SDR_TAPS // 2
-    gram = np.block([[linalg.toeplitz(correlation(q, m, taps), correlation(q, m, -taps))
-                      for q in speech] for m in speech])
-    gram += LOADING * np.trace(gram) / len(gram) * np.eye(len(gram))
-    right = np.concatenate([correlation(estimate, m, taps - ahead) for m in speech])
-    filters = linalg.solve(gram, right, assume_a="pos").reshape(2, SDR_TAPS)
-    target = sum(signal.fftconvolve(m, h)[ahead:ahead + len(m)] for m, h in zip(speech, filters))
-    return 10.0 * np.log10(np.sum(target**2) / np.sum((estimate - target)**2))
+def print_table(title, rows):
+    """Rows are pairs of a name and its measures."""
+    print(f"| {title} | " + " | ".join(label for label, _ in COLUMNS.values()) + " |")
+    print("|---|" + "---:|" * len(COLUMNS))
+    for name, row in rows:
+        cells = [format(row[column], form) for column, (_, form) in COLUMNS.items()]
+        print(f"| {name} | " + " | ".join(cells) + " |")
+    print(flush=True)
 
 
-def enhance(tool, pcm, words):
-    """Output of the tool for a two-channel recording, as floats in 16-bit units."""
-    with tempfile.TemporaryDirectory() as folder:
-        before = os.path.join(folder, "in.wav")
-        after = os.path.join(folder, "out.wav")
-        wavfile.write(before, RATE_HZ, pcm)
-        subprocess.run([tool, "enhance", before, after, "--quiet"] + words, check=True,
-                       stdout=subprocess.DEVNULL)
-        return wavfile.read(after)[1].astype(float)
+def measure_set(name, arguments, pool):
+    """Prints the tables of one set and returns its measures as written with --json."""
+    plans = scenes.SETS[name]()
+    measured = pool.map(functools.partial(measure_plan, arguments=arguments), plans, chunksize=1)
+    if arguments.detail:
+        for plan, of_systems in zip(plans, measured):
+            print_table(f"{plan.name}: {plan.kind}, {plan.snr_db:.0f} dB, "
+                        f"{plan.place.rt60_s:.2f} s, {100.0 * plan.spacing_m:.0f} cm",
+                        of_systems.items())
+    means = {system: {column: mean_of([row[system] for row in measured], column)
+                      for column in COLUMNS} for system in arguments.systems}
+    print_table(f"{name}, {len(plans)} scenes", means.items())
+    return {"means": means, "scenes": {plan.name: row for plan, row in zip(plans, measured)}}
 
 
-def pauses_of(talking):
-    """Mask that is True where the talker and the room are quiet."""
-    ring = int(REVERBERATION_S * RATE_HZ)
-    busy = np.convolve(talking.astype(float), np.ones(ring))[:len(talking)] > 0.5
-    return ~busy
+def parse_arguments():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    add = parser.add_argument
+    add("--build", default="build/check", metavar="DIR", help="build tree (default: build/check)")
+    add("--library", metavar="PATH", help="stream library, instead of that of the build tree")
+    add("--set", nargs="+", choices=list(scenes.SETS), default=list(scenes.SETS), dest="sets",
+        metavar="NAME", help=f"of {', '.join(scenes.SETS)} (default: all)")
+    add("--systems", nargs="+", choices=systems.NAMES, metavar="NAME",
+        help=f"of {'; '.join(systems.NAMES)} (default: all but auto)")
+    add("--hop", type=int, choices=(160, 192, 320), default=320,
+        help="of mean, omlsa and mvdr (default: 320)")
+    add("--reverberant", action="store_true",
+        help="the reference is all of the reverberant speech, with its late reflections")
+    add("--webrtc", metavar="PATH", help="program bench/webrtc_stream, built with "
+        "-DTM_SE_BF_BUILD_BENCH=ON (default: that of the build tree, if it is there)")
+    add("--cache", metavar="DIR", help="keeps the scenes, which take a minute a set to make")
+    add("--jobs", type=int, default=os.cpu_count(), help="processes (default: one for each core)")
+    add("--json", metavar="FILE", help="also writes all measures there")
+    add("--detail", action="store_true", help="also prints a table for each scene")
+    arguments = parser.parse_args()
+    if arguments.jobs < 1:
+        parser.error("--jobs is a number of processes, 1 or more")
+    complete(arguments, parser)
+    return arguments
 
 
-def frame_levels_db(samples, mask):
-    """Levels of the 20 ms frames that lie within the mask."""
-    count = len(samples) // FRAME
-    inside = np.all(mask[:count * FRAME].reshape(count, FRAME), axis=1)
-    return 10.0 * np.log10(np.maximum(frame_powers(samples, FRAME)[inside], SILENCE))
-
-
-def measure(output, mixture, speech, talking):
-    """SI-SDR, SDR, change of noise level and change of speech level of an output, in dB."""
-    references = [speech[0], speech[1], np.mean(speech, axis=0)]
-    best = max(references, key=lambda reference: si_sdr_db(output, reference))
-    projection = np.dot(output, best) / np.dot(best, best)
-    pauses = pauses_of(talking)
-    noise_db = np.mean(frame_levels_db(output, pauses) - frame_levels_db(mixture, pauses))
-    speech_db = 20.0 * np.log10(abs(projection))
-    return si_sdr_db(output, best), sdr_db(output, speech), noise_db, speech_db
-
-
-def print_scene(name, options, arguments):
-    """Prints the rows of one scene."""
-    adapted = slice(int(ADAPTATION_S * RATE_HZ), None)
-    speech, noise, talking = make_recording.build_scene(options)
-    pcm = make_recording.to_pcm(speech + noise)
-    speech, talking = speech[:, adapted], talking[adapted]
-    mixture = pcm[adapted, 0].astype(float)
-    before = (si_sdr_db(mixture, speech[0]), sdr_db(mixture, speech))
-    for mode, mode_words in MODES:
-        words = mode_words + ["--mic-distance", str(options.spacing), "--hop", arguments.hop,
-                              "--doa", str(options.talker_angle)]
-        output = enhance(arguments.tool, pcm, words)[adapted]
-        si_sdr, sdr, noise_db, speech_db = measure(output, mixture, speech, talking)
-        print(f"| {name} | {mode} | {before[0]:.1f} | {si_sdr:.1f} | {before[1]:.1f} | {sdr:.1f} "
-              f"| {noise_db:+.1f} | {speech_db:+.1f} | {speech_db - noise_db:.1f} |", flush=True)
+def complete(arguments, parser):
+    """Finds the library and the program of the comparison; refuses what is not there."""
+    arguments.library = arguments.library or os.path.join(arguments.build, "libtm_se_bf_stream.so")
+    if not os.path.isfile(arguments.library):
+        parser.error(f"{arguments.library} is not there; build it (cmake --preset check && cmake "
+                     "--build build/check), or name another with --build or --library")
+    wanted = arguments.webrtc is not None or "webrtc" in (arguments.systems or [])
+    arguments.webrtc = arguments.webrtc or os.path.join(arguments.build, "bench/webrtc_stream")
+    there = os.access(arguments.webrtc, os.X_OK) and os.path.isfile(arguments.webrtc)
+    if wanted and not there:
+        parser.error(f"{arguments.webrtc} is not there; build it with -DTM_SE_BF_BUILD_BENCH=ON, "
+                     "or name another with --webrtc")
+    arguments.systems = arguments.systems or [name for name in systems.USUAL
+                                              if there or name != "webrtc"]
+    if arguments.json and not os.path.isdir(os.path.dirname(arguments.json) or "."):
+        parser.error(f"--json: the folder of {arguments.json} is not there; make it first")
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--tool", required=True, help="path of the program se_bf")
-    parser.add_argument("--hop", default="320", help="analysis hop")
-    parser.add_argument("--seed", default="1")
-    arguments = parser.parse_args()
-    print("| scene | mode | SI-SDR in | out | SDR in | out | noise | speech | net |")
-    print("|---|---|---:|---:|---:|---:|---:|---:|---:|")
-    for name, words in SCENES:
-        usual = ["--seed", arguments.seed, "--duration", str(DURATION_S), "--pause", "0.8"]
-        options = make_recording.option_parser().parse_args(usual + words)
-        print_scene(name, options, arguments)
+    arguments = parse_arguments()
+    results = {}
+    with multiprocessing.Pool(arguments.jobs) as pool:
+        try:
+            for name in arguments.sets:
+                results[name] = measure_set(name, arguments, pool)
+        except (RuntimeError, OSError) as error:
+            sys.exit(f"measure_scenes: {error}")
+    if arguments.json:
+        with open(arguments.json, "w", encoding="utf-8") as file:
+            json.dump(results, file, indent=1)
 
 
 if __name__ == "__main__":

@@ -8,6 +8,8 @@ declare -rA GROUPS_OF_PACKAGES=(
   [build]="g++ cmake ninja-build pkg-config"
   [tool]="libsndfile1-dev libcli11-dev"
   [demo]="espeak-ng python3-numpy python3-scipy python3-matplotlib"
+  [scenes]="espeak-ng festival festvox-czech-dita festvox-italp16k festvox-kallpc16k festvox-suopuhe-lj \
+festvox-us-slt-hts flite python3-numpy python3-scipy"
   [plugin]="ladspa-sdk libasound2-dev"
   [test]="libgtest-dev"
   [plugin-test]="alsa-utils dbus ffmpeg gstreamer1.0-plugins-bad gstreamer1.0-plugins-base \

@@ -4,6 +4,7 @@
 #define TM_SE_BF_STREAM_BIN_VECTOR_H
 
 #include <cstdint>
+#include <cstring>
 
 // Hop and FFT length N of the refined path, in samples.
 constexpr int32_t kRefinedHop = 320;
@@ -26,11 +27,25 @@ constexpr float kRefinedPowerScale =
 // order that every vector width can keep.
 constexpr int32_t kSumLanes = 8;
 
+// A row of partial sums, or of the values that are added to them. The compiler keeps it in vectors
+// of any width.
+typedef float sum_row __attribute__((vector_size(kSumLanes * sizeof(float))));
+
+inline void load_row(sum_row *row, const float *values) {
+  std::memcpy(row, values, sizeof *row);
+}
+
 // Adds the partial sums up, always in the same order.
 inline float add_lanes(const float *lanes) {
   const float first = (lanes[0] + lanes[4]) + (lanes[2] + lanes[6]);
   const float second = (lanes[1] + lanes[5]) + (lanes[3] + lanes[7]);
   return first + second;
+}
+
+inline float add_row(const sum_row *row) {
+  float lanes[kSumLanes];
+  std::memcpy(lanes, row, sizeof lanes);
+  return add_lanes(lanes);
 }
 
 #endif  // TM_SE_BF_STREAM_BIN_VECTOR_H

@@ -1,4 +1,5 @@
-// The path of a stream at 16 kHz: cuts samples into blocks for the enhancer, and changes no bit.
+// The path of a stream at 16 kHz: cuts samples into blocks for the enhancer, and changes nothing
+// but that it raises what is lowered.
 #ifndef TM_SE_BF_STREAM_BLOCK_PATH_H
 #define TM_SE_BF_STREAM_BLOCK_PATH_H
 
@@ -12,7 +13,7 @@ struct block_path {
   int32_t channels;
   int32_t fill;                                      // samples per channel in `block`
   int16_t block[kStreamMaxChannels * kStreamBlock];  // input that does not fill a block yet
-  int16_t done[kStreamBlock];                        // output of the last block
+  enhanced_block done;                               // output of the last block
 };
 
 // Starts afresh.
@@ -21,9 +22,12 @@ void block_path_init(block_path *path, enhancer *sink, int32_t channels);
 // Samples per channel that the current block has room for: the most that the next call takes.
 int32_t block_path_room(const block_path *path);
 
-// Where the next samples are put, interleaved, and where the next output lies.
+// Where the next samples are put, interleaved.
 int16_t *block_path_input(block_path *path);
-const int16_t *block_path_output(const block_path *path);
+
+// Give the next `frames` samples of output.
+void block_path_words(const block_path *path, int32_t frames, int16_t *out);
+void block_path_floats(const block_path *path, int32_t frames, float *out);
 
 // `frames` samples per channel have been put, and as many of output been taken.
 void block_path_advance(block_path *path, int32_t frames);

@@ -1,4 +1,4 @@
-// Levels and energies of a block, and what follows from them.
+// What follows from the levels of blocks.
 #include "channel_guard.h"
 
 #include <cmath>
@@ -28,79 +28,10 @@ constexpr float kLargestImbalance = 2.0f;
 // Imbalance that is left alone: 1 dB.
 constexpr float kToleratedImbalance = 0.12f;
 
-// Blocks in a section: 0.2 s.
-constexpr int32_t kSectionBlocks = 10;
-
-// Share of the energy, -30 dB, up to which the rest of one channel after the other is taken away
-// counts as none; real pairs leave -22 dB or more over a second. Twice that ends the state. -50 dB
-// is less than the noise of two microphones even in one block: what was before then counts no more.
-constexpr float kLeastResidual = 0.001f;
-constexpr float kRelease = 2.0f;
-constexpr float kExactResidual = 0.00001f;
-
-struct block_sums {
-  float absolute[2];
-  channel_energies energies;
-};
-
-SE_BF_VECTOR_CLONES void sum_block(const float *__restrict x, const float *__restrict y,
-                                   block_sums *sums) {
-  float lanes[7][kSumLanes] = {};
-  for (int32_t n = 0; n < kRefinedHop; n += kSumLanes) {
-    for (int32_t i = 0; i < kSumLanes; ++i) {
-      const float a = x[n + i];
-      const float b = y[n + i];
-      lanes[0][i] += std::fabs(a);
-      lanes[1][i] += std::fabs(b);
-      lanes[2][i] += a;
-      lanes[3][i] += b;
-      lanes[4][i] += a * a;
-      lanes[5][i] += b * b;
-      lanes[6][i] += a * b;
-    }
-  }
-  const float count = static_cast<float>(kRefinedHop);
-  const float mean0 = add_lanes(lanes[2]) / count;
-  const float mean1 = add_lanes(lanes[3]) / count;
-  sums->absolute[0] = add_lanes(lanes[0]);
-  sums->absolute[1] = add_lanes(lanes[1]);
-  sums->energies = {add_lanes(lanes[4]) - count * (mean0 * mean0),
-                    add_lanes(lanes[5]) - count * (mean1 * mean1),
-                    add_lanes(lanes[6]) - count * (mean0 * mean1)};
-}
-
 SE_BF_VECTOR_CLONES void scale(float *x, float factor) {
   for (int32_t n = 0; n < kRefinedHop; ++n) {
     x[n] *= factor;
   }
-}
-
-// The energy of one channel that the other does not explain is (1 - r^2) of its own, with the
-// correlation r: whether that is below a limit.
-bool explained(const channel_energies *sum, float limit) {
-  const float most = sum->first * sum->second;
-  return most > 0.0f && most - sum->both * sum->both < limit * most;
-}
-
-// Adds the block, and returns the sums over the last second.
-channel_energies add_energies(channel_guard *guard, const channel_energies *block) {
-  if (!guard->proportional && explained(block, kExactResidual)) {
-    std::memset(guard->sections, 0, sizeof guard->sections);
-  }
-  if (guard->section_blocks == kSectionBlocks) {
-    guard->section_blocks = 0;
-    guard->section = (guard->section + 1) % kGuardSections;
-    guard->sections[guard->section] = {0.0f, 0.0f, 0.0f};
-  }
-  guard->section_blocks += 1;
-  channel_energies *current = &guard->sections[guard->section];
-  *current = {current->first + block->first, current->second + block->second,
-              current->both + block->both};
-  channel_energies sum = {0.0f, 0.0f, 0.0f};
-  for (const channel_energies &section : guard->sections) {
-    sum = {sum.first + section.first, sum.second + section.second, sum.both + section.both};
-  }
-  return sum;
 }
 
 void follow_imbalance(channel_guard *guard, const float *absolute) {
@@ -112,23 +43,20 @@ void follow_imbalance(channel_guard *guard, const float *absolute) {
 }
 
 // The channel that stands for both, or kBothChannels.
-int32_t judge_block(channel_guard *guard, const block_sums *sums) {
-  const float *now = sums->absolute;
+int32_t judge_block(channel_guard *guard, const block_facts *facts) {
+  const float *now = facts->sum;
   float *level = guard->level;
   for (int32_t m = 0; m < 2; ++m) {
     level[m] = kLevelDecay * level[m] + kLevelIntake * now[m];
   }
-  const channel_energies second = add_energies(guard, &sums->energies);
-  const float limit = guard->proportional ? kRelease * kLeastResidual : kLeastResidual;
-  guard->proportional = explained(&second, limit);
   if ((now[0] < kSilentSum && now[1] > kAudibleSum) || level[1] > kDeadRatio * level[0]) {
     return 1;
   }
   if ((now[1] < kSilentSum && now[0] > kAudibleSum) || level[0] > kDeadRatio * level[1]) {
     return 0;
   }
-  if (guard->proportional) {
-    return second.second > second.first ? 1 : 0;
+  if (facts->copies.louder != kBothChannels) {
+    return facts->copies.louder;
   }
   if (now[0] > kSilentSum && now[1] > kSilentSum) {
     follow_imbalance(guard, now);
@@ -138,10 +66,9 @@ int32_t judge_block(channel_guard *guard, const block_sums *sums) {
 
 }  // namespace
 
-int32_t channel_guard_block(channel_guard *guard, float *first, float *second) {
-  block_sums sums;
-  sum_block(first, second, &sums);
-  const int32_t alone = judge_block(guard, &sums);
+int32_t channel_guard_block(channel_guard *guard, const block_facts *facts, float *first,
+                            float *second) {
+  const int32_t alone = judge_block(guard, facts);
   // Each channel goes half of the way. One that stands for both keeps the level that it had.
   if (std::fabs(guard->log_imbalance) > kToleratedImbalance) {
     const double half = static_cast<double>(0.5f * guard->log_imbalance);

@@ -37,8 +37,8 @@ bool core_instance_init(core_instance *core, const core_setting *setting);
 // Changes the mode of a running instance.
 void core_instance_change_mode(core_instance *core, int32_t mode);
 
-// Processes kStreamBlock samples per channel into kStreamBlock samples. A channel of `block` may be
-// overwritten with the other.
+// Processes kStreamBlock samples per channel into kStreamBlock samples. With the levels of a dead
+// microphone its channel of `block` is overwritten with the other.
 void core_instance_block(core_instance *core, int16_t *block, int16_t *out);
 
 #endif  // TM_SE_BF_STREAM_CORE_INSTANCE_H

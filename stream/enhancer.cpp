@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "sample_format.h"
 #include "tm_se_bf.h"
 
 namespace {
@@ -16,6 +17,7 @@ void start(enhancer *e) {
   e->time = 0;
   e->running = 0;
   e->change = CHANGE_NONE;
+  e->copies = {};
   fault_monitor_init(&e->monitor);
   std::memset(e->before, 0, sizeof e->before);
   history_init(&e->past, e->wanted.core.channels, lane_signal_path(&e->wanted));
@@ -40,15 +42,25 @@ void begin_wanted_change(enhancer *e) {
   }
 }
 
+// With the headroom of the other block.
+int16_t sample_at(const enhanced_block *block, int32_t n, bool lowered) {
+  const int16_t sample = block->samples[n];
+  return lowered && !block->lowered ? sample_lower(sample) : sample;
+}
+
 // In integers: exact, and rounded to the nearest without a call of the C library.
-void cross_fade(int16_t *out, const int16_t *fresh) {
+void cross_fade(enhanced_block *out, const enhanced_block *fresh) {
   constexpr int32_t kWhole = 2 * kStreamBlock;
+  const bool lowered = out->lowered || fresh->lowered;
   for (int32_t n = 0; n < kStreamBlock; ++n) {
     const int32_t share = 2 * n + 1;  // of kWhole
-    const int32_t mixed = (kWhole - share) * out[n] + share * fresh[n];
+    const int16_t from = sample_at(out, n, lowered);
+    const int16_t to = sample_at(fresh, n, lowered);
+    const int32_t mixed = (kWhole - share) * from + share * to;
     const int32_t half = mixed < 0 ? -kWhole / 2 : kWhole / 2;
-    out[n] = static_cast<int16_t>((mixed + half) / kWhole);
+    out->samples[n] = static_cast<int16_t>((mixed + half) / kWhole);
   }
+  out->lowered = lowered;
 }
 
 // What the caller has been told stays; whether it has healed is counted from the new lane's faults.
@@ -61,8 +73,10 @@ void switch_lanes(enhancer *e) {
 }
 
 // time: first sample of the block.
-void run_other_lane(enhancer *e, const int16_t *block, const block_facts *facts, int64_t time) {
-  const lane_result result = lane_block(other_lane(e), block, facts, e->before, e->fresh);
+void run_other_lane(enhancer *e, int16_t *block, const block_facts *facts, int64_t time) {
+  lane *l = other_lane(e);
+  const lane_result result = lane_block(l, block, facts, e->before, e->fresh.samples);
+  e->fresh.lowered = l->lowered;
   if (result.fault != MIC_FAULT_NONE) {
     e->clean_blocks = 0;
   } else if (result.processed && e->clean_blocks < kHealBlocks) {
@@ -73,10 +87,10 @@ void run_other_lane(enhancer *e, const int16_t *block, const block_facts *facts,
 
 // Ends the change with the current block, whose output of the running lane is in `out`. A wish that
 // was taken back meanwhile is not heard.
-void finish_change(enhancer *e, const int16_t *block, const block_facts *facts, int16_t *out) {
+void finish_change(enhancer *e, int16_t *block, const block_facts *facts, enhanced_block *out) {
   if (e->change == CHANGE_RENEWAL || !is_running(e, &e->wanted)) {
     run_other_lane(e, block, facts, e->time);
-    cross_fade(out, e->fresh);
+    cross_fade(out, &e->fresh);
     switch_lanes(e);
   }
   begin_wanted_change(e);
@@ -84,7 +98,7 @@ void finish_change(enhancer *e, const int16_t *block, const block_facts *facts, 
 
 // A block's share of a change: makes half of the other lane, or lets it hear kCatchUpBlocks blocks.
 // The current block, whose output of the running lane is in `out`, is the last one.
-void advance_change(enhancer *e, const int16_t *block, const block_facts *facts, int16_t *out) {
+void advance_change(enhancer *e, int16_t *block, const block_facts *facts, enhanced_block *out) {
   if (e->stage == STAGE_CREATE) {
     lane_create(other_lane(e), &e->wanted, e->delay);
     e->stage = STAGE_INIT;
@@ -92,6 +106,7 @@ void advance_change(enhancer *e, const int16_t *block, const block_facts *facts,
   }
   if (e->stage == STAGE_INIT) {
     lane_init(other_lane(e));
+    lane_carry(other_lane(e), &e->lanes[e->running]);
     e->stage = STAGE_HEAR;
     e->backlog = other_lane(e)->copies ? 0 : e->past.count;
     e->clean_blocks = 0;
@@ -102,10 +117,8 @@ void advance_change(enhancer *e, const int16_t *block, const block_facts *facts,
       finish_change(e, block, facts, out);
       return;
     }
-    int64_t time = 0;
-    const int16_t *past = history_block(&e->past, e->backlog, &time);
-    const block_facts past_facts = block_measure(past, e->wanted.core.channels);
-    run_other_lane(e, past, &past_facts, time);
+    const int32_t slot = history_slot(&e->past, e->backlog);
+    run_other_lane(e, e->past.blocks[slot], &e->past.facts[slot], e->past.times[slot]);
     --e->backlog;
   }
 }
@@ -114,7 +127,7 @@ void remember(enhancer *e, const int16_t *block, const block_facts *facts) {
   if (e->change != CHANGE_NONE || e->lanes[e->running].copies) {
     std::memcpy(e->before, block, static_cast<size_t>(e->past.width) * sizeof(int16_t));
   }
-  const bool kept = history_remember(&e->past, block, block_has_sound(facts), e->time);
+  const bool kept = history_remember(&e->past, block, facts, e->time);
   const bool hearing = e->change != CHANGE_NONE && e->stage == STAGE_HEAR && !other_lane(e)->copies;
   // With the first block of a change the ring may lose one that the other lane has not heard.
   if (kept && hearing && e->backlog < e->past.count) {
@@ -170,14 +183,15 @@ bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn o
   return true;
 }
 
-void enhancer_block(enhancer *e, const int16_t *block, int16_t *out) {
+void enhancer_block(enhancer *e, int16_t *block, enhanced_block *out) {
   lane *l = &e->lanes[e->running];
   const int32_t channels = l->setting.core.channels;
-  const block_facts facts = block_measure(block, channels);
+  const block_facts facts = block_measure(block, channels, &e->copies);
   if (channels == 2) {
     fault_monitor_follow(&e->monitor, &facts, e->time);
   }
-  const lane_result result = lane_block(l, block, &facts, e->before, out);
+  const lane_result result = lane_block(l, block, &facts, e->before, out->samples);
+  out->lowered = l->lowered;
   if (result.processed && l->watched) {
     watch(e, &facts, result.fault);
   }
@@ -193,6 +207,9 @@ bool enhancer_change(enhancer *e, const lane_setting *setting) {
     return false;
   }
   e->wanted = *setting;
+  for (int32_t i = 0; i < 2 && setting->refined; ++i) {
+    lane_set_limit(&e->lanes[i], setting->max_attenuation_db);
+  }
   if (e->change == CHANGE_SETTING || is_running(e, setting)) {
     return true;
   }

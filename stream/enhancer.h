@@ -4,8 +4,8 @@
 // A new setting gets a lane beside the running one. It hears the remembered second of sound at
 // kCatchUpBlocks times the speed, so that no block of the stream costs a second's work; when it has
 // caught up, one block fades from the old lane to the new one. What the caller asks for meanwhile
-// waits, so that a setting that keeps moving is followed. A beamformer that had to stop because of
-// a fault is renewed in the same way.
+// waits, so that a setting that keeps moving is followed. A lane that has lost a microphone to a
+// fault is renewed in the same way.
 #ifndef TM_SE_BF_STREAM_ENHANCER_H
 #define TM_SE_BF_STREAM_ENHANCER_H
 
@@ -31,6 +31,13 @@ enum change_stage : int32_t {
   STAGE_HEAR  // the lane hears what is remembered
 };
 
+// A block of output. Where the core needs headroom its samples are lower than they are meant, until
+// they have the format in which they are given out.
+struct enhanced_block {
+  int16_t samples[kStreamBlock];
+  bool lowered;  // to be raised by kRaise
+};
+
 // Receives events with times at 16 kHz.
 typedef void (*enhancer_event_fn)(void *user, const se_bf_stream_event *event);
 
@@ -39,6 +46,7 @@ struct enhancer {
   void *user;
   int32_t delay;  // samples by which the output is late, for life
   int64_t time;   // first sample of the current block
+  copy_watch copies;
   fault_monitor monitor;
   int32_t running;       // index of the lane that is heard
   lane_setting wanted;   // what the caller asked for last
@@ -48,7 +56,7 @@ struct enhancer {
   int32_t clean_blocks;  // blocks without a fault that it has heard since the last one with a fault
   int64_t clean_since;   // first sample of them
   int16_t before[kStreamMaxChannels * kStreamBlock];  // the block before, where a copy may want it
-  int16_t fresh[kStreamBlock];                        // output of the other lane
+  enhanced_block fresh;                               // output of the other lane
   lane lanes[2];
   history past;
 };
@@ -57,11 +65,12 @@ struct enhancer {
 bool enhancer_open(enhancer *e, const lane_setting *setting, enhancer_event_fn on_event,
                    void *user);
 
-// Processes kStreamBlock samples per channel, interleaved, into kStreamBlock samples.
-void enhancer_block(enhancer *e, const int16_t *block, int16_t *out);
+// Processes kStreamBlock samples per channel, interleaved, into a block of output; `block` stays as
+// it is.
+void enhancer_block(enhancer *e, int16_t *block, enhanced_block *out);
 
 // Asks for a setting with the same channels and hop; false when its delay is longer than that of
-// the enhancer.
+// the enhancer. The limit of the attenuation changes at once.
 bool enhancer_change(enhancer *e, const lane_setting *setting);
 
 // Forgets all sound; the setting is that of the last change.

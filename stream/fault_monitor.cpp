@@ -2,7 +2,6 @@
 #include "fault_monitor.h"
 
 #include "core_instance.h"
-#include "support/se_vector.h"
 
 namespace {
 
@@ -22,7 +21,7 @@ bool silent(float level) {
   return static_cast<double>(level) < kSilentLevel;
 }
 
-mic_fault verdict(float first, float second) {
+mic_fault compare(float first, float second) {
   if (silent(first) && silent(second)) {
     return MIC_FAULT_SILENT;
   }
@@ -36,38 +35,25 @@ mic_fault verdict(float first, float second) {
   return first == second ? MIC_FAULT_EQUAL : MIC_FAULT_NONE;
 }
 
-int32_t magnitude(int16_t sample) {
-  return sample < 0 ? -sample : sample;
-}
-
-// Sums of 320 samples stay below 2^24, where single precision holds every integer: these are the
-// sums of the core.
-SE_BF_VECTOR_CLONES block_facts measure_one(const int16_t *block) {
-  int32_t sum = 0;
-  for (int32_t n = 0; n < kStreamBlock; ++n) {
-    sum += magnitude(block[n]);
+void follow_stretch(int64_t *since, bool lasts, int64_t time) {
+  if (!lasts) {
+    *since = kNever;
+  } else if (*since == kNever) {
+    *since = time;
   }
-  return {{static_cast<float>(sum), 0.0f}, false};
 }
 
-SE_BF_VECTOR_CLONES block_facts measure_two(const int16_t *block) {
-  int32_t first = 0;
-  int32_t second = 0;
-  int32_t differences = 0;
-  for (int32_t n = 0; n < kStreamBlock; ++n) {
-    first += magnitude(block[2 * n]);
-    second += magnitude(block[2 * n + 1]);
-    differences |= block[2 * n] ^ block[2 * n + 1];
-  }
-  return {{static_cast<float>(first), static_cast<float>(second)}, differences == 0};
-}
-
-void describe_fault(const fault_monitor *monitor, mic_fault fault, se_bf_stream_event *event) {
+void describe_fault(const fault_monitor *monitor, const block_facts *facts, mic_fault fault,
+                    se_bf_stream_event *event) {
   int64_t since = monitor->identical_since;
   if (fault == MIC_FAULT_FIRST || fault == MIC_FAULT_SECOND) {
     event->kind = SE_BF_STREAM_DEAD;
     event->mic = fault == MIC_FAULT_SECOND ? 1 : 0;
     since = monitor->weak_since[event->mic];
+  } else if (fault == MIC_FAULT_COPIES) {
+    event->kind = SE_BF_STREAM_COPIES;
+    event->mic = facts->copies.louder;
+    since = monitor->alike_since;
   } else if (fault == MIC_FAULT_SILENT) {
     event->kind = SE_BF_STREAM_SILENT;
   } else {
@@ -81,15 +67,7 @@ void describe_fault(const fault_monitor *monitor, mic_fault fault, se_bf_stream_
 }  // namespace
 
 void fault_monitor_init(fault_monitor *monitor) {
-  *monitor = {MIC_FAULT_NONE, 0, 0, {kNever, kNever}, kNever};
-}
-
-block_facts block_measure(const int16_t *block, int32_t channels) {
-  return channels == 1 ? measure_one(block) : measure_two(block);
-}
-
-bool block_has_sound(const block_facts *facts) {
-  return facts->sum[0] > 0.0f || facts->sum[1] > 0.0f;
+  *monitor = {MIC_FAULT_NONE, 0, 0, {kNever, kNever}, kNever, kNever};
 }
 
 mic_levels fault_levels(const core_state *core, const block_facts *facts) {
@@ -97,9 +75,8 @@ mic_levels fault_levels(const core_state *core, const block_facts *facts) {
           kLevelDecay * core->pwr2 + kLevelIntake * facts->sum[1]};
 }
 
-mic_fault fault_predict(const core_state *core, const block_facts *facts) {
-  const mic_levels levels = fault_levels(core, facts);
-  const mic_fault fault = verdict(levels.first, levels.second);
+mic_fault fault_verdict(const mic_levels *levels, const block_facts *facts) {
+  const mic_fault fault = compare(levels->first, levels->second);
   return fault == MIC_FAULT_EQUAL && facts->identical ? MIC_FAULT_IDENTICAL : fault;
 }
 
@@ -107,17 +84,10 @@ mic_fault fault_predict(const core_state *core, const block_facts *facts) {
 void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time) {
   for (int32_t m = 0; m < 2 && block_has_sound(facts); ++m) {
     const bool weak = kDeadRatio * facts->sum[m] < facts->sum[1 - m];
-    if (!weak) {
-      monitor->weak_since[m] = kNever;
-    } else if (monitor->weak_since[m] == kNever) {
-      monitor->weak_since[m] = time;
-    }
+    follow_stretch(&monitor->weak_since[m], weak, time);
   }
-  if (!facts->identical) {
-    monitor->identical_since = kNever;
-  } else if (monitor->identical_since == kNever) {
-    monitor->identical_since = time;
-  }
+  follow_stretch(&monitor->identical_since, facts->identical, time);
+  follow_stretch(&monitor->alike_since, facts->copies.alike, time);
 }
 
 bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
@@ -127,7 +97,7 @@ bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_f
     const bool news = monitor->reported != fault;
     monitor->reported = fault;
     monitor->clean_blocks = 0;
-    describe_fault(monitor, fault, event);
+    describe_fault(monitor, facts, fault, event);
     return news;
   }
   if (monitor->clean_blocks == 0) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "block_facts.h"
 #include "support/core_state.h"
 #include "tm_se_bf_stream.h"
 
@@ -21,12 +22,7 @@ enum mic_fault : int32_t {
   MIC_FAULT_IDENTICAL,  // equal levels, and the same samples
   MIC_FAULT_EQUAL,      // equal levels of different samples, a coincidence
   MIC_FAULT_SILENT,     // neither microphone has a level
-};
-
-// What a block of kStreamBlock samples per channel contains.
-struct block_facts {
-  float sum[2];    // sum of absolute values per channel; 0 for a channel that is not there
-  bool identical;  // two channels carry the same samples
+  MIC_FAULT_COPIES,     // the same sound but for a factor; the core does not know it
 };
 
 // Smoothed levels of the channels, as the core compares them.
@@ -41,28 +37,24 @@ struct fault_monitor {
   int64_t clean_since;      // first sample of them
   int64_t weak_since[2];    // first sample of the stretch in which a microphone is weak, or -1
   int64_t identical_since;  // first sample of the stretch of identical blocks, or -1
+  int64_t alike_since;      // and of blocks that show the same sound but for a factor
 };
 
 void fault_monitor_init(fault_monitor *monitor);
 
-block_facts block_measure(const int16_t *block, int32_t channels);
-
-// Whether any channel of the block carries sound.
-bool block_has_sound(const block_facts *facts);
-
 // The levels that the core has once it has processed the block, to the bit.
 mic_levels fault_levels(const core_state *core, const block_facts *facts);
 
-// The verdict that the core comes to when it processes the block.
-mic_fault fault_predict(const core_state *core, const block_facts *facts);
+// The verdict that the core comes to with a block and the levels after it.
+mic_fault fault_verdict(const mic_levels *levels, const block_facts *facts);
 
 // Dates the onset of a fault: follows every block of input, processed or not, before it is judged.
 // time: first sample of the block at 16 kHz.
 void fault_monitor_follow(fault_monitor *monitor, const block_facts *facts, int64_t time);
 
-// Follows the verdicts on the blocks processed. single: the beamformer has been left because of a
-// fault, and could be renewed. Returns true and fills `event` when there is something to report;
-// its times are at 16 kHz.
+// Follows the verdicts on the blocks processed. single: because of a fault one microphone is used
+// as if it were alone, and the lane could be renewed. Returns true and fills `event` when there is
+// something to report; its times are at 16 kHz.
 bool fault_monitor_judge(fault_monitor *monitor, const block_facts *facts, mic_fault fault,
                          bool single, int64_t time, se_bf_stream_event *event);
 

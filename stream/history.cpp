@@ -11,14 +11,15 @@ void history_init(history *h, int32_t channels, int32_t signal_path) {
   h->count = 0;
 }
 
-bool history_remember(history *h, const int16_t *block, bool has_sound, int64_t time) {
-  h->silent_blocks = has_sound ? 0 : h->silent_blocks + 1;
+bool history_remember(history *h, const int16_t *block, const block_facts *facts, int64_t time) {
+  h->silent_blocks = block_has_sound(facts) ? 0 : h->silent_blocks + 1;
   if (h->silent_blocks > h->flush_blocks) {
     h->silent_blocks = h->flush_blocks;  // must not overflow in a silence of years
     return false;
   }
   std::memcpy(h->blocks[h->next], block, static_cast<size_t>(h->width) * sizeof(int16_t));
   h->times[h->next] = time;
+  h->facts[h->next] = *facts;
   h->next = (h->next + 1) % kHistoryBlocks;
   if (h->count < kHistoryBlocks) {
     ++h->count;
@@ -26,8 +27,6 @@ bool history_remember(history *h, const int16_t *block, bool has_sound, int64_t 
   return true;
 }
 
-const int16_t *history_block(const history *h, int32_t age, int64_t *time) {
-  const int32_t slot = (h->next - age + kHistoryBlocks) % kHistoryBlocks;
-  *time = h->times[slot];
-  return h->blocks[slot];
+int32_t history_slot(const history *h, int32_t age) {
+  return (h->next - age + kHistoryBlocks) % kHistoryBlocks;
 }

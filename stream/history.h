@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-#include "core_instance.h"
+#include "block_facts.h"
+#include "stream_format.h"
 
 // 1 s: noise tracking needs 15 frames, the beamformer's weights 10.
 constexpr int32_t kHistoryBlocks = 50;
@@ -16,6 +17,7 @@ struct history {
   int32_t next;                   // slot that is written next
   int32_t count;                  // slots filled
   int64_t times[kHistoryBlocks];  // first sample of the block
+  block_facts facts[kHistoryBlocks];
   int16_t blocks[kHistoryBlocks][kStreamMaxChannels * kStreamBlock];
 };
 
@@ -24,9 +26,9 @@ struct history {
 void history_init(history *h, int32_t channels, int32_t signal_path);
 
 // Remembers the block unless it is silent and the silence has lasted; returns whether it did.
-bool history_remember(history *h, const int16_t *block, bool has_sound, int64_t time);
+bool history_remember(history *h, const int16_t *block, const block_facts *facts, int64_t time);
 
-// The block that was remembered as the `age`-th from the last, 1 .. count, and its time.
-const int16_t *history_block(const history *h, int32_t age, int64_t *time);
+// Slot of the block that was remembered as the `age`-th from the last, 1 .. count.
+int32_t history_slot(const history *h, int32_t age);
 
 #endif  // TM_SE_BF_STREAM_HISTORY_H

@@ -24,11 +24,13 @@ struct lane {
   bool copies;    // channel 0 as it is; the core does not run
   bool watched;   // the core compares the microphones
   bool shielded;  // silence is bridged and faults are healed
-  bool single;    // a fault has ended beamforming for good
+  bool lowered;   // the output is kHeadroom below what is meant, as the core's input was
+  bool single;    // a fault has ended beamforming, or the use of both microphones, for good
+  int32_t alone;  // microphone that is used alone from then on, or kBothChannels
   shield gate;
   core_instance core;
   refined_path *refined;  // lies in the pool of `core` instead of an instance, or null
-  int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input that the core may repair
+  int16_t scratch[kStreamMaxChannels * kStreamBlock];  // input as the core gets it
 };
 
 // What became of a block.
@@ -40,7 +42,7 @@ struct lane_result {
 // Samples until the last trace of a sound has left the core.
 int32_t lane_signal_path(const lane_setting *setting);
 
-// Whether nobody could tell one setting from the other.
+// Whether nobody could tell one setting from the other, but for the limit of the attenuation.
 bool lane_settings_equal(const lane_setting *a, const lane_setting *b);
 
 // Start the lane afresh, in two steps; delay: by which a copy is late, at most a block. The second
@@ -48,10 +50,17 @@ bool lane_settings_equal(const lane_setting *a, const lane_setting *b);
 void lane_create(lane *l, const lane_setting *setting, int32_t delay);
 bool lane_init(lane *l);
 
-// Processes a block of kStreamBlock samples per channel into kStreamBlock samples. before: the
-// block before, with which a delayed copy starts.
-lane_result lane_block(lane *l, const int16_t *block, const block_facts *facts,
-                       const int16_t *before, int16_t *out);
+// Processes a block of kStreamBlock samples per channel into kStreamBlock samples; `block` stays as
+// it is. before: the block before, with which a delayed copy starts.
+lane_result lane_block(lane *l, int16_t *block, const block_facts *facts, const int16_t *before,
+                       int16_t *out);
+
+// Sets the limit of the attenuation where the lane is refined, from the next block on.
+void lane_set_limit(lane *l, float max_attenuation_db);
+
+// Lets a lane that has just been made begin with what another has found out about talker and
+// microphones, where both are refined.
+void lane_carry(lane *l, const lane *from);
 
 // Tells where the talker is; false when the lane does not know.
 bool lane_direction(const lane *l, se_bf_stream_direction_info *info);

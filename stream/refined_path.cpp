@@ -90,7 +90,7 @@ void unpack(const float *packed, bin_spectrum *x) {
 }
 
 // Reads the block, with two channels made fit to be combined.
-void read_block(refined_path *path, const int16_t *block) {
+void read_block(refined_path *path, const int16_t *block, const block_facts *facts) {
   float *first = path->samples;
   if (path->setting.channels == 1) {
     one_to_floats(block, first);
@@ -98,7 +98,7 @@ void read_block(refined_path *path, const int16_t *block) {
   }
   float *second = first + kRefinedHop;
   two_to_floats(block, first, second);
-  path->alone = channel_guard_block(&path->guard, first, second);
+  path->alone = channel_guard_block(&path->guard, facts, first, second);
 }
 
 // Where one channel stands for both there is nothing to align.
@@ -132,8 +132,9 @@ void suppress(refined_path *path) {
   const float *noise = mcra_do_mcra(path->noise, path->mean_power);
   const float *prob = mcra_get_speech_prob(path->noise);
   const float *first = do_ss(path->first_gain, path->mean_power, noise, prob);
-  second_gain_frame(&path->second, path->mixed_power, first, path->squared_gain);
-  const float pause = pause_gain_frame(&path->pause, path->mixed_power, path->squared_gain);
+  second_gain_frame(&path->second, path->mixed_power, first, path->squared_gain, path->over_noise);
+  const float pause =
+      pause_gain_frame(&path->pause, path->mixed_power, path->over_noise, path->squared_gain);
   apply_gain(&path->mixed, path->squared_gain, pause, path->floor, path->packed);
 }
 
@@ -171,8 +172,7 @@ bool refined_path_init(refined_path *path, core_state *core) {
   if (path == nullptr) {
     return false;
   }
-  const double limit_db = static_cast<double>(path->setting.max_attenuation_db);
-  path->floor = limit_db > 0.0 ? static_cast<float>(fixed_exp(-limit_db * kLogPerDb)) : 0.0f;
+  refined_path_set_limit(path, path->setting.max_attenuation_db);
   path->silent_blocks = kSilentFrame;
   path->alone = kBothChannels;
   path->noise = mcra_init_in(core, kRefinedBins);
@@ -184,14 +184,37 @@ bool refined_path_init(refined_path *path, core_state *core) {
   return ready && path->noise != nullptr && path->first_gain != nullptr;
 }
 
-void refined_path_block(refined_path *path, const int16_t *block, bool has_sound, int16_t *out) {
-  if (has_sound) {
+void refined_path_set_limit(refined_path *path, float max_attenuation_db) {
+  const double limit_db = static_cast<double>(max_attenuation_db);
+  path->setting.max_attenuation_db = max_attenuation_db;
+  path->floor = limit_db > 0.0 ? static_cast<float>(fixed_exp(-limit_db * kLogPerDb)) : 0.0f;
+}
+
+void refined_path_carry(refined_path *path, const refined_path *from) {
+  path->guard = from->guard;
+  if (path->setting.direction_known) {
+    return;
+  }
+  talker_direction *own = &path->direction;
+  if (from->setting.direction_known) {
+    own->delay = from->setting.delay;
+    own->target = from->setting.delay;
+    return;
+  }
+  mcra_state *presence = own->presence;
+  *own = from->direction;
+  own->presence = presence;
+}
+
+void refined_path_block(refined_path *path, const int16_t *block, const block_facts *facts,
+                        int16_t *out) {
+  if (block_has_sound(facts)) {
     path->silent_blocks = 0;
   } else if (path->silent_blocks < kSilentFrame) {
     path->silent_blocks += 1;
   }
   if (path->silent_blocks < kSilentFrame) {
-    read_block(path, block);
+    read_block(path, block, facts);
     analyse(path);
     suppress(path);
   } else {

@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "bin_vector.h"
+#include "block_facts.h"
 #include "channel_guard.h"
 #include "channel_mix.h"
 #include "noise/mcra_p.h"
@@ -53,6 +54,7 @@ struct refined_path {
   float mixed_power[kRefinedBins];
   float mean_power[kRefinedBins];  // of the mean of the channels; with one channel of that
   float squared_gain[kRefinedBins];
+  float over_noise[kRefinedBins];  // mixed_power in units of the noise's
 };
 #pragma pack(pop)
 
@@ -67,8 +69,15 @@ float refined_doa_of(float mic_distance, float delay);
 refined_path *refined_path_create(core_state *core, const refined_setting *setting);
 bool refined_path_init(refined_path *path, core_state *core);
 
+// Changes max_attenuation_db from the next block on; frames overlap, so the step is not heard.
+void refined_path_set_limit(refined_path *path, float max_attenuation_db);
+
+// Lets a path that has just been made begin with the direction and the levels that another has
+// found. Both have two channels, or one.
+void refined_path_carry(refined_path *path, const refined_path *from);
+
 // Processes a block of 320 interleaved samples per channel into 320 samples, 192 samples late.
-// has_sound: some sample of it is not 0.
-void refined_path_block(refined_path *path, const int16_t *block, bool has_sound, int16_t *out);
+void refined_path_block(refined_path *path, const int16_t *block, const block_facts *facts,
+                        int16_t *out);
 
 #endif  // TM_SE_BF_STREAM_REFINED_PATH_H

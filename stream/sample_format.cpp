@@ -42,9 +42,19 @@ SE_BF_VECTOR_CLONES int32_t round_all(const float *x, int32_t count, float least
   return count - finite;
 }
 
-SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float *x) {
+SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float step, float *x) {
   for (int32_t i = 0; i < count; ++i) {
-    x[i] = static_cast<float>(words[i]) * kSampleStep;
+    x[i] = static_cast<float>(words[i]) * step;
+  }
+}
+
+SE_BF_VECTOR_CLONES void raise_all(const int16_t *words, int32_t count, int32_t least, int32_t most,
+                                   int16_t *raised) {
+  constexpr int32_t kHalf = 1 << (kHeadroomBits - 1);
+  for (int32_t i = 0; i < count; ++i) {
+    const int32_t scaled = (words[i] * kRaising + kHalf) >> kHeadroomBits;
+    const int32_t below = scaled < most ? scaled : most;
+    raised[i] = static_cast<int16_t>(below > least ? below : least);
   }
 }
 
@@ -67,8 +77,12 @@ int32_t words_from_floats(const float *x, int32_t count, int16_t *words) {
   return round_all(x, count, INT16_MIN, INT16_MAX, words);
 }
 
-void floats_from_words(const int16_t *words, int32_t count, float *x) {
-  scale_all(words, count, x);
+void floats_from_words(const int16_t *words, int32_t count, float factor, float *x) {
+  scale_all(words, count, factor * kSampleStep, x);
+}
+
+void raise_words(const int16_t *words, int32_t count, int16_t *raised) {
+  raise_all(words, count, INT16_MIN, INT16_MAX, raised);
 }
 
 int32_t limit_floats(const float *x, int32_t count, float *limited) {

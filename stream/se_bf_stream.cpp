@@ -25,7 +25,7 @@ struct se_bf_stream {
   float unheard[kPiece];  // output that is dropped, in either format
   int16_t
       block[kStreamMaxChannels * kStreamBlock];  // a block at 16 kHz that came from another rate
-  int16_t done[kStreamBlock];
+  enhanced_block done;
 };
 
 namespace {
@@ -69,8 +69,8 @@ void watch_input(se_bf_stream *s, const float *in, int32_t frames, int32_t found
 void run_block(void *user, const float *in, float *out) {
   se_bf_stream *s = static_cast<se_bf_stream *>(user);
   words_from_floats(in, s->config.channels * kStreamBlock, s->block);
-  enhancer_block(&s->enhance, s->block, s->done);
-  floats_from_words(s->done, kStreamBlock, out);
+  enhancer_block(&s->enhance, s->block, &s->done);
+  floats_from_words(s->done.samples, kStreamBlock, s->done.lowered ? kRaise : 1.0f, out);
 }
 
 // Samples per channel that can pass in one piece. At 16 kHz that is a block, and the spans of the
@@ -85,16 +85,15 @@ int32_t piece_room(const se_bf_stream *s) {
 
 void pass_words(se_bf_stream *s, const void *in, int32_t frames, void *out) {
   const int32_t count = frames * s->config.channels;
-  const size_t out_bytes = static_cast<size_t>(frames) * sizeof(int16_t);
   watch_input(s, nullptr, frames, 0);
   if (s->rates != nullptr) {
-    floats_from_words(static_cast<const int16_t *>(in), count, s->in);
+    floats_from_words(static_cast<const int16_t *>(in), count, 1.0f, s->in);
     rate_path_process(s->rates, s->in, static_cast<size_t>(frames), s->out);
     words_from_floats(s->out, frames, static_cast<int16_t *>(out));
     return;
   }
   std::memcpy(block_path_input(&s->blocks), in, static_cast<size_t>(count) * sizeof(int16_t));
-  std::memcpy(out, block_path_output(&s->blocks), out_bytes);
+  block_path_words(&s->blocks, frames, static_cast<int16_t *>(out));
   block_path_advance(&s->blocks, frames);
 }
 
@@ -107,7 +106,7 @@ void pass_floats(se_bf_stream *s, const void *in, int32_t frames, void *out) {
     return;
   }
   watch_input(s, samples, frames, words_from_floats(samples, count, block_path_input(&s->blocks)));
-  floats_from_words(block_path_output(&s->blocks), frames, static_cast<float *>(out));
+  block_path_floats(&s->blocks, frames, static_cast<float *>(out));
   block_path_advance(&s->blocks, frames);
 }
 

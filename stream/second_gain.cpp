@@ -28,7 +28,7 @@ constexpr float kLateDecay = 0.7f;
 constexpr float kLateIntake = 1.0f - kLateDecay;
 
 // Share of the slow average that counts as reverberation, and the least factor it leaves: -10 dB.
-constexpr float kLateShare = 0.1f;
+constexpr float kLateShare = 0.05f;
 constexpr float kLeastLateFactor = 0.1f;
 
 // Keeps a quotient of powers defined, and averages of silence from becoming subnormal, which some
@@ -38,11 +38,11 @@ constexpr float kLeastPower = 1e-18f;
 //   q = 1 - g^2; B = average of q P; Q = average of q; lambda = (B + 1/N^2) / (Q + 0.01)
 //   S = 0.2 S + 0.8 g^2 P; G^2 = S / (S + 2 lambda)
 //   K = 0.3 K + 0.7 G^2 P; R = 0.7 R + 0.3 K
-//   G^2 becomes G^2 max(1 - 0.1 R(3 frames ago) / K, 0.1)
+//   G^2 becomes G^2 max(1 - 0.05 R(3 frames ago) / K, 0.1)
 SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__restrict power,
                                      const float *__restrict first, float *__restrict squared_gain,
-                                     const float *__restrict last, float *__restrict newest,
-                                     const float *__restrict oldest) {
+                                     float *__restrict over_noise, const float *__restrict last,
+                                     float *__restrict newest, const float *__restrict oldest) {
   for (int32_t k = 0; k < kRefinedBins; ++k) {
     const float passed = first[k] * first[k];
     const float removed = 1.0f - passed;
@@ -56,8 +56,10 @@ SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__r
     s->noise_share[k] = noise_share;
     s->speech[k] = speech;
 
-    const float scaled = speech * (noise_share + kLeastNoiseShare);
-    const float gain = scaled / (scaled + kNoiseWeight * (noise_power + kLeastNoisePower));
+    const float weight = noise_share + kLeastNoiseShare;
+    const float weighted_noise = noise_power + kLeastNoisePower;
+    over_noise[k] = power[k] * weight / weighted_noise;
+    const float gain = speech * weight / (speech * weight + kNoiseWeight * weighted_noise);
     const float kept = kKeptDecay * s->kept[k] + kKeptIntake * (gain * power[k]) + kLeastPower;
     s->kept[k] = kept;
     newest[k] = kLateDecay * last[k] + kLateIntake * kept;
@@ -69,10 +71,11 @@ SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__r
 }  // namespace
 
 // The row after the newest is the oldest, of 3 frames ago once the new one has been counted.
-void second_gain_frame(second_gain *s, const float *power, const float *first,
-                       float *squared_gain) {
+void second_gain_frame(second_gain *s, const float *power, const float *first, float *squared_gain,
+                       float *over_noise) {
   const int32_t last = s->newest;
   s->newest = (last + 1) % kLateFrames;
   const int32_t oldest = (s->newest + 1) % kLateFrames;
-  update_bins(s, power, first, squared_gain, s->late[last], s->late[s->newest], s->late[oldest]);
+  update_bins(s, power, first, squared_gain, over_noise, s->late[last], s->late[s->newest],
+              s->late[oldest]);
 }

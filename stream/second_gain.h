@@ -25,7 +25,8 @@ struct second_gain {
 };
 
 // One frame; `s` is zero-filled at first. power: of the mix; first: the first gain, 0 .. 1; squared
-// gain: G^2, 0 .. 1.
-void second_gain_frame(second_gain *s, const float *power, const float *first, float *squared_gain);
+// gain: G^2, 0 .. 1; over_noise: power in units of the noise's.
+void second_gain_frame(second_gain *s, const float *power, const float *first, float *squared_gain,
+                       float *over_noise);
 
 #endif  // TM_SE_BF_STREAM_SECOND_GAIN_H

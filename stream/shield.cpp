@@ -19,7 +19,8 @@ bool shield_holds_back(shield *s, const core_state *core, const block_facts *fac
   }
   // A first block that one microphone enters later than the other would count as a fault.
   const bool both = facts->sum[0] > 0.0f && facts->sum[1] > 0.0f;
-  const mic_fault fault = fault_predict(core, facts);
+  const mic_levels levels = fault_levels(core, facts);
+  const mic_fault fault = fault_verdict(&levels, facts);
   const bool comparable = fault != MIC_FAULT_FIRST && fault != MIC_FAULT_SECOND;
   s->started = (both && comparable) || s->start_wait >= kStartWaitBlocks;
   ++s->start_wait;

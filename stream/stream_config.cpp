@@ -7,8 +7,7 @@
 
 namespace {
 
-constexpr float kDefaultDoa = 90.0f;          // degrees: the talker is in front
-constexpr float kLargestAttenuation = 60.0f;  // dB
+constexpr float kDefaultDoa = 90.0f;  // degrees: the talker is in front
 
 // Size of the config of the first version.
 constexpr uint32_t kFirstSize = offsetof(se_bf_stream_config, max_attenuation_db);
@@ -63,8 +62,10 @@ int32_t hop_of(const se_bf_stream_config *config) {
   return config->hop == 0 ? kStreamDefaultHop : config->hop;
 }
 
+// The choice of SE_BF_STREAM_AUTO: the best that the hop allows.
 bool is_refined(const se_bf_stream_config *config) {
-  return config->mode == SE_BF_STREAM_REFINED;
+  return config->mode == SE_BF_STREAM_REFINED ||
+         (config->mode == SE_BF_STREAM_AUTO && hop_of(config) == kStreamDefaultHop);
 }
 
 const char *direction_fault(const se_bf_stream_config *config) {
@@ -78,7 +79,7 @@ const char *direction_fault(const se_bf_stream_config *config) {
   const bool searches = is_refined(config) && std::isnan(config->doa);
   if (distance > 0.0f && !std::isfinite(config->doa) && !searches) {
     return "config.doa must be a finite number of degrees where config.mic_distance is above 0, "
-           "or NaN with SE_BF_STREAM_REFINED";
+           "or NaN with SE_BF_STREAM_REFINED, or with SE_BF_STREAM_AUTO at hop 320";
   }
   return nullptr;
 }
@@ -94,7 +95,7 @@ int32_t mode_at_work(const se_bf_stream_config *config) {
 
 const char *attenuation_fault(const se_bf_stream_config *config) {
   const float limit = config->max_attenuation_db;
-  const bool in_range = limit >= 0.0f && limit <= kLargestAttenuation;
+  const bool in_range = limit >= 0.0f && limit <= kMaxAttenuation;
   if (!in_range) {
     return "config.max_attenuation_db must be 0 to 60 dB";
   }

@@ -13,4 +13,7 @@ constexpr int32_t kStreamMaxChannels = 2;
 // Degrees to either side that program and plug-ins take; a stream takes any finite angle.
 constexpr float kMaxAngle = 180.0f;
 
+// Largest se_bf_stream_config.max_attenuation_db.
+constexpr float kMaxAttenuation = 60.0f;
+
 #endif  // TM_SE_BF_STREAM_STREAM_FORMAT_H

@@ -17,11 +17,12 @@ constexpr float kIntake = 1.0f - kDecay;
 constexpr int32_t kNoiseFrom = 4;
 constexpr int32_t kSpeechFrom = 16;
 
-// Results come every 25 frames, 0.5 s, from the second one on; the coarse search that precedes each
-// takes the last frames of these.
-constexpr int32_t kSearchFrames = 25;
-constexpr int32_t kFirstSearch = 41;
-constexpr int32_t kCoarseFrames = 7;
+// A search begins every 10 frames, 0.2 s; the first one at frame 35, to end at 39: what is heard
+// earlier often misleads. Its first frame prepares it, the next ones search in coarse steps and the
+// last one in fine ones.
+constexpr int32_t kSearchFrames = 10;
+constexpr int32_t kFirstSearch = 35;
+constexpr int32_t kFineFrame = 4;
 
 // Candidates reach to 8 samples, 17 cm of path, on both sides. Coarse ones are much closer than the
 // width of a peak of 5.5 kHz. Fine ones reach past the neighbours of the best of them.
@@ -32,8 +33,8 @@ constexpr float kFineReach = 0.375f;
 constexpr int32_t kFineCandidates = 7;
 
 // The frames after the one that prepares the coarse search share its 65 candidates.
-constexpr int32_t kMostCandidates = 11;  // in one frame
-static_assert(kMostCandidates * (kCoarseFrames - 1) >= 65, "time for all candidates");
+constexpr int32_t kMostCandidates = 22;  // in one frame
+static_assert(kMostCandidates * (kFineFrame - 1) >= 65, "time for all candidates");
 
 // Index of 200 Hz, below which delays are lost in noise.
 constexpr int32_t kFirstIndex = 6;
@@ -42,7 +43,21 @@ constexpr int32_t kFirstIndex = 6;
 constexpr float kLeastPeak = 0.15f;
 
 // The delay moves to a new one with a time constant of 12 frames, 0.25 s.
+// Steps below a thousandth of a sample are not worth a new phase ramp.
 constexpr float kFollow = 0.08f;
+constexpr float kNearEnough = 0.001f;
+
+// What was loud a moment ago still reverberates: 0.7 a frame is a reverberation time of 0.8 s.
+// Speech counts by what it has above 1.5 times that, so that the direct sound decides.
+constexpr float kRingDecay = 0.7f;
+constexpr float kRingWeight = 1.5f;
+
+// Rows of sums: 280 to 1500 Hz, where most of a vowel is, and 2 to 5.5 kHz. A frame counts by the
+// share of the former, against twice the latter: keys, dishes and paper have little of it.
+constexpr int32_t kVowelFirst = 8;
+constexpr int32_t kVowelEnd = 48;
+constexpr int32_t kClickFirst = 64;
+constexpr float kClickWeight = 2.0f;
 
 // Keep quotients defined, and averages of silence from becoming subnormal, which some processors
 // handle slowly.
@@ -62,7 +77,34 @@ SE_BF_VECTOR_CLONES void mean_power(const bin_spectrum *x0, const bin_spectrum *
   }
 }
 
-// w(speech) = p max(1 - lambda / P, 0), w(noise) = 1 - p; each average A = 0.998 A + 0.002 w a.
+// Power of speech in some bins: sum of p max(P - lambda, 0).
+SE_BF_VECTOR_CLONES float speech_power(const talker_direction *d, const float *prob,
+                                       const float *lambda, int32_t first, int32_t end) {
+  const sum_row none = {};
+  sum_row sums = {};
+  for (int32_t i = first; i < end; i += kSumLanes) {
+    sum_row power;
+    sum_row noise;
+    sum_row speech;
+    load_row(&power, d->power + i);
+    load_row(&noise, lambda + i);
+    load_row(&speech, prob + i);
+    const sum_row excess = power - noise;
+    sums += speech * (excess > none ? excess : none);
+  }
+  return add_row(&sums);
+}
+
+// By how much the frame sounds like a voice rather than a click, 0 .. 1.
+float likeness_to_voice(const talker_direction *d, const float *prob, const float *lambda) {
+  const float vowel = speech_power(d, prob, lambda, kVowelFirst, kVowelEnd) + kLeastPower;
+  const float click = speech_power(d, prob, lambda, kClickFirst, kDirectionBins);
+  const float share = vowel / (vowel + kClickWeight * click);
+  return share * share;
+}
+
+// w(speech) = b p max(1 - (lambda + 1.5 R) / P, 0), w(noise) = 1 - p; then R = max(0.7 R, P); each
+// average A = 0.998 A + 0.002 w a. b is in speech_counts.
 SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x0,
                                       const bin_spectrum *x1, const float *prob,
                                       const float *lambda, float speech_counts,
@@ -75,7 +117,9 @@ SE_BF_VECTOR_CLONES void average_bins(talker_direction *d, const bin_spectrum *x
     const float cross_re = x0->re[k] * x1->re[k] + x0->im[k] * x1->im[k];
     const float cross_im = x0->im[k] * x1->re[k] - x0->re[k] * x1->im[k];
 
-    const float excess = 1.0f - lambda[i] / d->power[i];
+    const float rung = kRingDecay * d->ringing[i];
+    const float excess = 1.0f - (lambda[i] + kRingWeight * d->ringing[i]) / d->power[i];
+    d->ringing[i] = rung > d->power[i] ? rung : d->power[i];
     const float share = excess > 0.0f ? excess : 0.0f;
     const float speech = speech_counts * (prob[i] * share);
     const float noise = noise_counts * (1.0f - prob[i]);
@@ -123,9 +167,6 @@ SE_BF_VECTOR_CLONES void weigh_bins(talker_direction *d, const bin_spectrum *ram
   }
 }
 
-// A row of sums, or of bins.
-typedef float sum_row __attribute__((vector_size(kSumLanes * sizeof(float))));
-
 // sums[c] = sum over bins of Re(phasor turn^c), c = 0 .. count - 1; afterwards phasor is
 // phasor turn^count.
 SE_BF_VECTOR_CLONES void sum_and_turn(float *re, float *im, const float *turn_re,
@@ -136,10 +177,10 @@ SE_BF_VECTOR_CLONES void sum_and_turn(float *re, float *im, const float *turn_re
     sum_row b;
     sum_row c;
     sum_row s;
-    std::memcpy(&a, re + k, sizeof a);
-    std::memcpy(&b, im + k, sizeof b);
-    std::memcpy(&c, turn_re + k, sizeof c);
-    std::memcpy(&s, turn_im + k, sizeof s);
+    load_row(&a, re + k);
+    load_row(&b, im + k);
+    load_row(&c, turn_re + k);
+    load_row(&s, turn_im + k);
     for (int32_t i = 0; i < count; ++i) {
       rows[i] += a;
       const sum_row next = a * c - b * s;
@@ -150,22 +191,20 @@ SE_BF_VECTOR_CLONES void sum_and_turn(float *re, float *im, const float *turn_re
     std::memcpy(im + k, &b, sizeof b);
   }
   for (int32_t i = 0; i < count; ++i) {
-    float lanes[kSumLanes];
-    std::memcpy(lanes, &rows[i], sizeof lanes);
-    sums[i] = add_lanes(lanes);
+    sums[i] = add_row(&rows[i]);
   }
 }
 
 static_assert(kDirectionBins % kSumLanes == 0, "whole rows of sums");
 
-float sum_of(const float *values) {
-  float sums[kSumLanes] = {};
-  for (int32_t k = 0; k < kDirectionBins; k += kSumLanes) {
-    for (int32_t i = 0; i < kSumLanes; ++i) {
-      sums[i] += values[k + i];
-    }
+SE_BF_VECTOR_CLONES float sum_of(const float *values) {
+  sum_row sums = {};
+  for (int32_t i = 0; i < kDirectionBins; i += kSumLanes) {
+    sum_row next;
+    load_row(&next, values + i);
+    sums += next;
   }
-  return add_lanes(sums);
+  return add_row(&sums);
 }
 
 void begin_search(talker_direction *d, float first_delay) {
@@ -202,23 +241,29 @@ void finish_search(talker_direction *d) {
   begin_search(d, lowest > -kLargestDelay ? lowest : -kLargestDelay);
   continue_search(d, &d->fine_turn, kFineStep, kFineCandidates);
   d->confidence = d->best_sum / d->weight_sum;
-  if (d->confidence > kLeastPeak) {
-    d->target = d->best_delay;
+  if (d->confidence <= kLeastPeak) {
+    return;
+  }
+  d->target = d->best_delay;
+  if (!d->found) {
+    // Nothing has been aligned so far, so nobody hears a jump.
+    d->delay = d->target;
+    d->found = true;
   }
 }
 
 // The share of the frame in the search.
 void search(talker_direction *d) {
-  const int32_t due = d->frame % kSearchFrames;
   if (d->frame < kFirstSearch) {
     return;
   }
-  if (due == 0) {
-    finish_search(d);
-  } else if (due == kSearchFrames - kCoarseFrames) {
+  const int32_t since = (d->frame - kFirstSearch) % kSearchFrames;
+  if (since == 0) {
     begin_search(d, -kLargestDelay);
-  } else if (due > kSearchFrames - kCoarseFrames) {
+  } else if (since < kFineFrame) {
     continue_search(d, &d->coarse_turn, kCoarseStep, kMostCandidates);
+  } else if (since == kFineFrame) {
+    finish_search(d);
   }
 }
 
@@ -234,10 +279,14 @@ bool talker_direction_init(talker_direction *d, core_state *core) {
 void talker_direction_frame(talker_direction *d, const bin_spectrum *x0, const bin_spectrum *x1) {
   mean_power(x0, x1, d->power);
   const float *lambda = mcra_do_mcra(d->presence, d->power);
-  const float speech_counts = d->frame >= kSpeechFrom ? kIntake : 0.0f;
+  const float *prob = mcra_get_speech_prob(d->presence);
+  const float voice = likeness_to_voice(d, prob, lambda);
+  const float speech_counts = d->frame >= kSpeechFrom ? kIntake * voice : 0.0f;
   const float noise_counts = d->frame >= kNoiseFrom ? kIntake : 0.0f;
-  average_bins(d, x0, x1, mcra_get_speech_prob(d->presence), lambda, speech_counts, noise_counts);
+  average_bins(d, x0, x1, prob, lambda, speech_counts, noise_counts);
   d->frame += 1;
   search(d);
-  d->delay += kFollow * (d->target - d->delay);
+  const float way = d->target - d->delay;
+  const bool arrived = way < kNearEnough && way > -kNearEnough;
+  d->delay = arrived ? d->target : d->delay + kFollow * way;
 }

@@ -36,6 +36,7 @@ struct talker_direction {
   int32_t frame;             // frames heard
   float delay;               // of channel 1 against channel 0, in samples
   float target;              // result of the last search that found something
+  bool found;                // some search has found something
   float confidence;          // peak of the last search, 0 .. 1
   float next_delay;          // next candidate of the search under way
   float best_delay;          // best one so far
@@ -44,6 +45,7 @@ struct talker_direction {
   direction_average speech;  // weighted by the presence and the share of speech
   direction_average noise;   // weighted by the absence of speech
   float power[kDirectionBins];
+  float ringing[kDirectionBins];    // decaying peak of the power
   float phasor_re[kDirectionBins];  // weighted phasors, turned to the next candidate
   float phasor_im[kDirectionBins];
   bin_spectrum coarse_turn;  // turn from one coarse candidate to the next

@@ -26,10 +26,11 @@ struct alsa_filter {
 // The entries of a configuration.
 struct settings {
   snd_config_t *slave;
-  int32_t mode;   // SE_BF_MODE_*
-  float spacing;  // metres; 0: unknown
-  float angle;    // degrees; below -kMaxAngle: unknown
-  bool plain;     // no shielding
+  int32_t mode;       // SE_BF_STREAM_* or SE_BF_MODE_*
+  float spacing;      // metres; 0: unknown
+  float angle;        // degrees; below -kMaxAngle: unknown
+  float attenuation;  // dB at most; 0: no limit
+  bool plain;         // no shielding
 };
 
 struct mode_name {
@@ -37,10 +38,9 @@ struct mode_name {
   int32_t mode;
 };
 
-constexpr mode_name kModes[] = {{"mean", SE_BF_MODE_MEAN},
-                                {"omlsa", SE_BF_MODE_OMLSA},
-                                {"mvdr", SE_BF_MODE_MVDR},
-                                {"mono", SE_BF_MODE_MONO}};
+constexpr mode_name kModes[] = {{"auto", SE_BF_STREAM_AUTO}, {"refined", SE_BF_STREAM_REFINED},
+                                {"mean", SE_BF_MODE_MEAN},   {"omlsa", SE_BF_MODE_OMLSA},
+                                {"mvdr", SE_BF_MODE_MVDR},   {"mono", SE_BF_MODE_MONO}};
 
 // Samples of one channel, `step` bytes apart.
 struct sample_row {
@@ -152,7 +152,7 @@ int read_mode(const snd_config_t *entry, int32_t *mode) {
       return 0;
     }
   }
-  return wrong("mode", "mean, omlsa, mvdr or mono");
+  return wrong("mode", "auto, refined, mean, omlsa, mvdr or mono");
 }
 
 int read_number(const snd_config_t *entry, float low, float high, const char *wanted,
@@ -198,17 +198,23 @@ int read_entry(snd_config_t *entry, const char *id, settings *found) {
   if (strcmp(id, "doa") == 0) {
     return read_angle(entry, &found->angle);
   }
+  if (strcmp(id, "max_attenuation") == 0) {
+    return read_number(entry, 0.0f, kMaxAttenuation, "from 0 to 60 dB", &found->attenuation);
+  }
   if (strcmp(id, "shield") == 0) {
     return read_shield(entry, &found->plain);
   }
-  SNDERR("tm_se_bf: unknown parameter %s; known are slave, mode, mic_distance, doa, shield", id);
+  SNDERR(
+      "tm_se_bf: unknown parameter %s; known are slave, mode, mic_distance, doa, "
+      "max_attenuation, shield",
+      id);
   return -EINVAL;
 }
 
 int read_settings(snd_config_t *conf, settings *found) {
   snd_config_iterator_t at = nullptr;
   snd_config_iterator_t next = nullptr;
-  *found = {nullptr, SE_BF_MODE_MVDR, 0.0f, kNoAngle, false};
+  *found = {nullptr, SE_BF_STREAM_AUTO, 0.0f, kNoAngle, 0.0f, false};
   snd_config_for_each(at, next, conf) {
     snd_config_t *entry = snd_config_iterator_entry(at);
     const char *id = nullptr;
@@ -222,7 +228,7 @@ int read_settings(snd_config_t *conf, settings *found) {
   if (found->spacing > 0.0f && found->angle < -kMaxAngle) {
     return wrong("doa (DOA)",
                  "given with mic_distance (DISTANCE): the direction of the talker in degrees, 90 "
-                 "for in front");
+                 "for in front; leave out both where it is not known");
   }
   return found->slave != nullptr ? 0 : wrong("slave", "given: the two microphones");
 }
@@ -249,6 +255,7 @@ alsa_filter *make_filter(const settings *wanted) {
   }
   se_bf_stream_config_init(&filter->config);
   filter->config.mode = wanted->mode;
+  filter->config.max_attenuation_db = wanted->attenuation;
   filter->config.plain = wanted->plain ? 1 : 0;
   set_direction(&filter->config, wanted->spacing, wanted->angle);
   filter->ext.version = SND_PCM_EXTPLUG_VERSION;

@@ -12,18 +12,18 @@
 namespace {
 
 constexpr unsigned long kUniqueId = 6209282;
-constexpr float kLastMode = SE_BF_MODE_MONO - SE_BF_MODE_MEAN;
-constexpr float kDefaultMode = SE_BF_MODE_MVDR - SE_BF_MODE_MEAN;
+constexpr int32_t kRefinedMode = 4;  // of the mode control, and its default
 
 // Ports, in an order that configuration files rely on.
 enum {
   PORT_INPUT_0,
   PORT_INPUT_1,
   PORT_OUTPUT,
-  PORT_MODE,       // 0 mean, 1 omlsa, 2 mvdr, 3 mono
-  PORT_SPACING,    // metres
-  PORT_DIRECTION,  // degrees; below -kMaxAngle: unknown
-  PORT_LATENCY,    // samples
+  PORT_MODE,         // 0 mean, 1 omlsa, 2 mvdr, 3 mono, 4 refined
+  PORT_SPACING,      // metres
+  PORT_DIRECTION,    // degrees; below -kMaxAngle: unknown
+  PORT_LATENCY,      // samples
+  PORT_ATTENUATION,  // dB at most; 0: no limit
   PORT_COUNT
 };
 
@@ -40,17 +40,23 @@ float control(const ladspa_instance *instance, int port, float low, float high, 
   return usable ? fminf(fmaxf(*value, low), high) : standard;
 }
 
+int32_t mode_of_control(const ladspa_instance *instance) {
+  const int32_t value =
+      static_cast<int32_t>(lrintf(control(instance, PORT_MODE, 0.0f, kRefinedMode, kRefinedMode)));
+  return value == kRefinedMode ? static_cast<int32_t>(SE_BF_STREAM_REFINED)
+                               : SE_BF_MODE_MEAN + value;
+}
+
 // Passes on what the controls say if they have changed.
 void follow_controls(ladspa_instance *instance) {
   se_bf_stream_config *now = &instance->config;
   se_bf_stream_config wanted = *now;
-  wanted.mode =
-      SE_BF_MODE_MEAN +
-      static_cast<int32_t>(lrintf(control(instance, PORT_MODE, 0, kLastMode, kDefaultMode)));
+  wanted.mode = mode_of_control(instance);
   set_direction(&wanted, control(instance, PORT_SPACING, 0.0f, kMaxSpacing, 0.0f),
                 control(instance, PORT_DIRECTION, kNoAngle, kMaxAngle, kNoAngle));
+  wanted.max_attenuation_db = control(instance, PORT_ATTENUATION, 0.0f, kMaxAttenuation, 0.0f);
   const bool same = wanted.mode == now->mode && wanted.mic_distance == now->mic_distance &&
-                    wanted.doa == now->doa;
+                    wanted.doa == now->doa && wanted.max_attenuation_db == now->max_attenuation_db;
   if (!same && se_bf_stream_change(instance->stream, &wanted) == 0) {
     *now = wanted;
   }
@@ -71,7 +77,7 @@ LADSPA_Handle instantiate(const LADSPA_Descriptor *, unsigned long rate_hz) {
   }
   se_bf_stream_config_init(&instance->config);
   instance->config.rate = rate_hz > INT32_MAX ? INT32_MAX : static_cast<int32_t>(rate_hz);
-  instance->config.mode = SE_BF_MODE_MVDR;
+  instance->config.mode = SE_BF_STREAM_REFINED;
   set_direction(&instance->config, 0.0f, kNoAngle);
   instance->stream = se_bf_stream_open(&instance->config, nullptr);
   if (instance->stream == nullptr) {
@@ -117,18 +123,19 @@ void run(LADSPA_Handle handle, unsigned long frames) {
 }
 
 constexpr LADSPA_PortDescriptor kPorts[PORT_COUNT] = {
-    LADSPA_PORT_INPUT | LADSPA_PORT_AUDIO,   LADSPA_PORT_INPUT | LADSPA_PORT_AUDIO,
-    LADSPA_PORT_OUTPUT | LADSPA_PORT_AUDIO,  LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL,
-    LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL, LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL,
-    LADSPA_PORT_OUTPUT | LADSPA_PORT_CONTROL};
+    LADSPA_PORT_INPUT | LADSPA_PORT_AUDIO,    LADSPA_PORT_INPUT | LADSPA_PORT_AUDIO,
+    LADSPA_PORT_OUTPUT | LADSPA_PORT_AUDIO,   LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL,
+    LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL,  LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL,
+    LADSPA_PORT_OUTPUT | LADSPA_PORT_CONTROL, LADSPA_PORT_INPUT | LADSPA_PORT_CONTROL};
 
 constexpr const char *kPortNames[PORT_COUNT] = {"Microphone 0",
                                                 "Microphone 1",
                                                 "Output",
-                                                "Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono)",
+                                                "Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono, 4 refined)",
                                                 "Microphone spacing (m)",
                                                 "Direction (degrees)",
-                                                "latency"};
+                                                "latency",
+                                                "Max attenuation (dB, 0 no limit)"};
 
 constexpr LADSPA_PortRangeHintDescriptor kBounded =
     LADSPA_HINT_BOUNDED_BELOW | LADSPA_HINT_BOUNDED_ABOVE;
@@ -137,11 +144,12 @@ constexpr LADSPA_PortRangeHint kHints[PORT_COUNT] = {
     {0, 0.0f, 0.0f},
     {0, 0.0f, 0.0f},
     {0, 0.0f, 0.0f},
-    {kBounded | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_HIGH, 0.0f, kLastMode},
+    {kBounded | LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_MAXIMUM, 0.0f, kRefinedMode},
     {kBounded | LADSPA_HINT_DEFAULT_0, 0.0f, kMaxSpacing},
     {kBounded | LADSPA_HINT_DEFAULT_MINIMUM, kNoAngle, kMaxAngle},
-    {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f,
-     0.0f}};  // SoX asks for the default of an output as well
+    // SoX asks for the default of an output as well.
+    {LADSPA_HINT_INTEGER | LADSPA_HINT_DEFAULT_0, 0.0f, 0.0f},
+    {kBounded | LADSPA_HINT_DEFAULT_0, 0.0f, kMaxAttenuation}};
 
 // No property is claimed, not even that of hard real time: run keeps off the heap and the operating
 // system, but its work comes in blocks of 20 ms and grows after a change.

@@ -95,7 +95,7 @@ listing 1 >application.c
 readme 'cc application.c'
 readme 'sox .*application'
 sox -t raw -r 48000 -e signed -b 16 -c 1 speech.raw speech.wav
-se_bf enhance --quiet --mode omlsa noisy.wav - >reference.raw
+se_bf enhance --quiet noisy.wav - >reference.raw
 program/plot/python.sh tests/plugins/compare.py reference.raw speech.wav 0.99 0.5 0 32000
 read -ra flags <<<"$(pkg-config --cflags --libs tm_se_bf_stream)"
 cc -std=c99 -Wall -Wextra -pedantic -Werror application.c "${flags[@]}" -o application
@@ -107,7 +107,7 @@ diff <(./version; ./version) <(pkg-config --modversion tm_se_bf_stream
 listing 2 >host.c
 readme 'cc host.c'
 readme 'sox .*host' >/dev/null
-se_bf enhance --quiet --plain --mic-distance 0.06 --doa 90 noisy.wav - >reference.raw
+se_bf enhance --quiet --mode mvdr --plain --mic-distance 0.06 --doa 90 noisy.wav - >reference.raw
 cmp -n 60000 -i 384:0 speech.raw reference.raw
 
 apt-get purge 'tm-se-bf-*' 'libtm-se-bf*' >apt.log 2>&1

@@ -19,9 +19,10 @@ make_wav() {
   sox -t raw -r "$1" -e signed -b 16 -c 2 "$recording" in.wav
 }
 
-# reference RATE [MODE [DISTANCE DOA [PLAIN]]]: reference.raw is what a stream makes of in.raw.
+# reference RATE [MODE [DISTANCE DOA [PLAIN [LIMIT]]]]: reference.raw is what a stream makes of in.raw.
 reference() {
-  latency=$("$tool" "$1" "${2-2}" "${3-$DISTANCE}" "${4-$DOA}" "${5-0}" 2>&1 <in.raw >reference.raw)
+  latency=$("$tool" "$1" "${2-4}" "${3-$DISTANCE}" "${4-$DOA}" "${5-0}" "${6-0}" 2>&1 \
+    <in.raw >reference.raw)
 }
 
 # same_bits COUNT: got.raw holds COUNT samples of the reference after the latency.
@@ -49,11 +50,12 @@ test_alone() {
 test_ladspa-sdk() {
   need applyplugin analyseplugin sox
   analyseplugin tm_se_bf.so tm_se_bf >ports
-  grep '"Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono)" input, control, 0 to 3, default 2' ports
+  grep '"Mode (0 mean, 1 omlsa, 2 mvdr, 3 mono, 4 refined)" input, control, 0 to 4, default 4' ports
   grep '"Direction (degrees)" input, control, -200 to 180, default -200' ports
+  grep '"Max attenuation (dB, 0 no limit)" input, control, 0 to 60, default 0' ports
   make_wav 16000
-  reference 16000
-  applyplugin in.wav got.wav tm_se_bf.so tm_se_bf 2 $DISTANCE $DOA
+  reference 16000 4 $DISTANCE $DOA 0 6
+  applyplugin in.wav got.wav tm_se_bf.so tm_se_bf 4 $DISTANCE $DOA 6
   tail -c +45 got.wav >got.raw
   same_bits $((FRAMES - latency))
 }
@@ -92,7 +94,7 @@ pcm_type.tm_se_bf { lib "$plugins/libasound_module_pcm_tm_se_bf.so" }
 pcm.player { type file slave.pcm null file /dev/null infile "$work/played.raw" format raw }
 pcm.recording { type plug slave { pcm player format S16_LE channels 2 rate ${2-16000} } }
 pcm.bare { type tm_se_bf slave.pcm player mic_distance $DISTANCE doa $DOA }
-pcm.plain { type tm_se_bf slave.pcm player mic_distance $DISTANCE doa $DOA shield no }
+pcm.plain { type tm_se_bf slave.pcm player mode mvdr mic_distance $DISTANCE doa $DOA shield no }
 END
   export ALSA_CONFIG_PATH=/usr/share/alsa/alsa.conf:$top/plugins/alsa/$1:$work/test.conf
 }
@@ -116,10 +118,12 @@ same_bits_from() {
 
 test_alsa() {
   use_alsa asound.conf
-  local pcm="tm_se_bf:SLAVE=recording,DISTANCE=$DISTANCE,DOA=$DOA" modes=(mean omlsa mvdr mono) mode
-  for mode in 0 1 2 3; do
+  local pcm="tm_se_bf:SLAVE=recording,DISTANCE=$DISTANCE,DOA=$DOA" mode
+  local modes=(mean omlsa mvdr mono refined)
+  for mode in 0 1 2 3 4; do
     same_bits_from "$pcm,MODE=${modes[mode]}" 16000 $mode
   done
+  same_bits_from "$pcm,LIMIT=6" 16000 4 $DISTANCE $DOA 0 6
   # Beginning in digital silence, which ends the beamforming of a stream without shield.
   { head -c 12800 /dev/zero; cat "$recording"; } >in.raw
   same_bits_from "$pcm" 16000
@@ -127,7 +131,7 @@ test_alsa() {
   same_bits_from plain 16000 2 $DISTANCE $DOA 1
   same_bits_from bare 16000
   cat "$recording" "$recording" >played.raw
-  "$record_again" bare "$latency"
+  "$record_again" bare 320  # a block; gains spread the first sound over the rest of the latency
   rm played.raw
   same_bits_from bare 48000
   need sox
@@ -139,7 +143,9 @@ test_alsa() {
   use_alsa asound.conf 48000
   same_bits_from "$pcm" 48000
   use_alsa asound-ladspa.conf
-  same_bits_from "tm_se_bf_ladspa:SLAVE=recording,PATH=\"$plugins\",DISTANCE=$DISTANCE,DOA=$DOA" 16000
+  pcm="tm_se_bf_ladspa:SLAVE=recording,PATH=\"$plugins\",DISTANCE=$DISTANCE,DOA=$DOA"
+  same_bits_from "$pcm" 16000
+  same_bits_from "$pcm,LIMIT=6" 16000 4 $DISTANCE $DOA 0 6
 }
 
 test_alsa-conversion() {
@@ -164,9 +170,10 @@ END
     $program -q -d 1 -D wrong in.wav 2>message && exit 1 || [[ $? == 1 ]]
     grep "$says" message
   done <<'END'
-mode must be mean, omlsa, mvdr or mono|arecord|slave.pcm recording mode loud
+mode must be auto, refined, mean, omlsa, mvdr or mono|arecord|slave.pcm recording mode loud
 slave must be given|arecord|mode mvdr
 doa (DOA) must be given with mic_distance|arecord|slave.pcm recording mic_distance 0.1
+max_attenuation must be from 0 to 60 dB|arecord|slave.pcm recording max_attenuation 61
 doa must be from -180 to 180|arecord|slave.pcm recording mic_distance 0.1 doa -190
 enhances recordings only|aplay|slave.pcm recording
 at 7000 Hz: config.rate must be 8000 to 192000|arecord -r 7000 -f S16_LE|slave.pcm null

@@ -18,7 +18,9 @@ namespace {
 
 int64_t g_heap_calls = 0;
 
-enum { INPUT_0, INPUT_1, OUTPUT, MODE, SPACING, DIRECTION, LATENCY_PORT };
+enum { INPUT_0, INPUT_1, OUTPUT, MODE, SPACING, DIRECTION, LATENCY_PORT, ATTENUATION };
+constexpr size_t kControls = 4;
+constexpr unsigned long kControlPorts[kControls] = {MODE, SPACING, DIRECTION, ATTENUATION};
 
 using samples = std::vector<float>;
 
@@ -36,15 +38,15 @@ const LADSPA_Descriptor *const plugin =
 
 struct instance {
   LADSPA_Handle handle;
-  float controls[3];  // mode, spacing, direction
+  float controls[kControls];
   float latency;
 };
 
 // An active instance.
 void start(instance *i, unsigned long rate_hz, float mode, float spacing, float direction) {
-  *i = {plugin->instantiate(plugin, rate_hz), {mode, spacing, direction}, -1.0f};
-  for (unsigned long port = MODE; port <= DIRECTION; ++port) {
-    plugin->connect_port(i->handle, port, &i->controls[port - MODE]);
+  *i = {plugin->instantiate(plugin, rate_hz), {mode, spacing, direction, 0.0f}, -1.0f};
+  for (size_t n = 0; n < kControls; ++n) {
+    plugin->connect_port(i->handle, kControlPorts[n], &i->controls[n]);
   }
   plugin->connect_port(i->handle, LATENCY_PORT, &i->latency);
   plugin->activate(i->handle);
@@ -65,13 +67,15 @@ samples run(const instance &i, samples a, samples b, size_t block) {
   return a;
 }
 
-se_bf_stream_config make_config(int32_t rate_hz, int32_t mode, float spacing, float direction) {
+se_bf_stream_config make_config(int32_t rate_hz, int32_t mode, float spacing, float direction,
+                                float attenuation = 0) {
   se_bf_stream_config config;
   se_bf_stream_config_init(&config);
   config.rate = rate_hz;
-  config.mode = SE_BF_MODE_MEAN + mode;
+  config.mode = mode == 4 ? static_cast<int32_t>(SE_BF_STREAM_REFINED) : SE_BF_MODE_MEAN + mode;
   config.mic_distance = spacing;
   config.doa = direction;
+  config.max_attenuation_db = attenuation;
   return config;
 }
 
@@ -83,9 +87,9 @@ samples expected(const se_bf_stream_config &config, const samples &a, const samp
     in.push_back(a[n]);
     in.push_back(b[n]);
   }
-  // The plug-in opens its stream in the mode with the longest delay.
+  // The plug-in opens its stream in a mode with the full delay.
   se_bf_stream_config opened = config;
-  opened.mode = SE_BF_MODE_MVDR;
+  opened.mode = SE_BF_STREAM_REFINED;
   se_bf_stream *stream = se_bf_stream_open(&opened, nullptr);
   se_bf_stream_change(stream, &config);
   samples out(a.size());
@@ -106,7 +110,7 @@ TEST(Ladspa, RatesOutOfRangeAreRefusedAndOthersTellTheirLatency) {
   for (const int32_t rate_hz : {8000, 11025, 16000, 44100, 48000, 192000}) {
     const se_bf_stream_config config = make_config(rate_hz, 2, 0, 0);
     se_bf_stream *stream = se_bf_stream_open(&config, nullptr);
-    for (const float mode : {0.0f, 1.0f, 2.0f, 3.0f}) {
+    for (const float mode : {0.0f, 1.0f, 2.0f, 3.0f, 4.0f}) {
       instance i;
       start(&i, static_cast<unsigned long>(rate_hz), mode, 0.05f, 90);
       run(i, samples(1), samples(1), 1);
@@ -120,7 +124,7 @@ TEST(Ladspa, RatesOutOfRangeAreRefusedAndOthersTellTheirLatency) {
 // With block lengths that differ, in turn, with one that never runs beside them.
 TEST(Ladspa, EveryInstanceIsAStreamOfItsOwn) {
   constexpr unsigned long kRate = 48000;
-  const float settings[3][3] = {{2, 0.06f, 30}, {1, 0, -200}, {2, 0.3f, 140}};
+  const float settings[3][3] = {{2, 0.06f, 30}, {1, 0, -200}, {4, 0.3f, 140}};
   const size_t blocks[] = {64, 1000, 777};
   instance idle;
   instance instances[3];
@@ -163,18 +167,19 @@ TEST(Ladspa, ControlsChangeWithoutAGap) {
   constexpr size_t kChange = 44000;
   const samples a = make_noise(1, 3 * kRate);
   const samples b = make_noise(2, 3 * kRate);
-  const se_bf_stream_config from = make_config(kRate, 2, 0.06f, 30);
-  const float changes[2][3] = {{1, 0.06f, 30}, {2, 0.06f, 150}};
+  const se_bf_stream_config from = make_config(kRate, 4, 0.06f, 30);
+  const float changes[][kControls] = {{1, 0.06f, 30, 0}, {4, 0.06f, 150, 0}, {4, 0.06f, 30, 6}};
   for (const float *to : changes) {
-    const se_bf_stream_config other = make_config(kRate, static_cast<int32_t>(to[0]), to[1], to[2]);
+    const int32_t mode = static_cast<int32_t>(to[0]);
+    const se_bf_stream_config other = make_config(kRate, mode, to[1], to[2], to[3]);
     instance i;
-    start(&i, kRate, 2, 0.06f, 30);
+    start(&i, kRate, 4, 0.06f, 30);
     samples x = a;
     samples y = b;
     const int64_t calls = g_heap_calls;
     for (size_t at = 0; at < x.size(); at += 500) {
       if (at == kChange) {
-        std::copy(to, to + 3, i.controls);
+        std::copy(to, to + kControls, i.controls);
       }
       run_block(i, &x, &y, at, std::min<size_t>(500, x.size() - at));
     }
@@ -208,6 +213,9 @@ TEST(Ladspa, SpacingOrDirectionAlonePrefersNone) {
   plugin->connect_port(i.handle, DIRECTION, nullptr);
   plugin->activate(i.handle);
   EXPECT_TRUE(run(i, a, b, 480) == undirected) << "not connected";
+  plugin->connect_port(i.handle, MODE, nullptr);
+  plugin->activate(i.handle);
+  EXPECT_TRUE(run(i, a, b, 480) == expected(make_config(16000, 4, 0, 0), a, b)) << "by default";
   plugin->cleanup(i.handle);
 }
 
@@ -218,7 +226,7 @@ TEST(Ladspa, ControlsAndSamplesMayBeWrong) {
   instance i;
   start(&i, 16000, 0, 0, 0);
   for (const float value : {2.0f, NAN, INFINITY, -INFINITY, -1e30f, 1e30f}) {
-    std::fill_n(i.controls, 3, value);
+    std::fill_n(i.controls, kControls, value);
     for (const float y : run(i, loud, loud, 480)) {
       ASSERT_LE(std::fabs(y), 1.0f) << value;
     }

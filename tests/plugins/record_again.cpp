@@ -1,5 +1,5 @@
-// record_again PCM LATENCY: records from an ALSA PCM, prepares it again and records on. The second
-// recording must begin like a first one, with LATENCY samples of silence.
+// record_again PCM SILENCE: records from an ALSA PCM, prepares it again and records on. The second
+// recording must begin like a first one, with SILENCE samples that are 0.
 #include <alsa/asoundlib.h>
 
 #include <algorithm>
@@ -9,9 +9,9 @@
 
 int main(int argc, char **argv) {
   constexpr int64_t kFrames = 8000;
-  const int64_t latency = argc == 3 ? std::atoi(argv[2]) : 0;
+  const int64_t least = argc == 3 ? std::atoi(argv[2]) : 0;
   snd_pcm_t *pcm = nullptr;
-  if (latency == 0 || snd_pcm_open(&pcm, argv[1], SND_PCM_STREAM_CAPTURE, 0) < 0 ||
+  if (least == 0 || snd_pcm_open(&pcm, argv[1], SND_PCM_STREAM_CAPTURE, 0) < 0 ||
       snd_pcm_set_params(pcm, SND_PCM_FORMAT_S16, SND_PCM_ACCESS_MMAP_INTERLEAVED, 1, 16000, 0,
                          500000) < 0) {
     std::puts("expected a PCM that records");
@@ -23,8 +23,8 @@ int main(int argc, char **argv) {
     const int64_t silent =
         std::find_if(heard.begin(), heard.end(), [](int16_t x) { return x != 0; }) - heard.begin();
     std::printf("%s: silent for %d samples\n", which, static_cast<int>(silent));
-    if (frames != kFrames || silent < latency || silent > latency + 1000) {
-      std::printf("expected %d and a little more\n", static_cast<int>(latency));
+    if (frames != kFrames || silent < least || silent > least + 1000) {
+      std::printf("expected %d and a little more\n", static_cast<int>(least));
       return EXIT_FAILURE;
     }
     snd_pcm_drop(pcm);

@@ -145,7 +145,10 @@ class Results(BatchCase):
             for told, state in ("made with other options before", "made anew"), ("", "skipped"):
                 self.assertEqual({"1.wav": state}, self.batch(0, told, *words, *scene, "1.wav")[0])
         self.batch(0, "", "--overwrite", "1.wav")
-        self.assertEqual({"1.wav": "skipped"}, self.batch(0, "", "--gain=-0", "1.wav")[0])
+        for words, told, state in (["--gain=-0", "--mode=refined"], "", "skipped"), (
+                ["--max-attenuation=6"], "other options", "made anew"), (
+                ["--mic-distance=0.1"], "other options", "made anew"):
+            self.assertEqual({"1.wav": state}, self.batch(0, told, *words, "1.wav")[0], words)
 
     def test_what_comes_through_a_pipe_is_never_the_same(self):
         self.record("a.wav", "b.wav", "old/gone.wav")

@@ -26,11 +26,11 @@ def click(rate_hz):
 class Sound(ProgramCase):
     def test_the_beamformer_gives_the_stored_reference(self):
         """The reference is the aligned output from sample 64 on."""
-        got = self.expect(0, "mode mvdr, hop 192", "enhance", "--raw-channels", 2, "--hop", 192,
-                          "--plain", "-", "-", input=recording().tobytes()).stdout
+        got = self.expect(0, "mode mvdr, hop 192", "enhance", "--raw-channels", 2, "--mode", "mvdr",
+                          "--hop", 192, "--plain", "-", "-", input=recording().tobytes()).stdout
         np.testing.assert_array_equal(np.frombuffer(got, "<i2")[64:][:31616],
                                       program.stored("bf_mvdr")[:31616])
-        self.enhance("--hop", 192, "in.wav", "out.wav")
+        self.enhance("--mode", "mvdr", "--hop", 192, "--plain", "in.wav", "out.wav")
         self.assertEqual(got, pathlib.Path("out.wav").read_bytes()[44:])
 
     def test_every_option_of_the_beamformer_is_heard(self):
@@ -39,8 +39,36 @@ class Sound(ProgramCase):
         late[:8000] = 0
         program.write_wav("in.wav", late)
         scenes = "", "--hop=160", "--plain", "--mic-distance=0.1 --doa=0", "--mic-distance=0.1 --doa=160"
-        self.assertEqual(5, len({self.run_tool("enhance", *scene.split(), "in.wav", "-").stdout
-                                 for scene in scenes}))
+        self.assertEqual(5, len({self.run_tool("enhance", "--mode=mvdr", *scene.split(), "in.wav",
+                                               "-").stdout for scene in scenes}))
+
+    def test_the_default_is_refined_and_tells_the_talker(self):
+        """He is heard two samples later at microphone 1."""
+        talker = np.tile(recording()[:, 0], 4)
+        program.write_wav("in.wav", np.stack([talker, np.roll(talker, 2)], axis=1))
+        noise = np.random.default_rng(1).normal(0, 900, (64000, 2))
+        program.write_wav("noise.wav", noise)
+        heard = {}
+        for words, told in [
+                ("", r"refined, .*, talker: delay 125 us, confidence [01]\.\d\d"),
+                ("--mode auto", "refined, .*, talker: delay 125 us, .*"),
+                ("--mode refined", "refined, .*, talker: delay 125 us, .*"),
+                ("--channels 1,0", "talker: delay -125 us, .*"),
+                ("--mic-distance 0.06", r"talker: 44 degrees \(delay 125 us, confidence .*\)"),
+                ("--mic-distance 0.06 --doa 44", "refined.* out"),
+                ("--channels 0", "refined.* out"), ("--hop 160", "omlsa, hop 160.* out"),
+                ("--hop 160 --mode omlsa", "omlsa.* out")]:
+            result = self.run_tool("enhance", *words.split(), "in.wav", "-")
+            heard[words] = result.stdout
+            self.assertRegex(result.stderr.decode(), f"mode .*{told}\n\\Z", words)
+        self.assertEqual({heard[""]}, {heard[f"--mode {mode}"] for mode in ("auto", "refined")})
+        self.assertEqual(heard["--hop 160"], heard["--hop 160 --mode omlsa"])
+        self.expect(0, "talker: not found", "enhance", "noise.wav", "x.wav")
+        for words, least, most in ("", -60, -15), ("--max-attenuation 6", -6.1, -5):
+            self.enhance("--channels", 0, *words.split(), "noise.wav", "x.wav")
+            levels = [np.std(x[32000:]) for x in (program.read_wav("x.wav"), noise[:, 0])]
+            change_db = 20 * np.log10(levels[0] / levels[1])
+            self.assertTrue(least < change_db < most, f"{words}: noise by {change_db:.2f} dB")
 
     @program.needs_rates
     def test_rate_length_and_time_stay(self):
@@ -107,7 +135,8 @@ class Messages(ProgramCase):
             program.write_wav(f"{rate_hz}.wav", click(8000), rate_hz)
         os.symlink("/dev/full", "full.wav")
         before = sorted(os.listdir())
-        lone = "--mic-distance needs --doa"
+        lone = "--mic-distance needs --doa in mode "
+        alone = "--max-attenuation is for mode refined at hop 320, not for mode "
         for status, text, words in [
                 (1, "same file", "enhance in.wav in.wav"),
                 (1, "7999.wav has a sampling rate of 7999 Hz; the enhancer takes 8000 to 192000 Hz",
@@ -116,9 +145,14 @@ class Messages(ProgramCase):
                 (1, "no channel 3", "enhance 8000.wav out.wav --channels 3"),
                 (1, "No space", "enhance in.wav full.wav"),
                 (1, "would replace it", "enhance --out-dir . in.wav"),
-                (2, lone, "enhance --mic-distance 0.1 in.wav x.wav"),
-                (2, lone, "enhance --mic-distance 0.1 --out-dir new in.wav"),
-                (2, lone, "plot --mic-distance 0.1 in.wav"),
+                (2, lone + "mvdr", "enhance --mode mvdr --mic-distance 0.1 in.wav x.wav"),
+                (2, lone + "omlsa", "enhance --hop 160 --mic-distance 0.1 --out-dir new in.wav"),
+                (2, lone + "mean", "plot --mode mean --mic-distance 0.1 in.wav"),
+                (2, "--doa needs --mic-distance", "enhance --doa 90 in.wav x.wav"),
+                (2, "mode refined has hop 320 alone", "plot --mode refined --hop 160 in.wav"),
+                (2, alone + "mono at hop 320", "enhance --mode mono --max-attenuation 0 in.wav x.wav"),
+                (2, alone + "auto at hop 192", "enhance --hop 192 --max-attenuation 9 in.wav x.wav"),
+                (2, "'60.1' is not a number from 0 to 60", "plot --max-attenuation 60.1 in.wav"),
                 (1, "no verdict", "conform bf_omlsa")]:
             self.one_line(status, text, *words.split())
         reader, writer = os.pipe()
@@ -131,9 +165,11 @@ class Messages(ProgramCase):
     def test_what_a_recording_lacks_is_told(self):
         long = np.tile(recording(), (6, 1))
         program.write_wav("equal.wav", long[:, [0, 0]])
+        program.write_wav("copies.wav", np.stack([long[:, 0] // 3, -long[:, 0]], axis=1))
         program.write_wav("none.wav", long[:0], 44100 if program.HAS_RATES else 16000)
         for text, words in [("holds no sound", "none.wav x.flac"),
                             ("identical from 0.00 s", "equal.wav x.wav"),
+                            ("the louder one, microphone 1, is used alone", "copies.wav x.wav"),
                             ("no effect in mode mean",
                              "--mode mean --mic-distance 0.1 --doa 90 in.wav x.wav")]:
             self.one_line(0, text, "enhance", "--quiet", *words.split())
@@ -142,7 +178,7 @@ class Messages(ProgramCase):
         long[48000:96000, 0] = 0
         program.write_wav("dies.wav", long)
         told = self.expect(0, "e 0 is silent or 40 dB weaker from 3.00 s", "enhance", "--quiet",
-                           "dies.wav", "x.wav").stderr
+                           "--mode", "mvdr", "dies.wav", "x.wav").stderr
         self.assertIn(b"resumes soon after ", told)
 
 

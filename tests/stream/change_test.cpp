@@ -86,7 +86,9 @@ TEST(StreamChange, FadesWithinABlockToASettingThatHasHeardTheLastSecond) {
       ASSERT_LE(fade, at + kSlowest * kBlock);
       for (size_t n = fade; n < fade + kBlock; ++n) {
         const double share = (static_cast<double>(n - fade) + 0.5) / kBlock;
-        ASSERT_NEAR(out[n], old[n] + share * (fresh[n] - old[n]), 0.51) << "sample " << n - fade;
+        // Where one of them has headroom, all three are rounded twice or three times.
+        ASSERT_NEAR(out[n], old[n] + share * (fresh[n] - old[n]), c.plain[0] ? 0.51 : 2.0)
+            << "sample " << n - fade;
       }
       ASSERT_EQ(cut(out, fade + kBlock, out.size()), cut(fresh, fade + kBlock, fresh.size()));
     }
@@ -203,6 +205,129 @@ TEST(StreamChange, WhatWasToldIsHealedUnderTheNewSetting) {
   EXPECT_EQ(after[0].kind, SE_BF_STREAM_HEALED);
   EXPECT_EQ(after[0].since, static_cast<int64_t>(heals)) << "a pause is bridged, not left out";
   EXPECT_EQ(after[0].beamforming, 1);
+}
+
+// The recording of the self-test over and over.
+pcm recorded(size_t frames) {
+  const pcm once = read_words(TM_SE_BF_RECORDING);
+  pcm x(2 * frames);
+  for (size_t i = 0; i < x.size() && !once.empty(); ++i) {
+    x[i] = once[i % once.size()];
+  }
+  return x;
+}
+
+// What a setting that has heard one second has not learnt yet.
+constexpr double kMostDb = 3.0;
+
+// By how many decibels a frame of 5 ms is louder than in each of the others, at most.
+double excess_db(const pcm &out, const std::vector<pcm> &others, size_t from, size_t to) {
+  constexpr size_t kFrame = 80;
+  constexpr double kAudibleDb = 60.0;  // 15 dB below the talker
+  double worst = -100.0;
+  for (size_t n = from; n + kFrame <= to; n += kFrame) {
+    double most = kAudibleDb;
+    for (const pcm &other : others) {
+      most = std::max(most, level_db(part(other, n, n + kFrame) + 1e-9));
+    }
+    worst = std::max(worst, level_db(part(out, n, n + kFrame) + 1e-9) - most);
+  }
+  return worst;
+}
+
+TEST(StreamChange, NothingIsLouderThanBeforeAndAfter) {
+  const size_t step = 2 * kSecond;
+  const int32_t modes[] = {SE_BF_MODE_OMLSA,     SE_BF_STREAM_REFINED, SE_BF_MODE_MVDR,
+                           SE_BF_STREAM_REFINED, SE_BF_MODE_MEAN,      SE_BF_MODE_MVDR,
+                           SE_BF_MODE_OMLSA,     SE_BF_MODE_MONO,      SE_BF_STREAM_REFINED};
+  const pcm in = recorded(std::size(modes) * step);
+  se_bf_stream *stream = open_stream(make_config(2, modes[0], 320));
+  std::vector<pcm> steady;
+  pcm out;
+  for (size_t i = 0; i < std::size(modes); ++i) {
+    const se_bf_stream_config config = make_config(2, modes[i], 320);
+    EXPECT_EQ(se_bf_stream_change(stream, &config), 0);
+    out = join({out, process_words(stream, cut(in, 2 * i * step, 2 * (i + 1) * step), 2, {1000})});
+    steady.push_back(run_process(config, in));
+  }
+  se_bf_stream_close(stream);
+  for (size_t i = 1; i < std::size(modes); ++i) {
+    const double excess = excess_db(out, {steady[i - 1], steady[i]}, i * step, (i + 1) * step);
+    std::printf("%d to %d: %.1f dB\n", modes[i - 1], modes[i], excess);
+    EXPECT_LT(excess, kMostDb) << modes[i - 1] << " to " << modes[i];
+  }
+}
+
+TEST(StreamChange, AMicrophoneThatFailsIsNoReasonToBecomeLouder) {
+  const size_t frames = 12 * kSecond;
+  const pcm sound = recorded(frames);
+  const pcm faulty = mute(sound, 1, 4 * kSecond, 7 * kSecond);
+  pcm good = sound;
+  for (size_t t = 0; t < frames; ++t) {
+    good[2 * t + 1] = good[2 * t];
+  }
+  for (const int32_t mode : {+SE_BF_MODE_OMLSA, +SE_BF_MODE_MVDR, +SE_BF_STREAM_REFINED}) {
+    const se_bf_stream_config config = make_config(2, mode, 320);
+    const pcm out = run_process(config, faulty);
+    const double excess = excess_db(out, {run_process(config, sound), run_process(config, good)},
+                                    3 * kSecond, frames);
+    std::printf("fault in %d: %.1f dB\n", mode, excess);
+    EXPECT_LT(excess, kMostDb) << mode;
+  }
+}
+
+TEST(StreamChange, TheLimitOfTheAttenuationChangesAtOnce) {
+  se_bf_stream_config from = make_config(2, SE_BF_STREAM_REFINED, 320);
+  se_bf_stream_config to = from;
+  to.max_attenuation_db = 9;
+  const size_t at = 3 * kSecond;
+  const pcm &in = sound();
+  for (int32_t round = 0; round < 2; ++round) {
+    const pcm out = run_change(from, to, in, at);
+    const pcm old = run_process(from, in);
+    const pcm fresh = run_process(to, in);
+    EXPECT_EQ(cut(out, 0, at + kBlock), cut(old, 0, at + kBlock));
+    EXPECT_NE(cut(out, at + kBlock, at + 2 * kBlock), cut(old, at + kBlock, at + 2 * kBlock));
+    EXPECT_EQ(cut(out, at + 3 * kBlock, in.size()), cut(fresh, at + 3 * kBlock, in.size()));
+    EXPECT_LT(excess_db(out, {old, fresh}, at, at + 3 * kBlock), 0.1);
+    std::swap(from, to);
+  }
+}
+
+// A talker whom microphone 1 hears three samples later.
+TEST(StreamChange, WhatIsKnownOfTheTalkerIsCarriedOver) {
+  constexpr double kDelayUs = 3e6 / kSampleRateHz;
+  const wave dry = speech(8 * kSecond, 3000) + white_noise(11, 8 * kSecond, 60);
+  const pcm in = to_words({dry + white_noise(5, dry.size(), 100),
+                           0.15 * (dry.shift(-3) + white_noise(6, dry.size(), 100))});
+  se_bf_stream_config found = make_config(2, SE_BF_STREAM_REFINED, 320);
+  found.mic_distance = 0;
+  se_bf_stream_config given = found;
+  given.mic_distance = 0.3f;
+  given.doa = static_cast<float>(180 / kPi * std::acos(kDelayUs * 343e-6 / 0.3));
+  se_bf_stream_config spaced = given;
+  spaced.doa = NAN;
+  se_bf_stream *stream = open_stream(found);
+  se_bf_stream_direction_info info = {};
+  const size_t changes = 4 * kSecond;
+  const size_t step = 40 * kBlock;
+  pcm out = process_words(stream, cut(in, 0, 2 * changes), 2, {1000});
+  for (const se_bf_stream_config &config : {spaced, given, spaced, found}) {
+    EXPECT_EQ(se_bf_stream_change(stream, &config), 0);
+    for (size_t end = out.size() + step; out.size() < end;) {
+      const pcm block = cut(in, 2 * out.size(), 2 * (out.size() + kBlock));
+      out = join({out, process_words(stream, block, 2, {kBlock})});
+      EXPECT_EQ(se_bf_stream_direction(stream, &info), 0);
+      ASSERT_NEAR(wide(info.delay_us), kDelayUs, 15) << out.size();
+    }
+    const wave expected = part(run_process(found, in), out.size() - step / 4, out.size());
+    EXPECT_NEAR(level_db(part(out, out.size() - step / 4, out.size())), level_db(expected), 0.5)
+        << "the levels";
+  }
+  se_bf_stream_reset(stream);
+  EXPECT_EQ(se_bf_stream_direction(stream, &info), 0);
+  EXPECT_EQ(info.delay_us, 0);
+  se_bf_stream_close(stream);
 }
 
 TEST(StreamReset, GivesTheStreamAsJustOpenedWithItsLastSetting) {

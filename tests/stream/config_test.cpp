@@ -49,6 +49,11 @@ TEST(StreamConfig, FieldsOutOfRangeAreNamedWithTheirRange) {
       {"config.hop must be 0 or 320",
        [](auto *c) { c->mode = SE_BF_STREAM_REFINED, c->hop = 160; }},
       {"", [](auto *c) { c->mode = SE_BF_STREAM_AUTO, c->hop = 160; }},
+      {"", [nan](auto *c) { c->mode = SE_BF_STREAM_AUTO, c->mic_distance = 1, c->doa = nan; }},
+      {"config.doa must be a finite",
+       [nan](auto *c) {
+         c->mode = SE_BF_STREAM_AUTO, c->hop = 160, c->mic_distance = 1, c->doa = nan;
+       }},
       {"config.max_attenuation_db must be 0 to 60",
        [nan](auto *c) { c->max_attenuation_db = nan; }},
       {"config.max_attenuation_db must be", [](auto *c) { c->max_attenuation_db = 60.1f; }},
@@ -76,6 +81,23 @@ TEST(StreamConfig, FieldsOutOfRangeAreNamedWithTheirRange) {
     se_bf_stream *untold = se_bf_stream_open(&config, nullptr);
     EXPECT_EQ(untold == nullptr, !expected.empty());
     se_bf_stream_close(untold);
+  }
+}
+
+// Also with what only that mode reads.
+TEST(StreamConfig, AutoIsTheBestThatTheHopAllows) {
+  const pcm in = make_sound(kSecond, 2);
+  for (const int32_t channels : {1, 2}) {
+    for (const int32_t hop : {0, 160, 192, 320}) {
+      const bool refined = hop == 0 || hop == 320;
+      se_bf_stream_config chosen = make_config(channels, SE_BF_STREAM_AUTO, hop);
+      chosen.max_attenuation_db = 3;
+      se_bf_stream_config expected = chosen;
+      expected.mode = refined ? static_cast<int32_t>(SE_BF_STREAM_REFINED)
+                              : static_cast<int32_t>(SE_BF_MODE_OMLSA);
+      EXPECT_TRUE(run_process(chosen, in) == run_process(expected, in))
+          << channels << " channels, hop " << hop << (refined ? ", refined" : ", omlsa");
+    }
   }
 }
 

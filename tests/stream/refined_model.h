@@ -1,5 +1,5 @@
-// The refined path once more, in double precision, off line and with a search of all delays: the
-// oracle of its tests. It has no protection against faults.
+// The refined path once more, in double precision and off line: the oracle of its tests. It has no
+// protection against faults.
 #ifndef TM_SE_BF_TESTS_STREAM_REFINED_MODEL_H
 #define TM_SE_BF_TESTS_STREAM_REFINED_MODEL_H
 
@@ -105,42 +105,58 @@ struct average {
 struct direction {
   presence talk;
   average speech, noise;
-  double delay = 0, target = 0;
-  void search() {
+  wave ringing = wave(kBins);
+  double delay = 0, target = 0, coarse = 0;
+  bool found = false;
+  // Best delay among those from `first` on, or 1e9 when none is good.
+  double search(double first, double last, double step, double least) const {
     std::vector<std::complex<double>> phasors(kBins);
     double most = 1e-9;
     for (size_t k = 7; k <= 176; ++k) {
       const double s = 1 / (speech.weight[k] + 1e-9), n = 1 / (noise.weight[k] + 1e-9);
       const std::complex<double> added = speech.cross[k] * s - noise.cross[k] * n;
-      const double first = std::max(0.0, speech.first[k] * s - noise.first[k] * n);
-      const double second = std::max(0.0, speech.second[k] * s - noise.second[k] * n);
-      if (first * second > 0 && std::abs(added) > 0) {
-        const double coherence = std::min(1.0, std::abs(added) / std::sqrt(first * second));
+      const double power0 = std::max(0.0, speech.first[k] * s - noise.first[k] * n);
+      const double power1 = std::max(0.0, speech.second[k] * s - noise.second[k] * n);
+      if (power0 * power1 > 0 && std::abs(added) > 0) {
+        const double coherence = std::min(1.0, std::abs(added) / std::sqrt(power0 * power1));
         phasors[k] = added / std::abs(added) * coherence * std::sqrt(speech.weight[k]);
         most += std::abs(phasors[k]);
       }
     }
-    double best = 0.15 * most;
-    for (int eighths = -64; eighths <= 64; ++eighths) {
-      const double candidate = eighths / 8.0;
+    double best = least * most, winner = 1e9;
+    for (double candidate = first; candidate <= std::min(last, 8.0); candidate += step) {
       double sum = 0;
       for (size_t k = 7; k <= 176; ++k) {
         sum += (phasors[k] * std::polar(1.0, -turn(k) * candidate)).real();
       }
-      target = sum > best ? candidate : target;
+      winner = sum > best ? candidate : winner;
       best = std::max(best, sum);
     }
+    return winner;
   }
   void hear(const spectrum &x, const spectrum &y) {
     const wave pwr = 0.5 * (power(x) + power(y));
     talk.hear(pwr);
-    const wave share = talk.prob * larger(1.0 - talk.noise / larger(pwr, 1e-15), 0);
+    const wave excess = talk.prob * larger(pwr - talk.noise, 0);
+    const double vowel = wave(excess[std::slice(9, 40, 1)]).sum() + 1e-15;
+    const double click = wave(excess[std::slice(65, 112, 1)]).sum();
+    const double voice = std::pow(vowel / (vowel + 2 * click), 2);
+    const wave rung = talk.noise + 1.5 * ringing;
+    const wave share = voice * talk.prob * larger(1.0 - rung / larger(pwr, 1e-15), 0);
+    ringing = by_bin([&](size_t k) { return std::max(0.7 * ringing[k], pwr[k]); });
     speech.hear(talk.frame > 16 ? share : wave(kBins), x, y);
     noise.hear(talk.frame > 4 ? wave(1.0 - talk.prob) : wave(kBins), x, y);
-    if (talk.frame % 25 == 0 && talk.frame >= 50) {
-      search();
+    if (talk.frame % 10 == 5) {
+      coarse = search(-8, 8, 0.25, 0);
     }
-    delay += 0.08 * (target - delay);
+    if (talk.frame % 10 == 9 && talk.frame >= 39) {
+      const double lowest = std::max(-8.0, coarse - 0.375);
+      const double fine = search(lowest, lowest + 0.75, 0.125, 0.15);
+      target = fine < 1e9 ? fine : target;
+      delay = found ? delay : target;
+      found = found || fine < 1e9;
+    }
+    delay = std::abs(target - delay) < 0.001 ? target : delay + 0.08 * (target - delay);
   }
 };
 
@@ -150,6 +166,10 @@ struct suppression {
   wave kept = wave(kBins), late = wave(kBins);
   std::vector<wave> rows = std::vector<wave>(4, wave(kBins));
   double pause = 1;
+  // Share of the energy in a band that passes.
+  static double passed(const wave &gain, const wave &energy, std::slice band, double least) {
+    return wave((gain * energy)[band]).sum() / (wave(energy[band]).sum() + least);
+  }
   wave hear(const spectrum &z, const wave &mean) {
     talk.hear(mean);
     const wave gamma = mean / (larger(1.0 - talk.prob, 6e-8) * larger(talk.noise, 1.19e-6));
@@ -167,15 +187,16 @@ struct suppression {
     late = 0.7 * late + 0.3 * kept;
     rows.erase(rows.begin());
     rows.push_back(late);
-    gain *= larger(1.0 - 0.1 * rows[0] / (kept + 1e-15), 0.1);
+    gain *= larger(1.0 - 0.05 * rows[0] / (kept + 1e-15), 0.1);
 
-    const std::slice band(8, 121, 1);
-    const double passed = wave((gain * pwr)[band]).sum();
-    const double all = wave(pwr[band]).sum() + 1.0 / (kLength * kLength);
-    const double open = std::min(1.0, std::max(0.0, (passed / all - 0.1) / 0.2));
+    const std::slice band(8, 120, 1);
+    const double most = std::max(passed(gain, pwr, band, 1.0 / (kLength * kLength)),
+                                 passed(gain, pwr / noise, std::slice(0, 168, 1), 1e-9));
+    const double open = std::min(1.0, std::max(0.0, (most - 0.1) / 0.2));
     const double wanted = std::pow(0.25, 1 - open);
     pause = wanted > pause ? wanted : 0.8 * pause + 0.2 * wanted;
-    return pause * std::sqrt(gain);
+    const double alike = (1 - pause) / 0.75, common = wave(gain[band]).sum() / 120;
+    return pause * std::sqrt((1 - alike) * gain + alike * common);
   }
 };
 
