@@ -28,7 +28,7 @@ constexpr float kLateDecay = 0.7f;
 constexpr float kLateIntake = 1.0f - kLateDecay;
 
 // Share of the slow average that counts as reverberation, and the least factor it leaves: -10 dB.
-constexpr float kLateShare = 0.05f;
+constexpr float kLateShare = 0.1f;
 constexpr float kLeastLateFactor = 0.1f;
 
 // Keeps a quotient of powers defined, and averages of silence from becoming subnormal, which some
@@ -38,7 +38,7 @@ constexpr float kLeastPower = 1e-18f;
 //   q = 1 - g^2; B = average of q P; Q = average of q; lambda = (B + 1/N^2) / (Q + 0.01)
 //   S = 0.2 S + 0.8 g^2 P; G^2 = S / (S + 2 lambda)
 //   K = 0.3 K + 0.7 G^2 P; R = 0.7 R + 0.3 K
-//   G^2 becomes G^2 max(1 - 0.05 R(3 frames ago) / K, 0.1)
+//   G^2 becomes G^2 max(1 - 0.1 R(3 frames ago) / K, 0.1)
 SE_BF_VECTOR_CLONES void update_bins(second_gain *__restrict s, const float *__restrict power,
                                      const float *__restrict first, float *__restrict squared_gain,
                                      float *__restrict over_noise, const float *__restrict last,

@@ -187,7 +187,7 @@ struct suppression {
     late = 0.7 * late + 0.3 * kept;
     rows.erase(rows.begin());
     rows.push_back(late);
-    gain *= larger(1.0 - 0.05 * rows[0] / (kept + 1e-15), 0.1);
+    gain *= larger(1.0 - 0.1 * rows[0] / (kept + 1e-15), 0.1);
 
     const std::slice band(8, 120, 1);
     const double most = std::max(passed(gain, pwr, band, 1.0 / (kLength * kLength)),
