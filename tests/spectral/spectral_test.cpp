@@ -103,9 +103,14 @@ TEST(Transform, EveryKernelGivesTheBitsOfTheScalarPathAtTheEdgesOfTheRange) {
         {"chosen", chosen}, {"SSE2", &q31_vector_sse2}, {"NEON", &q31_vector_neon}};
     block window(static_cast<size_t>(n));
     std::iota(window.begin(), window.end(), 1.0f);
-    for (const double level : {3000.0, 1e30, 1e-20, 0.0, 1e-34, 1e-40}) {
+    // At the first level every sample has the magnitude of the peak.
+    for (const double level : {32768.0, 3000.0, 1e30, 1e-20, 0.0, 1e-34, 1e-40}) {
       const wave x = white_noise(static_cast<uint32_t>(n), static_cast<size_t>(n), level);
       block in(begin(x), end(x));
+      if (level == 32768.0) {
+        std::transform(in.begin(), in.end(), in.begin(),
+                       [](float s) { return std::copysign(32768.0f, s); });
+      }
       if (level > 1e20) {
         in[7] = -INFINITY;
       } else if (level < 1e-15) {

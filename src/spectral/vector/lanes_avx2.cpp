@@ -22,8 +22,8 @@ struct avx2_lanes {
   };
   using complex = q31_vector::complex<avx2_lanes>;
   using columns = q31_vector::columns<avx2_lanes>;
-  using float_pair = q31_vector::float_pair<avx2_lanes>;
   static constexpr int32_t kWidth = 8;
+  static constexpr bool kLoadsPairs = false;
 
   // Most instructions work on the two 128-bit halves of a vector separately. These selectors
   // combine the low halves of two vectors, or the high halves.
@@ -44,9 +44,11 @@ struct avx2_lanes {
     _mm256_storeu2_m128i(reinterpret_cast<__m128i *>(p + offset), reinterpret_cast<__m128i *>(p),
                          x);
   }
-  static ints load_reversed(const int32_t *last) {
-    const ints backwards = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
-    return _mm256_permutevar8x32_epi32(load(last - (kWidth - 1)), backwards);
+  static ints reversed(ints x) {
+    return _mm256_permutevar8x32_epi32(x, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0));
+  }
+  static int32_t first(ints x) {
+    return _mm256_cvtsi256_si32(x);
   }
 
   static ints add(ints x, ints y) {
@@ -106,11 +108,19 @@ struct avx2_lanes {
     return {_mm256_unpacklo_epi64(ab_low, cd_low), _mm256_unpackhi_epi64(ab_low, cd_low),
             _mm256_unpacklo_epi64(ab_high, cd_high), _mm256_unpackhi_epi64(ab_high, cd_high)};
   }
-  static void store_zipped(int32_t *p, ints x, ints y) {
+  struct zipped {
+    ints v0, v1;
+  };
+  static zipped zip(ints x, ints y) {
     const ints low = _mm256_unpacklo_epi32(x, y);
     const ints high = _mm256_unpackhi_epi32(x, y);
-    store(p, _mm256_permute2x128_si256(low, high, kLowHalves));
-    store(p + kWidth, _mm256_permute2x128_si256(low, high, kHighHalves));
+    return {_mm256_permute2x128_si256(low, high, kLowHalves),
+            _mm256_permute2x128_si256(low, high, kHighHalves)};
+  }
+  static void store_zipped(int32_t *p, ints x, ints y) {
+    const zipped xy = zip(x, y);
+    store(p, xy.v0);
+    store(p + kWidth, xy.v1);
   }
 
   static floats load_floats(const float *p) {
@@ -149,14 +159,28 @@ struct avx2_lanes {
     const floats odd = _mm256_shuffle_ps(outer, inner, _MM_SHUFFLE(3, 1, 3, 1));
     return {truncate(_mm256_mul_ps(factor, even)), truncate(_mm256_mul_ps(factor, odd))};
   }
-  static float_pair interleave(ints re, ints im, float gain) {
+  static void store_pairs(float *out, ints x, ints y, float gain, const float *window) {
     const floats factor = _mm256_set1_ps(gain);
-    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(re), factor);
-    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(im), factor);
-    const floats low = _mm256_unpacklo_ps(first, second);
-    const floats high = _mm256_unpackhi_ps(first, second);
-    return {_mm256_permute2f128_ps(low, high, kLowHalves),
-            _mm256_permute2f128_ps(low, high, kHighHalves)};
+    const floats first = _mm256_mul_ps(_mm256_cvtepi32_ps(x), factor);
+    const floats second = _mm256_mul_ps(_mm256_cvtepi32_ps(y), factor);
+    const floats outer = _mm256_unpacklo_ps(first, second);
+    const floats inner = _mm256_unpackhi_ps(first, second);
+    floats low = _mm256_permute2f128_ps(outer, inner, kLowHalves);
+    floats high = _mm256_permute2f128_ps(outer, inner, kHighHalves);
+    if (window != nullptr) {
+      low = _mm256_mul_ps(low, load_floats(window));
+      high = _mm256_mul_ps(high, load_floats(window + kWidth));
+    }
+    store_floats(out, low);
+    store_floats(out + kWidth, high);
+  }
+  static void store_zipped_pairs(float *out, complex even, complex odd, float gain,
+                                 const float *window) {
+    const zipped x = zip(even.re, odd.re);
+    const zipped y = zip(even.im, odd.im);
+    store_pairs(out, x.v0, y.v0, gain, window);
+    store_pairs(out + 2 * kWidth, x.v1, y.v1, gain,
+                window == nullptr ? nullptr : window + 2 * kWidth);
   }
 };
 

@@ -14,11 +14,17 @@ namespace {
 struct neon_lanes {
   using ints = int32x4_t;
   using floats = float32x4_t;
-  using products = int32x4_t;  // in lane order
+  // Twice a product and a bit more, before the high word is truncated or rounded.
+  struct products {
+    ints doubled;
+  };
+  struct rounded_products {
+    ints doubled;
+  };
   using complex = q31_vector::complex<neon_lanes>;
   using columns = q31_vector::columns<neon_lanes>;
-  using float_pair = q31_vector::float_pair<neon_lanes>;
   static constexpr int32_t kWidth = 4;
+  static constexpr bool kLoadsPairs = true;
 
   static ints load(const int32_t *p) {
     return vld1q_s32(p);
@@ -26,9 +32,12 @@ struct neon_lanes {
   static void store(int32_t *p, ints x) {
     vst1q_s32(p, x);
   }
-  static ints load_reversed(const int32_t *last) {
-    const ints swapped = vrev64q_s32(load(last - (kWidth - 1)));
+  static ints reversed(ints x) {
+    const ints swapped = vrev64q_s32(x);
     return vextq_s32(swapped, swapped, 2);
+  }
+  static int32_t first(ints x) {
+    return vgetq_lane_s32(x, 0);
   }
 
   static ints add(ints x, ints y) {
@@ -37,7 +46,7 @@ struct neon_lanes {
   static ints subtract(ints x, ints y) {
     return vsubq_s32(x, y);
   }
-  static ints in_lane_order(products x) {
+  static ints in_lane_order(ints x) {
     return x;
   }
   template <int kBits>
@@ -45,25 +54,38 @@ struct neon_lanes {
     return vshrq_n_s32(x, kBits);
   }
 
-  static products high_words(int64x2_t low, int64x2_t high) {
-    return vuzp2q_s32(vreinterpretq_s32_s64(low), vreinterpretq_s32_s64(high));
-  }
-  static int64x2_t round_half() {
-    return vdupq_n_s64(kQ31RoundHalf);
-  }
-  static products mul_high(ints x, ints y) {
-    return high_words(vmull_s32(vget_low_s32(x), vget_low_s32(y)), vmull_high_s32(x, y));
+  // The multiplier gives floor(x y / 2^31), twice the high word and its next bit. The identities
+  //   floor(p / 2) + floor(q / 2) = floor((p + q') / 2), where q' is q with its lowest bit cleared,
+  //   floor((x y + 2^31) / 2^32)  = floor((p + 1) / 2)
+  // make the high words of it. It saturates only where both factors are the smallest integer, which
+  // no factor of a table is.
+  static products mul_high(ints x, ints c) {
+    return {vqdmulhq_s32(x, c)};
   }
   static products mul_high_by_positive(ints x, ints c) {
     return mul_high(x, c);
   }
-  static products mul_high_round(ints x, ints y) {
-    return high_words(vmlal_s32(round_half(), vget_low_s32(x), vget_low_s32(y)),
-                      vmlal_high_s32(round_half(), x, y));
+  static ints even(ints x) {
+    return vbicq_s32(x, vdupq_n_s32(1));
   }
-  static products mul_high_round_negated(ints x, ints y) {
-    return high_words(vmlsl_s32(round_half(), vget_low_s32(x), vget_low_s32(y)),
-                      vmlsl_high_s32(round_half(), x, y));
+  static ints add(products x, products y) {
+    return vhaddq_s32(x.doubled, even(y.doubled));
+  }
+  static ints subtract(products x, products y) {
+    return vhsubq_s32(x.doubled, even(y.doubled));
+  }
+
+  static rounded_products mul_high_round(ints x, ints c) {
+    return {vqdmulhq_s32(x, c)};
+  }
+  static rounded_products mul_high_round_negated(ints x, ints c) {
+    return {vqdmulhq_s32(x, vnegq_s32(c))};
+  }
+  static ints add(ints sum, rounded_products x) {
+    return vrsraq_n_s32(sum, x.doubled, 1);
+  }
+  static ints add(rounded_products x, rounded_products y) {
+    return add(vrshrq_n_s32(x.doubled, 1), y);
   }
 
   static columns transpose(ints a, ints b, ints c, ints d) {
@@ -77,8 +99,8 @@ struct neon_lanes {
             vreinterpretq_s32_s64(vzip2q_s64(ab_high, cd_high))};
   }
   static void store_zipped(int32_t *p, ints x, ints y) {
-    store(p, vzip1q_s32(x, y));
-    store(p + kWidth, vzip2q_s32(x, y));
+    const int32x4x2_t pairs = {x, y};
+    vst2q_s32(p, pairs);
   }
 
   static floats load_floats(const float *p) {
@@ -106,10 +128,27 @@ struct neon_lanes {
     return {vcvtq_s32_f32(vmulq_n_f32(pairs.val[0], scale)),
             vcvtq_s32_f32(vmulq_n_f32(pairs.val[1], scale))};
   }
-  static float_pair interleave(ints re, ints im, float gain) {
-    const floats first = vmulq_n_f32(vcvtq_f32_s32(re), gain);
-    const floats second = vmulq_n_f32(vcvtq_f32_s32(im), gain);
-    return {vzip1q_f32(first, second), vzip2q_f32(first, second)};
+  static floats scaled(ints x, float gain) {
+    return vmulq_n_f32(vcvtq_f32_s32(x), gain);
+  }
+  static void store_pairs(float *out, ints x, ints y, float gain, const float *window) {
+    float32x4x2_t values = {scaled(x, gain), scaled(y, gain)};
+    if (window != nullptr) {
+      const float32x4x2_t weights = vld2q_f32(window);
+      values = {vmulq_f32(values.val[0], weights.val[0]), vmulq_f32(values.val[1], weights.val[1])};
+    }
+    vst2q_f32(out, values);
+  }
+  static void store_zipped_pairs(float *out, complex even, complex odd, float gain,
+                                 const float *window) {
+    float32x4x4_t values = {scaled(even.re, gain), scaled(even.im, gain), scaled(odd.re, gain),
+                            scaled(odd.im, gain)};
+    if (window != nullptr) {
+      const float32x4x4_t weights = vld4q_f32(window);
+      values = {vmulq_f32(values.val[0], weights.val[0]), vmulq_f32(values.val[1], weights.val[1]),
+                vmulq_f32(values.val[2], weights.val[2]), vmulq_f32(values.val[3], weights.val[3])};
+    }
+    vst4q_f32(out, values);
   }
 };
 
