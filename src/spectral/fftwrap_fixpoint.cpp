@@ -150,20 +150,18 @@ void spx_ifft_fixpoint(fft_setup *setup, const float *in, float *out) {
 void spx_fft_windowed(fft_setup *setup, const float *in, const float *window, float *product,
                       float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  const bool scaled = setup->kernel != nullptr
-                          ? setup->kernel->forward(work, setup->n, in, window, product, out)
-                          : scalar_forward(setup, in, window, product, out);
-  if (!scaled) {
+  const bool done =
+      setup->kernel != nullptr && setup->kernel->forward(work, setup->n, in, window, product, out);
+  if (!done && !scalar_forward(setup, in, window, product, out)) {
     silence(out, setup->n);
   }
 }
 
 void spx_ifft_windowed(fft_setup *setup, const float *in, const float *window, float *out) {
   const q31_vector_work work = {setup->frame_q31, setup->spectrum_q31};
-  const bool scaled = setup->kernel != nullptr
-                          ? setup->kernel->inverse(work, setup->n, in, window, out)
-                          : scalar_inverse(setup, in, window, out);
-  if (!scaled) {
+  const bool done =
+      setup->kernel != nullptr && setup->kernel->inverse(work, setup->n, in, window, out);
+  if (!done && !scalar_inverse(setup, in, window, out)) {
     silence(out, setup->n);
   }
 }

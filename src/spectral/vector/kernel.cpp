@@ -1,6 +1,11 @@
 // Choice of the vector kernel by what the processor can run.
 #include "spectral/vector/kernel.h"
 
+#if defined(__arm__) && defined(__linux__)
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#endif
+
 namespace {
 
 #if defined(TM_SE_BF_CHECK_Q31)
@@ -19,6 +24,20 @@ bool has_avx2() {
 }
 #endif
 
+#if defined(__arm__) && defined(__linux__)
+bool has_neon() {
+  return (getauxval(AT_HWCAP) & HWCAP_NEON) != 0;
+}
+#elif defined(__aarch64__)
+bool has_neon() {
+  return true;
+}
+#else
+bool has_neon() {
+  return false;
+}
+#endif
+
 }  // namespace
 
 const q31_vector_kernel *q31_vector_kernel_for(int32_t n) {
@@ -31,5 +50,5 @@ const q31_vector_kernel *q31_vector_kernel_for(int32_t n) {
   if (q31_vector_sse2.forward != nullptr) {
     return &q31_vector_sse2;
   }
-  return q31_vector_neon.forward != nullptr ? &q31_vector_neon : nullptr;
+  return q31_vector_neon.forward != nullptr && has_neon() ? &q31_vector_neon : nullptr;
 }

@@ -22,8 +22,9 @@ struct q31_vector_work {
   int32_t *spectrum;
 };
 
-// Both directions return false, with `out` untouched, when the peak of the block is too small for a
-// finite scale.
+// Both directions return false, with `out` untouched, for a block that they leave to the scalar
+// path: one whose peak is not between 2^-60 and 2^60, and with the vectors of 32-bit Arm one that
+// holds not-a-numbers, or denormal numbers that count.
 //
 // Forward: transforms `in`, n time samples, to `out`, a packed spectrum (in may be out). With a
 // window of n floats the samples are first multiplied by it, into `product`, n floats. A null
@@ -46,7 +47,7 @@ const q31_vector_kernel *q31_vector_kernel_for(int32_t n);
 
 // The kernel of each processor; its pointers are null where the build has none. Exposed so that
 // tests can compare each with the scalar path. The AVX2 kernel must only run where the processor
-// has AVX2.
+// has AVX2, and on 32-bit Arm the NEON kernel only where it has NEON.
 extern const q31_vector_kernel q31_vector_sse2;
 extern const q31_vector_kernel q31_vector_avx2;
 extern const q31_vector_kernel q31_vector_neon;

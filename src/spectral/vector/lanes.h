@@ -29,8 +29,14 @@
 //   store_zipped_pairs    the same of even.re[0], even.im[0], odd.re[0], odd.im[0], even.re[1], ...
 //   load_floats, store_floats, multiply
 //   no_peak               zeros, the start of a search for the peak
-//   larger_magnitude      the larger of |x| and the peak; the peak where x is not a number
-//   highest               the largest of a vector's floats
+//   larger_magnitude      that search with the magnitudes of x
+//   larger_product        the same with a product of x, which counts as lost when it is 0 and x not
+//   highest               the peak found, a number beyond all peaks when a product was lost
+//   keeps_products        whether no product of these weights and of words times gain can be lost
+//
+// Vectors of 32-bit Arm replace denormal numbers by zeros, and all not-a-numbers by one. Only there
+// can products get lost, and the peak is infinite or not a number when one of the samples is.
+// The other lanes pass over not-a-numbers.
 //
 // The lanes live in anonymous namespaces, and every function of these headers is a template over
 // them, or static. The linker therefore never takes a function that was compiled for AVX2 into code

@@ -139,6 +139,12 @@ struct avx2_lanes {
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm256_max_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), x), peaks);
   }
+  static floats larger_product(floats, floats product, floats peaks) {
+    return larger_magnitude(product, peaks);
+  }
+  static bool keeps_products(const float *, int32_t) {
+    return true;
+  }
   static float highest(floats x) {
     const __m128 four = _mm_max_ps(_mm256_castps256_ps128(x), _mm256_extractf128_ps(x, 1));
     const __m128 two = _mm_max_ps(four, _mm_movehl_ps(four, four));

@@ -1,15 +1,117 @@
-// Lanes of 64-bit ARM processors: four values a vector.
+// Lanes of Arm processors with NEON: four values a vector. For 32-bit Arm this file is compiled for
+// NEON, and called only where it exists.
 #include "spectral/vector/kernel.h"
 
-#if defined(__aarch64__) && defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#if defined(__ARM_NEON) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 
 #include <arm_neon.h>
+
+#include <cmath>
 
 #include "spectral/q31_format.h"
 #include "spectral/vector/lanes.h"
 #include "spectral/vector/rfft.h"
 
 namespace {
+
+// The peak of a block. 64-bit Arm: where x is not a number, the instruction returns the peak.
+#if defined(__aarch64__)
+
+using peak_search = float32x4_t;
+
+peak_search no_peak() {
+  return vdupq_n_f32(0.0f);
+}
+
+peak_search larger_magnitude(float32x4_t x, peak_search peaks) {
+  return vmaxnmq_f32(vabsq_f32(x), peaks);
+}
+
+peak_search larger_product(float32x4_t, float32x4_t product, peak_search peaks) {
+  return larger_magnitude(product, peaks);
+}
+
+float highest(peak_search peaks) {
+  return vmaxvq_f32(peaks);
+}
+
+bool keeps_products(const float *, int32_t) {
+  return true;
+}
+
+int32x4x4_t transpose(int32x4_t a, int32x4_t b, int32x4_t c, int32x4_t d) {
+  const int64x2_t ab_low = vreinterpretq_s64_s32(vzip1q_s32(a, b));
+  const int64x2_t ab_high = vreinterpretq_s64_s32(vzip2q_s32(a, b));
+  const int64x2_t cd_low = vreinterpretq_s64_s32(vzip1q_s32(c, d));
+  const int64x2_t cd_high = vreinterpretq_s64_s32(vzip2q_s32(c, d));
+  return {vreinterpretq_s32_s64(vzip1q_s64(ab_low, cd_low)),
+          vreinterpretq_s32_s64(vzip2q_s64(ab_low, cd_low)),
+          vreinterpretq_s32_s64(vzip1q_s64(ab_high, cd_high)),
+          vreinterpretq_s32_s64(vzip2q_s64(ab_high, cd_high))};
+}
+
+// 32-bit Arm: the bits of magnitudes are compared as integers, so that no denormal number counts as
+// 0. Infinities and not-a-numbers are above all others.
+#else
+
+struct peak_search {
+  uint32x4_t magnitudes;
+  int32x4_t lost;  // products
+};
+
+peak_search no_peak() {
+  return {vdupq_n_u32(0), vdupq_n_s32(0)};
+}
+
+peak_search larger_magnitude(float32x4_t x, peak_search peaks) {
+  const uint32x4_t magnitude = vreinterpretq_u32_f32(vabsq_f32(x));
+  return {vmaxq_u32(magnitude, peaks.magnitudes), peaks.lost};
+}
+
+peak_search larger_product(float32x4_t x, float32x4_t product, peak_search peaks) {
+  const uint32x4_t zero = vceqq_f32(product, vdupq_n_f32(0.0f));
+  const uint32x4_t not_zero = vtstq_u32(vreinterpretq_u32_f32(x), vdupq_n_u32(INT32_MAX));
+  peaks = larger_magnitude(product, peaks);
+  peaks.lost = vmlaq_s32(peaks.lost, vreinterpretq_s32_u32(zero), vreinterpretq_s32_u32(not_zero));
+  return peaks;
+}
+
+uint32_t highest_word(uint32x4_t x) {
+  const uint32x2_t two = vpmax_u32(vget_low_u32(x), vget_high_u32(x));
+  return vget_lane_u32(vpmax_u32(two, two), 0);
+}
+
+float highest(peak_search peaks) {
+  const bool lost = highest_word(vreinterpretq_u32_s32(peaks.lost)) != 0;
+  const uint32_t peak = highest_word(peaks.magnitudes);
+  return lost ? INFINITY : vget_lane_f32(vcreate_f32(peak), 0);
+}
+
+// Words times gain are 0 or at least 2^-90: the weights must lie between 2^-31 and 2^31. As
+// integers, negative numbers are above all others.
+bool keeps_products(const float *weights, int32_t count) {
+  constexpr uint32_t kLowest = 0x30000000;
+  constexpr uint32_t kHighest = 0x4f000000;
+  uint32x4_t low = vdupq_n_u32(kLowest);
+  uint32x4_t high = low;
+  for (int32_t i = 0; i < count; i += 4) {
+    const uint32x4_t x = vreinterpretq_u32_f32(vld1q_f32(weights + i));
+    low = vminq_u32(low, x);
+    high = vmaxq_u32(high, x);
+  }
+  return highest_word(vmvnq_u32(low)) == ~kLowest && highest_word(high) <= kHighest;
+}
+
+int32x4x4_t transpose(int32x4_t a, int32x4_t b, int32x4_t c, int32x4_t d) {
+  const int32x4x2_t ab = vtrnq_s32(a, b);
+  const int32x4x2_t cd = vtrnq_s32(c, d);
+  return {vcombine_s32(vget_low_s32(ab.val[0]), vget_low_s32(cd.val[0])),
+          vcombine_s32(vget_low_s32(ab.val[1]), vget_low_s32(cd.val[1])),
+          vcombine_s32(vget_high_s32(ab.val[0]), vget_high_s32(cd.val[0])),
+          vcombine_s32(vget_high_s32(ab.val[1]), vget_high_s32(cd.val[1]))};
+}
+
+#endif
 
 struct neon_lanes {
   using ints = int32x4_t;
@@ -89,14 +191,8 @@ struct neon_lanes {
   }
 
   static columns transpose(ints a, ints b, ints c, ints d) {
-    const int64x2_t ab_low = vreinterpretq_s64_s32(vzip1q_s32(a, b));
-    const int64x2_t ab_high = vreinterpretq_s64_s32(vzip2q_s32(a, b));
-    const int64x2_t cd_low = vreinterpretq_s64_s32(vzip1q_s32(c, d));
-    const int64x2_t cd_high = vreinterpretq_s64_s32(vzip2q_s32(c, d));
-    return {vreinterpretq_s32_s64(vzip1q_s64(ab_low, cd_low)),
-            vreinterpretq_s32_s64(vzip2q_s64(ab_low, cd_low)),
-            vreinterpretq_s32_s64(vzip1q_s64(ab_high, cd_high)),
-            vreinterpretq_s32_s64(vzip2q_s64(ab_high, cd_high))};
+    const int32x4x4_t x = ::transpose(a, b, c, d);
+    return {x.val[0], x.val[1], x.val[2], x.val[3]};
   }
   static void store_zipped(int32_t *p, ints x, ints y) {
     const int32x4x2_t pairs = {x, y};
@@ -112,15 +208,20 @@ struct neon_lanes {
   static floats multiply(floats x, floats y) {
     return vmulq_f32(x, y);
   }
-  static floats no_peak() {
-    return vdupq_n_f32(0.0f);
+  static peak_search no_peak() {
+    return ::no_peak();
   }
-  // Where x is not a number, the instruction returns the peak.
-  static floats larger_magnitude(floats x, floats peaks) {
-    return vmaxnmq_f32(vabsq_f32(x), peaks);
+  static peak_search larger_magnitude(floats x, peak_search peaks) {
+    return ::larger_magnitude(x, peaks);
   }
-  static float highest(floats x) {
-    return vmaxvq_f32(x);
+  static peak_search larger_product(floats x, floats product, peak_search peaks) {
+    return ::larger_product(x, product, peaks);
+  }
+  static float highest(peak_search peaks) {
+    return ::highest(peaks);
+  }
+  static bool keeps_products(const float *weights, int32_t count) {
+    return ::keeps_products(weights, count);
   }
   // The conversion truncates toward zero and turns not-a-number into 0.
   static complex load_complex(const float *in, float scale) {

@@ -115,6 +115,12 @@ struct sse2_lanes {
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm_max_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), x), peaks);
   }
+  static floats larger_product(floats, floats product, floats peaks) {
+    return larger_magnitude(product, peaks);
+  }
+  static bool keeps_products(const float *, int32_t) {
+    return true;
+  }
   static float highest(floats x) {
     const floats pairs = _mm_max_ps(x, _mm_movehl_ps(x, x));
     return _mm_cvtss_f32(_mm_max_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));

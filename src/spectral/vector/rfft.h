@@ -5,7 +5,6 @@
 #ifndef TM_SE_BF_SPECTRAL_VECTOR_RFFT_H
 #define TM_SE_BF_SPECTRAL_VECTOR_RFFT_H
 
-#include <cfloat>
 #include <cstdint>
 
 #include "spectral/q31_format.h"
@@ -16,24 +15,40 @@
 
 namespace q31_vector {
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
-// Windowed: the same for the block product[i] = in[i] window[i], which is also stored.
+// The kernels take silent blocks, and blocks whose peak lies between these bounds. Then the scale
+// and the gain are finite, and no value on the way is a denormal number, except samples that become
+// 0 words in any case.
+constexpr float kLowestPeak = 0x1p-60f;
+constexpr float kHighestPeak = 0x1p60f;
+
+static bool takes_peak(float peak) {
+  return peak == 0.0f || (peak >= kLowestPeak && peak <= kHighestPeak);
+}
+
+// Scale that brings the peak to kBlockPeakQ31; 1 for a silent block.
+static float block_scale(float peak) {
+  return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
+}
+
+// Largest magnitude of the block. Windowed: of the block product[i] = in[i] window[i], which is
+// also stored. Where products are lost, the result is a peak that is not taken.
 template <typename lanes, bool kWindowed>
-float block_scale(const float *in, const float *window, float *product, int32_t count) {
+float block_peak(const float *in, const float *window, float *product, int32_t count) {
   auto peaks = lanes::no_peak();
   // Two vectors per iteration save 35 to 70 instructions per block: a vector needs hardly more
   // instructions than the loop itself.
 #pragma GCC unroll 2
   for (int32_t i = 0; i < count; i += lanes::kWidth) {
-    auto samples = lanes::load_floats(in + i);
+    const auto samples = lanes::load_floats(in + i);
     if constexpr (kWindowed) {
-      samples = lanes::multiply(samples, lanes::load_floats(window + i));
-      lanes::store_floats(product + i, samples);
+      const auto weighted = lanes::multiply(samples, lanes::load_floats(window + i));
+      lanes::store_floats(product + i, weighted);
+      peaks = lanes::larger_product(samples, weighted, peaks);
+    } else {
+      peaks = lanes::larger_magnitude(samples, peaks);
     }
-    peaks = lanes::larger_magnitude(samples, peaks);
   }
-  const float peak = lanes::highest(peaks);
-  return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
+  return lanes::highest(peaks);
 }
 
 // The words of samples.
@@ -154,9 +169,7 @@ void split_forward(planes z, int32_t half, float gain, float *out) {
   }
   // Both words are means of words of at most 2^29, so their sum cannot overflow.
   out[0] = static_cast<float>((z.re[0] + z.im[0]) >> 1) * gain;
-  // Not plain 0: an infinite sample makes the gain infinite, and then this entry, like all others,
-  // must be not-a-number, as on the scalar path.
-  out[1] = 0.0f * gain;
+  out[1] = 0.0f;
 }
 
 // The half-length spectrum from that of a real block.
@@ -183,13 +196,13 @@ bool forward(q31_vector_work work, int32_t n, const float *in, const float *wind
              float *out) {
   const int32_t half = n / 2;
   const bool windowed = window != nullptr;
-  const samples time = {windowed ? product : in,
-                        windowed ? block_scale<lanes, true>(in, window, product, n)
-                                 : block_scale<lanes, false>(in, nullptr, nullptr, n)};
-  if (time.scale > FLT_MAX) {
+  const float peak = windowed ? block_peak<lanes, true>(in, window, product, n)
+                              : block_peak<lanes, false>(in, nullptr, nullptr, n);
+  if (!takes_peak(peak)) {
     return false;
   }
 
+  const samples time = {windowed ? product : in, block_scale(peak)};
   const planes frame = {work.frame, work.frame + half};
   const planes half_spectrum = {work.spectrum, work.spectrum + half};
   if constexpr (lanes::kLoadsPairs) {
@@ -205,12 +218,14 @@ bool forward(q31_vector_work work, int32_t n, const float *in, const float *wind
 template <typename lanes>
 bool inverse(q31_vector_work work, int32_t n, const float *in, const float *window, float *out) {
   const int32_t half = n / 2;
-  const float scale = block_scale<lanes, false>(in, nullptr, nullptr, n);
-  if (scale > FLT_MAX) {
+  const float peak = block_peak<lanes, false>(in, nullptr, nullptr, n);
+  const bool weighted = window != nullptr;
+  if (!takes_peak(peak) || (weighted && !lanes::keeps_products(window, n))) {
     return false;
   }
 
   const planes half_spectrum = {work.frame, work.frame + half};
+  const float scale = block_scale(peak);
   split_inverse<lanes>({in, scale}, half, half_spectrum);
 
   // The split halves its products; the transform of 128 points leaves a doubling to its output. The
