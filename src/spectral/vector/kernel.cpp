@@ -1,10 +1,7 @@
 // Choice of the vector kernel by what the processor can run.
 #include "spectral/vector/kernel.h"
 
-#if defined(__arm__) && defined(__linux__)
-#include <asm/hwcap.h>
-#include <sys/auxv.h>
-#endif
+#include "support/has_neon.h"
 
 namespace {
 
@@ -20,20 +17,6 @@ bool has_avx2() {
 }
 #else
 bool has_avx2() {
-  return false;
-}
-#endif
-
-#if defined(__arm__) && defined(__linux__)
-bool has_neon() {
-  return (getauxval(AT_HWCAP) & HWCAP_NEON) != 0;
-}
-#elif defined(__aarch64__)
-bool has_neon() {
-  return true;
-}
-#else
-bool has_neon() {
   return false;
 }
 #endif
