@@ -120,7 +120,8 @@ quad<lanes> butterfly(complex<lanes> a, complex<lanes> b, complex<lanes> c, comp
 // Radix-4 stage over groups of `span` >= 4 kWidth points, from `in` to x, which may be the same.
 // The first stage scales its inputs by 1/16, a middle stage its outputs by 1/4.
 template <typename lanes, bool kFirst, typename input>
-void wide_stage(input in, planes x, int32_t length, int32_t span, const int32_t *table) {
+[[gnu::always_inline]] inline void inline_wide_stage(input in, planes x, int32_t length,
+                                                     int32_t span, const int32_t *table) {
   const int32_t quarter = span / 4;
   const auto load_input = [&](int32_t i) {
     const complex<lanes> value = load<lanes>(in, i);
@@ -135,7 +136,16 @@ void wide_stage(input in, planes x, int32_t length, int32_t span, const int32_t 
   };
 
   for (int32_t j = 0; j < quarter; j += lanes::kWidth) {
-    const auto factor = [&](int32_t plane) { return lanes::load(table + plane * quarter + j); };
+    const auto load_factor = [&](int32_t plane) {
+      return lanes::load(table + plane * quarter + j);
+    };
+    // Kept in registers where there are enough of them: the compiler cannot know that no store
+    // changes the table.
+    const typename lanes::ints kept[] = {load_factor(0), load_factor(1), load_factor(2),
+                                         load_factor(3), load_factor(4), load_factor(5)};
+    const auto factor = [&](int32_t plane) {
+      return lanes::kCompact ? load_factor(plane) : kept[plane];
+    };
     for (int32_t i = j; i < length; i += span) {
       const quad<lanes> y = butterfly(load_input(i), load_input(i + quarter),
                                       load_input(i + 2 * quarter), load_input(i + 3 * quarter));
@@ -144,6 +154,21 @@ void wide_stage(input in, planes x, int32_t length, int32_t span, const int32_t 
       store(x, i + 2 * quarter, scale_turned(turn_half_acute(y.odd, factor(0), factor(1))));
       store(x, i + 3 * quarter, scale_turned(turn_half(y.odd_third, factor(4), factor(5))));
     }
+  }
+}
+
+// The same as one function for all lengths, and as one for each.
+template <typename lanes, bool kFirst, typename input>
+void shared_wide_stage(input in, planes x, int32_t length, int32_t span, const int32_t *table) {
+  inline_wide_stage<lanes, kFirst>(in, x, length, span, table);
+}
+
+template <typename lanes, bool kFirst, int32_t kLength, int32_t kSpan, typename input>
+void wide_stage(input in, planes x, const int32_t *table) {
+  if constexpr (lanes::kCompact) {
+    shared_wide_stage<lanes, kFirst>(in, x, kLength, kSpan, table);
+  } else {
+    inline_wide_stage<lanes, kFirst>(in, x, kLength, kSpan, table);
   }
 }
 
@@ -240,15 +265,15 @@ void stages_128(input in, planes x) {
   constexpr int32_t kLength = 128;
   radix2_half<lanes, false>(in, x);
   radix2_half<lanes, true>(in, x);
-  wide_stage<lanes, true>(x, x, kLength, kLength / 2, q31_stage_64.planes);
+  wide_stage<lanes, true, kLength, kLength / 2>(x, x, q31_stage_64.planes);
   narrow_stage<lanes>(x, kLength);
 }
 
 template <typename lanes, typename input>
 void stages_256(input in, planes x) {
   constexpr int32_t kLength = 256;
-  wide_stage<lanes, true>(in, x, kLength, kLength, q31_stage_256.planes);
-  wide_stage<lanes, false>(x, x, kLength, kLength / 4, q31_stage_64.planes);
+  wide_stage<lanes, true, kLength, kLength>(in, x, q31_stage_256.planes);
+  wide_stage<lanes, false, kLength, kLength / 4>(x, x, q31_stage_64.planes);
   narrow_stage<lanes>(x, kLength);
 }
 

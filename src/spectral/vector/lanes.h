@@ -2,9 +2,9 @@
 //
 // A set of lanes is a record of types and static functions, one record per processor:
 //   ints, floats          vectors of kWidth 32-bit integers, and of kWidth floats
-//   kLoadsPairs           whether load_complex costs no more than loads from planes. Else a pass of
-//                         its own makes planes of the samples, and both directions share the code
-//                         of the stages.
+//   kCompact              whether lengths and directions share the code of the stages, as where the
+//                         library holds more than one kernel. Else each has its own, and the first
+//                         stage of the forward transform reads the samples itself.
 //   load, store           kWidth integers
 //   reversed              a vector's integers in reversed order
 //   first                 the first of them

@@ -23,7 +23,7 @@ struct avx2_lanes {
   using complex = q31_vector::complex<avx2_lanes>;
   using columns = q31_vector::columns<avx2_lanes>;
   static constexpr int32_t kWidth = 8;
-  static constexpr bool kLoadsPairs = false;
+  static constexpr bool kCompact = true;
 
   // Most instructions work on the two 128-bit halves of a vector separately. These selectors
   // combine the low halves of two vectors, or the high halves.

@@ -126,7 +126,7 @@ struct neon_lanes {
   using complex = q31_vector::complex<neon_lanes>;
   using columns = q31_vector::columns<neon_lanes>;
   static constexpr int32_t kWidth = 4;
-  static constexpr bool kLoadsPairs = true;
+  static constexpr bool kCompact = false;
 
   static ints load(const int32_t *p) {
     return vld1q_s32(p);

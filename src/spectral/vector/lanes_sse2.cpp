@@ -18,7 +18,7 @@ struct sse2_lanes {
   using complex = q31_vector::complex<sse2_lanes>;
   using columns = q31_vector::columns<sse2_lanes>;
   static constexpr int32_t kWidth = 4;
-  static constexpr bool kLoadsPairs = false;
+  static constexpr bool kCompact = true;
 
   static ints load(const int32_t *p) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));

@@ -35,17 +35,24 @@ static float block_scale(float peak) {
 template <typename lanes, bool kWindowed>
 float block_peak(const float *in, const float *window, float *product, int32_t count) {
   auto peaks = lanes::no_peak();
-  // Two vectors per iteration save 35 to 70 instructions per block: a vector needs hardly more
-  // instructions than the loop itself.
-#pragma GCC unroll 2
-  for (int32_t i = 0; i < count; i += lanes::kWidth) {
-    const auto samples = lanes::load_floats(in + i);
-    if constexpr (kWindowed) {
-      const auto weighted = lanes::multiply(samples, lanes::load_floats(window + i));
-      lanes::store_floats(product + i, weighted);
-      peaks = lanes::larger_product(samples, weighted, peaks);
-    } else {
-      peaks = lanes::larger_magnitude(samples, peaks);
+  // Several vectors per round: a vector needs hardly more instructions than the loop itself.
+  constexpr int32_t kVectors = lanes::kCompact ? 2 : 4;
+  for (int32_t i = 0; i < count; i += kVectors * lanes::kWidth) {
+    typename lanes::floats samples[kVectors];
+#pragma GCC unroll 4
+    for (int32_t v = 0; v < kVectors; ++v) {
+      samples[v] = lanes::load_floats(in + i + v * lanes::kWidth);
+    }
+#pragma GCC unroll 4
+    for (int32_t v = 0; v < kVectors; ++v) {
+      if constexpr (kWindowed) {
+        const int32_t at = i + v * lanes::kWidth;
+        const auto weighted = lanes::multiply(samples[v], lanes::load_floats(window + at));
+        lanes::store_floats(product + at, weighted);
+        peaks = lanes::larger_product(samples[v], weighted, peaks);
+      } else {
+        peaks = lanes::larger_magnitude(samples[v], peaks);
+      }
     }
   }
   return lanes::highest(peaks);
@@ -107,13 +114,13 @@ struct bin_pair {
 };
 
 template <typename lanes>
-complex<lanes> reversed(complex<lanes> x) {
+complex<lanes> turned_round(complex<lanes> x) {
   return {lanes::reversed(x.re), lanes::reversed(x.im)};
 }
 
 template <typename lanes, typename input>
 bin_pair<lanes> load_pair(input in, int32_t half, int32_t k) {
-  return {load<lanes>(in, k), reversed(load<lanes>(in, half - k - (lanes::kWidth - 1)))};
+  return {load<lanes>(in, k), turned_round(load<lanes>(in, half - k - (lanes::kWidth - 1)))};
 }
 
 // x + y + ..., of products.
@@ -165,7 +172,7 @@ void split_forward(planes z, int32_t half, float gain, float *out) {
     const bin_pair<lanes> x =
         split<lanes, false>(load_pair<lanes>(z, half, k), load_factors<lanes>(half, k));
     put_bins(k, x.at_k);
-    put_bins(half - k - (lanes::kWidth - 1), reversed(x.mirror));
+    put_bins(half - k - (lanes::kWidth - 1), turned_round(x.mirror));
   }
   // Both words are means of words of at most 2^29, so their sum cannot overflow.
   out[0] = static_cast<float>((z.re[0] + z.im[0]) >> 1) * gain;
@@ -179,7 +186,7 @@ void split_inverse(samples x, int32_t half, planes z) {
     const bin_pair<lanes> bins =
         split<lanes, true>(load_pair<lanes>(x, half, k), load_factors<lanes>(half, k));
     store(z, k, bins.at_k);
-    store(z, half - k - (lanes::kWidth - 1), reversed(bins.mirror));
+    store(z, half - k - (lanes::kWidth - 1), turned_round(bins.mirror));
   }
   // At bin 0 all factors are 1/2, and bin N/2, behind the packed spectrum, is 0. A high word is
   // half a product, which leaves a quarter of the word, rounded.
@@ -205,11 +212,11 @@ bool forward(q31_vector_work work, int32_t n, const float *in, const float *wind
   const samples time = {windowed ? product : in, block_scale(peak)};
   const planes frame = {work.frame, work.frame + half};
   const planes half_spectrum = {work.spectrum, work.spectrum + half};
-  if constexpr (lanes::kLoadsPairs) {
-    complex_transform<lanes>(time, frame, half_spectrum, half);
-  } else {
+  if constexpr (lanes::kCompact) {
     to_planes<lanes>(time, frame, half);
     complex_transform<lanes>(frame, frame, half_spectrum, half);
+  } else {
+    complex_transform<lanes>(time, frame, half_spectrum, half);
   }
   split_forward<lanes>(half_spectrum, half, 1.0f / time.scale, out);
   return true;
