@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include "support/has_neon.h"
+#include "support/pcm_neon.h"
 #include "support/pcm_pair.h"
 #include "support/pool_vector.h"
 #include "support/se_vector.h"
@@ -11,14 +13,16 @@ namespace {
 
 SE_BF_VECTOR_CLONES void to_floats(const int16_t *__restrict in, float *__restrict samples,
                                    int32_t count) {
-  for (int32_t i = 0; i < count; ++i) {
+  const int32_t done = has_neon() ? pcm_neon.to_floats(in, samples, count) : 0;
+  for (int32_t i = done; i < count; ++i) {
     samples[i] = static_cast<float>(in[i]);
   }
 }
 
 SE_BF_VECTOR_CLONES void to_two_channels(const int16_t *__restrict in, float *__restrict first,
                                          float *__restrict second, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) {
+  const int32_t done = has_neon() ? pcm_neon.to_two_channels(in, first, second, count) : 0;
+  for (int32_t i = done; i < count; ++i) {
     const pcm_pair pair = pcm_pair_at(in, i);
     first[i] = static_cast<float>(pair.first);
     second[i] = static_cast<float>(pair.second);
@@ -40,11 +44,12 @@ struct pcm_range {
 };
 
 // Clips to 16 bits, then truncates toward zero. No path produces a not-a-number; it would become
-// the highest sample. The range is an argument because compilers turn each comparison with a
-// constant into four instructions instead of one.
+// the highest sample, or 0 with NEON. The range is an argument because compilers turn each
+// comparison with a constant into four instructions instead of one.
 SE_BF_VECTOR_CLONES void to_pcm(const float *__restrict x, int16_t *__restrict out, int32_t count,
                                 pcm_range range) {
-  for (int32_t i = 0; i < count; ++i) {
+  const int32_t done = has_neon() ? pcm_neon.to_pcm(x, out, count) : 0;
+  for (int32_t i = done; i < count; ++i) {
     const float below = x[i] < range.highest ? x[i] : range.highest;
     const float clipped = below > range.lowest ? below : range.lowest;
     out[i] = static_cast<int16_t>(static_cast<int32_t>(clipped));

@@ -1,6 +1,8 @@
 // Level comparison of two microphones.
 #include "interface/channel_fault.h"
 
+#include "support/has_neon.h"
+#include "support/pcm_neon.h"
 #include "support/pcm_pair.h"
 #include "support/se_vector.h"
 
@@ -34,7 +36,8 @@ int32_t magnitude(int16_t sample) {
 SE_BF_VECTOR_CLONES channel_sums short_sums(const int16_t *in, int32_t n) {
   int32_t first = 0;
   int32_t second = 0;
-  for (int32_t i = 0; i < n; ++i) {
+  const int32_t done = has_neon() ? pcm_neon.add_magnitudes(in, n, &first, &second) : 0;
+  for (int32_t i = done; i < n; ++i) {
     first += magnitude(in[2 * i]);
     second += magnitude(in[2 * i + 1]);
   }

@@ -1,17 +1,21 @@
 // Bin power, real gain and filter-and-sum on packed spectra.
 #include "interface/multi_common.h"
 
+#include "support/has_neon.h"
+#include "support/pcm_neon.h"
 #include "support/pool_vector.h"
 #include "support/se_vector.h"
 
 namespace {
 
-// mean may be first. Two vectors a round: a vector needs hardly more instructions than the loop.
+// Of floats that are PCM samples; mean may be first. Two vectors a round: a vector needs hardly
+// more instructions than the loop.
 SE_BF_VECTOR_CLONES void mean_of_two(const float *first, const float *second, float *mean,
                                      int32_t count) {
+  const int32_t done = has_neon() ? pcm_neon.mean_of_two(first, second, mean, count) : 0;
   SE_BF_INDEPENDENT_ROUNDS
 #pragma GCC unroll 2
-  for (int32_t i = 0; i < count; ++i) {
+  for (int32_t i = done; i < count; ++i) {
     mean[i] = (first[i] + second[i]) * 0.5f;
   }
 }

@@ -8,29 +8,44 @@
 
 namespace {
 
-// Truncates toward zero and saturates; not-a-number becomes 0. So every processor gives the same
-// words.
-int32_t float_to_q31(float x) {
-  if (x >= kQ31Limit) {
-    return INT32_MAX;
-  }
-  if (x < -kQ31Limit) {
-    return INT32_MIN;
-  }
-  return x == x ? static_cast<int32_t>(x) : 0;
+// Bits of a magnitude. As integers they are in the order of the numbers: infinity is above all of
+// them, and not-a-number above infinity.
+uint32_t magnitude_bits(float x) {
+  uint32_t bits = 0;
+  std::memcpy(&bits, &x, sizeof bits);
+  return bits & static_cast<uint32_t>(INT32_MAX);
 }
 
-// Scale that brings max |in| to kBlockPeakQ31; 1 for a silent block. Not-a-numbers are ignored.
-float block_scale(const float *in, int32_t count) {
-  float peak = 0.0f;
+constexpr uint32_t kInfinityBits = 0x7f800000;
+
+// Largest magnitude that is a number or infinity, and whether all are numbers.
+struct block_peak {
+  float peak;
+  bool numbers;
+};
+
+block_peak peak_of(const float *in, int32_t count) {
+  uint32_t bits = 0;
   for (int32_t i = 0; i < count; ++i) {
-    if (in[i] > peak) {
-      peak = in[i];
-    } else if (-in[i] > peak) {
-      peak = -in[i];
+    const uint32_t magnitude = magnitude_bits(in[i]);
+    bits = magnitude > bits ? magnitude : bits;
+  }
+  const bool numbers = bits < kInfinityBits;
+  if (bits > kInfinityBits) {
+    bits = 0;
+    for (int32_t i = 0; i < count; ++i) {
+      const uint32_t magnitude = magnitude_bits(in[i]);
+      bits = magnitude > bits && magnitude <= kInfinityBits ? magnitude : bits;
     }
   }
-  return peak > 0.0f ? kBlockPeakQ31 / peak : 1.0f;
+  float peak = 0.0f;
+  std::memcpy(&peak, &bits, sizeof peak);
+  return {peak, numbers};
+}
+
+// Scale that brings the peak to kBlockPeakQ31; 1 for a silent block.
+float block_scale(block_peak block) {
+  return block.peak > 0.0f ? kBlockPeakQ31 / block.peak : 1.0f;
 }
 
 // product[i] = x[i] window[i]; product may be x.
@@ -40,9 +55,18 @@ void apply_window(const float *x, const float *window, float *product, int32_t c
   }
 }
 
-void to_q31(const float *in, float scale, int32_t *out, int32_t count) {
+// Truncates toward zero. In a block with infinite samples, the scale is 0 and every other sample
+// becomes 0; so do products that are not a number. So every processor gives the same words.
+void to_q31(const float *in, block_peak block, float scale, int32_t *out, int32_t count) {
+  if (block.numbers) {
+    for (int32_t i = 0; i < count; ++i) {
+      out[i] = static_cast<int32_t>(scale * in[i]);
+    }
+    return;
+  }
   for (int32_t i = 0; i < count; ++i) {
-    out[i] = float_to_q31(scale * in[i]);
+    const float x = scale * in[i];
+    out[i] = x == x ? static_cast<int32_t>(x) : 0;
   }
 }
 
@@ -62,12 +86,13 @@ bool scalar_forward(fft_setup *setup, const float *in, const float *window, floa
     apply_window(in, window, product, n);
     samples = product;
   }
-  const float scale = block_scale(samples, n);
+  const block_peak block = peak_of(samples, n);
+  const float scale = block_scale(block);
   if (scale > FLT_MAX) {
     return false;
   }
 
-  to_q31(samples, scale, setup->frame_q31, n);
+  to_q31(samples, block, scale, setup->frame_q31, n);
   arm_rfft_q31(&setup->forward, setup->frame_q31, setup->spectrum_q31);
   from_q31(setup->spectrum_q31, 1.0f / scale, out, n);
   return true;
@@ -75,12 +100,13 @@ bool scalar_forward(fft_setup *setup, const float *in, const float *window, floa
 
 bool scalar_inverse(fft_setup *setup, const float *in, const float *window, float *out) {
   const int32_t n = setup->n;
-  const float scale = block_scale(in, n);
+  const block_peak block = peak_of(in, n);
+  const float scale = block_scale(block);
   if (scale > FLT_MAX) {
     return false;
   }
 
-  to_q31(in, scale, setup->spectrum_q31, n);
+  to_q31(in, block, scale, setup->spectrum_q31, n);
   // The inverse reads bins 0 to N/2. Bin N/2, behind the packed spectrum, is set to 0.
   for (int32_t i = n; i < 2 * n; ++i) {
     setup->spectrum_q31[i] = 0;

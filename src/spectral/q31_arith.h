@@ -56,13 +56,33 @@ inline int32_t q31_mul_high(int32_t x, int32_t y) {
   return static_cast<int32_t>((static_cast<int64_t>(x) * y) >> 32);
 }
 
-// High word of x * y, rounded to nearest.
+// High word of x * y, rounded to nearest; acc plus it; and acc plus the high word of -(x * y),
+// rounded to nearest. Rounding is not symmetric, so the sign comes before it.
+#if defined(__arm__) && defined(__ARM_FEATURE_DSP) && __ARM_ARCH >= 6
+
+// 32-bit Arm has an instruction for each, which compilers do not find.
+inline int32_t q31_mul_high_round(int32_t x, int32_t y) {
+  int32_t high = 0;
+  asm("smmulr %0, %1, %2" : "=r"(high) : "r"(x), "r"(y));
+  return high;
+}
+
+inline int32_t q31_mac_round(int32_t acc, int32_t x, int32_t y) {
+  asm("smmlar %0, %1, %2, %0" : "+r"(acc) : "r"(x), "r"(y));
+  return acc;
+}
+
+inline int32_t q31_msub_round(int32_t acc, int32_t x, int32_t y) {
+  asm("smmlsr %0, %1, %2, %0" : "+r"(acc) : "r"(x), "r"(y));
+  return acc;
+}
+
+#else
+
 inline int32_t q31_mul_high_round(int32_t x, int32_t y) {
   return static_cast<int32_t>((static_cast<int64_t>(x) * y + kQ31RoundHalf) >> 32);
 }
 
-// acc plus the high word of x * y, and acc plus the high word of -(x * y), both rounded to nearest.
-// Rounding is not symmetric, so the sign comes before it.
 inline int32_t q31_mac_round(int32_t acc, int32_t x, int32_t y) {
   return q31_add(acc, q31_mul_high_round(x, y));
 }
@@ -71,6 +91,8 @@ inline int32_t q31_msub_round(int32_t acc, int32_t x, int32_t y) {
   const int64_t negated = -(static_cast<int64_t>(x) * y);
   return q31_add(acc, static_cast<int32_t>((negated + kQ31RoundHalf) >> 32));
 }
+
+#endif
 
 #endif
 

@@ -61,7 +61,7 @@ q31_complex turn_half(q31_complex x, const int32_t *cos_sin) {
 }
 
 // Butterfly over points i, i + quarter, i + 2 quarter, i + 3 quarter.
-q31_quad butterfly(q31_view x, uint32_t i, uint32_t quarter, int shift) {
+inline q31_quad butterfly(q31_view x, uint32_t i, uint32_t quarter, int shift) {
   const q31_complex a = load(x, i, shift);
   const q31_complex b = load(x, i + quarter, shift);
   const q31_complex c = load(x, i + 2 * quarter, shift);

@@ -19,10 +19,10 @@ expect_exports() {
 }
 
 # Mathematics, memory, printing and what compilers add (arm's run time raises a signal where an integer is
-# divided by 0).
+# divided by 0). On arm, getauxval tells from memory what the processor has.
 common='cos|sin|sincos|exp|expf|log|logf|log10|log10f|sqrt|sqrtf|memcpy|memmove|memset'
 common+='|printf|fprintf|puts|putc|putchar|fputs|fputc|fwrite|stdout|stderr'
-common+='|__cxa_finalize|__gmon_start__|_ITM_(de)?registerTMCloneTable|raise'
+common+='|__cxa_finalize|__gmon_start__|_ITM_(de)?registerTMCloneTable|raise|getauxval'
 common+='|__(printf|fprintf|memcpy|memmove|memset)_chk|__stack_chk_(fail|guard)'
 # A static library leaves parts of the compiler's own library to be linked.
 [[ $library != *.a ]] || common+='|_GLOBAL_OFFSET_TABLE_|__cpu_(model|indicator_init)|__aeabi_\w+'

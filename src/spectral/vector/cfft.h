@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "spectral/q31_cfft.h"
+#include "spectral/vector/kernel.h"
 #include "spectral/vector/lanes.h"
 #include "spectral/vector/tables.h"
 
@@ -18,10 +19,30 @@ complex<lanes> load(planes x, int32_t i) {
   return {lanes::load(x.re + i), lanes::load(x.im + i)};
 }
 
+// The words of samples: truncated to integers, not-a-number as 0.
+template <typename lanes>
+complex<lanes> load(samples x, int32_t i) {
+  return lanes::load_complex(x.pairs + 2 * i, x.scale);
+}
+
 template <typename lanes>
 void store(planes x, int32_t i, complex<lanes> value) {
   lanes::store(x.re + i, value.re);
   lanes::store(x.im + i, value.im);
+}
+
+// Outputs i .. i + kWidth - 1 of a transform.
+template <typename lanes>
+void put(planes to, int32_t i, complex<lanes> x) {
+  store(to, i, x);
+}
+
+// 2 kWidth outputs from i on, even and odd ones apart, doubled.
+template <typename lanes>
+void put_doubled(planes to, int32_t i, complex<lanes> even, complex<lanes> odd) {
+  const auto twice = [](typename lanes::ints x) { return lanes::add(x, x); };
+  lanes::store_zipped(to.re + i, twice(even.re), twice(odd.re));
+  lanes::store_zipped(to.im + i, twice(even.im), twice(odd.im));
 }
 
 template <typename lanes>
@@ -67,8 +88,12 @@ constexpr bool kMinus = true;
 
 // x c or -x c, rounded, for a factor c that is not negative.
 template <typename lanes, bool kNegate>
-typename lanes::products product(typename lanes::ints x, typename lanes::ints c) {
-  return kNegate ? lanes::mul_high_round_negated(x, c) : lanes::mul_high_round(x, c);
+[[gnu::always_inline]] inline auto product(typename lanes::ints x, typename lanes::ints c) {
+  if constexpr (kNegate) {
+    return lanes::mul_high_round_negated(x, c);
+  } else {
+    return lanes::mul_high_round(x, c);
+  }
 }
 
 // The four outputs of a radix-4 butterfly before their twiddle factors, as in q31_cfft.cpp.
@@ -92,13 +117,14 @@ quad<lanes> butterfly(complex<lanes> a, complex<lanes> b, complex<lanes> c, comp
           {lanes::subtract(p.re, q.im), lanes::add(p.im, q.re)}};
 }
 
-// Radix-4 stage over groups of `span` >= 4 kWidth points. The first stage scales its inputs by
-// 1/16, a middle stage its outputs by 1/4.
-template <typename lanes, bool kFirst>
-void wide_stage(planes x, int32_t length, int32_t span, const int32_t *table) {
+// Radix-4 stage over groups of `span` >= 4 kWidth points, from `in` to x, which may be the same.
+// The first stage scales its inputs by 1/16, a middle stage its outputs by 1/4.
+template <typename lanes, bool kFirst, typename input>
+[[gnu::always_inline]] inline void inline_wide_stage(input in, planes x, int32_t length,
+                                                     int32_t span, const int32_t *table) {
   const int32_t quarter = span / 4;
   const auto load_input = [&](int32_t i) {
-    const complex<lanes> value = load<lanes>(x, i);
+    const complex<lanes> value = load<lanes>(in, i);
     return kFirst ? shift_down<kFirstStageShift>(value) : value;
   };
   const auto scale_sum = [](complex<lanes> value) {
@@ -110,7 +136,16 @@ void wide_stage(planes x, int32_t length, int32_t span, const int32_t *table) {
   };
 
   for (int32_t j = 0; j < quarter; j += lanes::kWidth) {
-    const auto factor = [&](int32_t plane) { return lanes::load(table + plane * quarter + j); };
+    const auto load_factor = [&](int32_t plane) {
+      return lanes::load(table + plane * quarter + j);
+    };
+    // Kept in registers where there are enough of them: the compiler cannot know that no store
+    // changes the table.
+    const typename lanes::ints kept[] = {load_factor(0), load_factor(1), load_factor(2),
+                                         load_factor(3), load_factor(4), load_factor(5)};
+    const auto factor = [&](int32_t plane) {
+      return lanes::kCompact ? load_factor(plane) : kept[plane];
+    };
     for (int32_t i = j; i < length; i += span) {
       const quad<lanes> y = butterfly(load_input(i), load_input(i + quarter),
                                       load_input(i + 2 * quarter), load_input(i + 3 * quarter));
@@ -119,6 +154,21 @@ void wide_stage(planes x, int32_t length, int32_t span, const int32_t *table) {
       store(x, i + 2 * quarter, scale_turned(turn_half_acute(y.odd, factor(0), factor(1))));
       store(x, i + 3 * quarter, scale_turned(turn_half(y.odd_third, factor(4), factor(5))));
     }
+  }
+}
+
+// The same as one function for all lengths, and as one for each.
+template <typename lanes, bool kFirst, typename input>
+void shared_wide_stage(input in, planes x, int32_t length, int32_t span, const int32_t *table) {
+  inline_wide_stage<lanes, kFirst>(in, x, length, span, table);
+}
+
+template <typename lanes, bool kFirst, int32_t kLength, int32_t kSpan, typename input>
+void wide_stage(input in, planes x, const int32_t *table) {
+  if constexpr (lanes::kCompact) {
+    shared_wide_stage<lanes, kFirst>(in, x, kLength, kSpan, table);
+  } else {
+    inline_wide_stage<lanes, kFirst>(in, x, kLength, kSpan, table);
   }
 }
 
@@ -185,34 +235,17 @@ template <typename lanes, int32_t kLength>
   return butterfly<lanes>({re.v0, im.v0}, {re.v1, im.v1}, {re.v2, im.v2}, {re.v3, im.v3});
 }
 
-// Complex transform of 256 points from x, which is overwritten, to natural order in out.
-template <typename lanes>
-void transform_256(planes x, planes out) {
-  constexpr int32_t kLength = 256;
-  constexpr int32_t kQuarter = kLength / 4;
-  wide_stage<lanes, true>(x, kLength, kLength, q31_stage_256.planes);
-  wide_stage<lanes, false>(x, kLength, kQuarter, q31_stage_64.planes);
-  narrow_stage<lanes>(x, kLength);
-  for (int32_t k = 0; k < kQuarter; k += lanes::kWidth) {
-    const quad<lanes> y = last_stage<lanes, kLength>(x, k);
-    store(out, k, y.sum);
-    store(out, k + kQuarter, y.odd);
-    store(out, k + 2 * kQuarter, y.even);
-    store(out, k + 3 * kQuarter, y.odd_third);
-  }
-}
-
 // Half of the radix-2 stage of 128 points: inputs scaled by 1/4, the difference rotated with
 // rounding and doubled. The cosine is positive in the first quarter turn and negative in the
 // second.
-template <typename lanes, bool kSecondQuarter>
-void radix2_half(planes x) {
+template <typename lanes, bool kSecondQuarter, typename input>
+void radix2_half(input in, planes x) {
   constexpr int32_t kPoints = 64;
   constexpr int32_t kFirst = kSecondQuarter ? kPoints / 2 : 0;
   constexpr bool kPlusCosine = kSecondQuarter ? kMinus : kPlus;
   for (int32_t i = kFirst; i < kFirst + kPoints / 2; i += lanes::kWidth) {
-    const complex<lanes> a = shift_down<kRadix2Shift>(load<lanes>(x, i));
-    const complex<lanes> b = shift_down<kRadix2Shift>(load<lanes>(x, i + kPoints));
+    const complex<lanes> a = shift_down<kRadix2Shift>(load<lanes>(in, i));
+    const complex<lanes> b = shift_down<kRadix2Shift>(load<lanes>(in, i + kPoints));
     const complex<lanes> d = subtract(a, b);
     const auto cosine = lanes::load(q31_radix2_128.cosine + i);
     const auto sine = lanes::load(q31_radix2_128.sine + i);
@@ -226,31 +259,64 @@ void radix2_half(planes x) {
   }
 }
 
-// Complex transform of 128 points from x, which is overwritten, to natural order in out.
-template <typename lanes>
-void transform_128(planes x, planes out) {
+// The stages of 128 or 256 points, from `in` to x, which may be the same; less the last stage.
+template <typename lanes, typename input>
+void stages_128(input in, planes x) {
+  constexpr int32_t kLength = 128;
+  radix2_half<lanes, false>(in, x);
+  radix2_half<lanes, true>(in, x);
+  wide_stage<lanes, true, kLength, kLength / 2>(x, x, q31_stage_64.planes);
+  narrow_stage<lanes>(x, kLength);
+}
+
+template <typename lanes, typename input>
+void stages_256(input in, planes x) {
+  constexpr int32_t kLength = 256;
+  wide_stage<lanes, true, kLength, kLength>(in, x, q31_stage_256.planes);
+  wide_stage<lanes, false, kLength, kLength / 4>(x, x, q31_stage_64.planes);
+  narrow_stage<lanes>(x, kLength);
+}
+
+// The last stage, from x to `out`, in natural order. That of 128 points also doubles; its two
+// halves give the even and the odd outputs.
+template <typename lanes, typename output>
+void finish_128(planes x, output out) {
   constexpr int32_t kHalf = 64;
   constexpr int32_t kQuarter = kHalf / 4;
   const planes upper = {x.re + kHalf, x.im + kHalf};
-  radix2_half<lanes, false>(x);
-  radix2_half<lanes, true>(x);
-  wide_stage<lanes, true>(x, 2 * kHalf, kHalf, q31_stage_64.planes);
-  narrow_stage<lanes>(x, 2 * kHalf);
-
-  // The two halves give the even and the odd outputs, which are doubled here.
-  const auto store_doubled = [&](int32_t k, complex<lanes> even, complex<lanes> odd) {
-    const complex<lanes> e = add(even, even);
-    const complex<lanes> o = add(odd, odd);
-    lanes::store_zipped(out.re + 2 * k, e.re, o.re);
-    lanes::store_zipped(out.im + 2 * k, e.im, o.im);
-  };
   for (int32_t k = 0; k < kQuarter; k += lanes::kWidth) {
     const quad<lanes> even = last_stage<lanes, kHalf>(x, k);
     const quad<lanes> odd = last_stage<lanes, kHalf>(upper, k);
-    store_doubled(k, even.sum, odd.sum);
-    store_doubled(k + kQuarter, even.odd, odd.odd);
-    store_doubled(k + 2 * kQuarter, even.even, odd.even);
-    store_doubled(k + 3 * kQuarter, even.odd_third, odd.odd_third);
+    put_doubled(out, 2 * k, even.sum, odd.sum);
+    put_doubled(out, 2 * (k + kQuarter), even.odd, odd.odd);
+    put_doubled(out, 2 * (k + 2 * kQuarter), even.even, odd.even);
+    put_doubled(out, 2 * (k + 3 * kQuarter), even.odd_third, odd.odd_third);
+  }
+}
+
+template <typename lanes, typename output>
+void finish_256(planes x, output out) {
+  constexpr int32_t kLength = 256;
+  constexpr int32_t kQuarter = kLength / 4;
+  for (int32_t k = 0; k < kQuarter; k += lanes::kWidth) {
+    const quad<lanes> y = last_stage<lanes, kLength>(x, k);
+    put(out, k, y.sum);
+    put(out, k + kQuarter, y.odd);
+    put(out, k + 2 * kQuarter, y.even);
+    put(out, k + 3 * kQuarter, y.odd_third);
+  }
+}
+
+// The complex transform of 128 or 256 points, from `in` to `out`, with x as work space, which may
+// be `in`.
+template <typename lanes, typename input, typename output>
+void complex_transform(input in, planes x, output out, int32_t points) {
+  if (2 * points == kVectorShortLength) {
+    stages_128<lanes>(in, x);
+    finish_128<lanes>(x, out);
+  } else {
+    stages_256<lanes>(in, x);
+    finish_256<lanes>(x, out);
   }
 }
 

@@ -1,6 +1,8 @@
 // Choice of the vector kernel by what the processor can run.
 #include "spectral/vector/kernel.h"
 
+#include "support/has_neon.h"
+
 namespace {
 
 #if defined(TM_SE_BF_CHECK_Q31) || defined(TM_SE_BF_SMALL)
@@ -23,7 +25,7 @@ bool has_instructions(const q31_vector_kernel *kernel) {
     return __builtin_cpu_supports("sse4.1") != 0;
   }
 #endif
-  return kernel != nullptr;
+  return kernel != &q31_vector_neon || has_neon();
 }
 
 }  // namespace

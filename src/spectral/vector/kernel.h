@@ -26,8 +26,8 @@ struct q31_vector_work {
 };
 
 // Both directions return false, with `out` untouched, for a block that they leave to the scalar
-// path: always when its peak is too small for a finite scale, and for some kernels when it holds
-// values that are not finite.
+// path: one whose peak is not between 2^-60 and 2^60, for some kernels one that holds values that
+// are not finite, and with the vectors of 32-bit Arm one with denormal numbers that count.
 //
 // Forward: transforms `in`, n time samples, to `out`, a packed spectrum (in may be out). With a
 // window of n floats the samples are first multiplied by it, into `product`, n floats. A null

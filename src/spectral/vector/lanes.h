@@ -2,13 +2,17 @@
 //
 // A set of lanes is a record of types and static functions, one record per processor:
 //   ints, floats          vectors of kWidth 32-bit integers, and of kWidth floats
-//   products              high words of products, in the order in which the multiplier leaves them;
-//                         in_lane_order makes `ints` of them, once per sum of products
+//   kCompact              whether lengths and directions share the code of the stages, as where the
+//                         library holds more than one kernel. Else each has its own, and the first
+//                         stage of the forward transform reads the samples itself.
 //   load, store           kWidth integers
-//   load_reversed         the kWidth integers that end at `last`, in reversed order
+//   reversed              a vector's integers in reversed order
+//   first                 the first of them
 //   load_fours,           four integers at p and four at p + offset; only sets of eight lanes have
 //   store_fours           them
-//   add, subtract         modulo 2^32
+//   add, subtract         modulo 2^32; also of products
+//   in_lane_order         makes `ints` of a sum of products, which may be a type of its own: it may
+//                         be in the order in which the multiplier leaves products
 //   shift_down            by kBits, toward minus infinity
 //   mul_high              high word of x y, truncated
 //   mul_high_by_positive  the same for a factor that is not negative, which is cheaper where the
@@ -20,11 +24,19 @@
 //   store_zipped          x[0], y[0], x[1], y[1], ...
 //   load_complex          2 kWidth floats times a scale, truncated to integers: even ones are real
 //                         parts, odd ones imaginary parts; not-a-number becomes 0
-//   interleave            re[0], im[0], re[1], im[1], ... as floats times a gain
+//   store_pairs           x[0], y[0], x[1], y[1], ... as floats times a gain, and times a window
+//                         unless that is null
+//   store_zipped_pairs    the same of even.re[0], even.im[0], odd.re[0], odd.im[0], even.re[1], ...
 //   load_floats, store_floats, multiply
 //   no_peak               zeros, the start of a search for the peak
-//   larger_magnitude      the larger of |x| and the peak; the peak where x is not a number
-//   highest               the largest of a vector's floats
+//   larger_magnitude      that search with the magnitudes of x
+//   larger_product        the same with a product of x, which counts as lost when it is 0 and x not
+//   highest               the peak found, a number beyond all peaks when a product was lost
+//   keeps_products        whether no product of these weights and of words times gain can be lost
+//
+// Vectors of 32-bit Arm replace denormal numbers by zeros, and all not-a-numbers by one. Only there
+// can products get lost, and the peak is infinite or not a number when one of the samples is.
+// The other lanes pass over not-a-numbers.
 //
 // The templates of pairs_cfft.h and pairs_rfft.h need other operations. Their values are pairs of
 // words or of floats, real part first, and products are 64 bits wide, in pairs of lanes:
@@ -65,6 +77,12 @@ struct planes {
   int32_t *im;
 };
 
+// Complex values as pairs of floats (real, imaginary), which become words when times scale.
+struct samples {
+  const float *pairs;
+  float scale;
+};
+
 template <typename lanes>
 struct complex {
   typename lanes::ints re;
@@ -77,7 +95,7 @@ struct columns {
   typename lanes::ints v0, v1, v2, v3;
 };
 
-// Result of interleave: 2 kWidth consecutive floats.
+// 2 kWidth consecutive floats.
 template <typename lanes>
 struct float_pair {
   typename lanes::floats v0, v1;

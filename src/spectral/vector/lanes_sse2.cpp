@@ -17,8 +17,8 @@ struct sse2_lanes {
   using products = __m128i;  // in lane order, which the correction by `surplus` needs
   using complex = q31_vector::complex<sse2_lanes>;
   using columns = q31_vector::columns<sse2_lanes>;
-  using float_pair = q31_vector::float_pair<sse2_lanes>;
   static constexpr int32_t kWidth = 4;
+  static constexpr bool kCompact = true;
 
   static ints load(const int32_t *p) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
@@ -26,8 +26,11 @@ struct sse2_lanes {
   static void store(int32_t *p, ints x) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(p), x);
   }
-  static ints load_reversed(const int32_t *last) {
-    return _mm_shuffle_epi32(load(last - (kWidth - 1)), _MM_SHUFFLE(0, 1, 2, 3));
+  static ints reversed(ints x) {
+    return _mm_shuffle_epi32(x, _MM_SHUFFLE(0, 1, 2, 3));
+  }
+  static int32_t first(ints x) {
+    return _mm_cvtsi128_si32(x);
   }
 
   static ints add(ints x, ints y) {
@@ -112,6 +115,12 @@ struct sse2_lanes {
   static floats larger_magnitude(floats x, floats peaks) {
     return _mm_max_ps(_mm_andnot_ps(_mm_set1_ps(-0.0f), x), peaks);
   }
+  static floats larger_product(floats, floats product, floats peaks) {
+    return larger_magnitude(product, peaks);
+  }
+  static bool keeps_products(const float *, int32_t) {
+    return true;
+  }
   static float highest(floats x) {
     const floats pairs = _mm_max_ps(x, _mm_movehl_ps(x, x));
     return _mm_cvtss_f32(_mm_max_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));
@@ -128,11 +137,26 @@ struct sse2_lanes {
     const floats odd = _mm_shuffle_ps(low, high, _MM_SHUFFLE(3, 1, 3, 1));
     return {truncate(_mm_mul_ps(factor, even)), truncate(_mm_mul_ps(factor, odd))};
   }
-  static float_pair interleave(ints re, ints im, float gain) {
+  static void store_pairs(float *out, ints x, ints y, float gain, const float *window) {
     const floats factor = _mm_set1_ps(gain);
-    const floats first = _mm_mul_ps(_mm_cvtepi32_ps(re), factor);
-    const floats second = _mm_mul_ps(_mm_cvtepi32_ps(im), factor);
-    return {_mm_unpacklo_ps(first, second), _mm_unpackhi_ps(first, second)};
+    const floats first = _mm_mul_ps(_mm_cvtepi32_ps(x), factor);
+    const floats second = _mm_mul_ps(_mm_cvtepi32_ps(y), factor);
+    floats low = _mm_unpacklo_ps(first, second);
+    floats high = _mm_unpackhi_ps(first, second);
+    if (window != nullptr) {
+      low = _mm_mul_ps(low, load_floats(window));
+      high = _mm_mul_ps(high, load_floats(window + kWidth));
+    }
+    store_floats(out, low);
+    store_floats(out + kWidth, high);
+  }
+  static void store_zipped_pairs(float *out, complex even, complex odd, float gain,
+                                 const float *window) {
+    store_pairs(out, _mm_unpacklo_epi32(even.re, odd.re), _mm_unpacklo_epi32(even.im, odd.im), gain,
+                window);
+    store_pairs(out + 2 * kWidth, _mm_unpackhi_epi32(even.re, odd.re),
+                _mm_unpackhi_epi32(even.im, odd.im), gain,
+                window == nullptr ? nullptr : window + 2 * kWidth);
   }
 };
 

@@ -35,12 +35,13 @@ constexpr q31_radix2_table make_radix2() {
 
 template <size_t kLength>
 constexpr q31_split_table<kLength> make_split() {
-  constexpr size_t kHalf = kLength / 2;
+  constexpr size_t kPlane = kLength / 4;
   q31_split_table<kLength> table = {};
-  for (size_t k = 0; k < kHalf; ++k) {
-    table.planes[k] = q31_nearest(0.5 * (1.0 - circle_sin(k, kLength)));
-    table.planes[kHalf + k] = magnitude(q31_nearest(-0.5 * circle_cos(k, kLength)));
-    table.planes[2 * kHalf + k] = q31_nearest(0.5 * (1.0 + circle_sin(k, kLength)));
+  for (size_t i = 0; i < kPlane; ++i) {
+    const size_t k = kFirstSplitBin + i;
+    table.planes[i] = q31_nearest(0.5 * (1.0 - circle_sin(k, kLength)));
+    table.planes[kPlane + i] = magnitude(q31_nearest(-0.5 * circle_cos(k, kLength)));
+    table.planes[2 * kPlane + i] = q31_nearest(0.5 * (1.0 + circle_sin(k, kLength)));
   }
   return table;
 }
@@ -95,3 +96,19 @@ constexpr q31_turn_table<256> q31_turns_256 = make_turns<256>();
 constexpr q31_half_turn_table q31_half_turn_128 = make_half_turn();
 constexpr q31_pair_split_table<256> q31_pair_split_256 = make_pair_split<256>();
 constexpr q31_pair_split_table<512> q31_pair_split_512 = make_pair_split<512>();
+
+// Some multipliers saturate -1 times -1, and -1 has no magnitude. So no factor may be -1.
+template <size_t kWords>
+static constexpr bool none_is_minus_one(const int32_t (&words)[kWords]) {
+  for (size_t i = 0; i < kWords; ++i) {
+    if (words[i] == INT32_MIN) {
+      return false;
+    }
+  }
+  return true;
+}
+
+static_assert(none_is_minus_one(q31_stage_16.planes) && none_is_minus_one(q31_stage_64.planes) &&
+              none_is_minus_one(q31_stage_256.planes));
+static_assert(none_is_minus_one(q31_radix2_128.cosine) && none_is_minus_one(q31_radix2_128.sine));
+static_assert(none_is_minus_one(q31_split_256.planes) && none_is_minus_one(q31_split_512.planes));

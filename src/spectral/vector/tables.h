@@ -29,10 +29,12 @@ struct q31_radix2_table {
 extern const q31_radix2_table q31_radix2_128;
 
 // Split factors of a real transform of kLength points: the planes Re A, |Im A|, Re B of
-// k = 0 .. kLength/2 - 1.
+// k = 1 .. kLength/4. Those of bin kLength/2 - k are the same.
+constexpr int32_t kFirstSplitBin = 1;
+
 template <size_t kLength>
 struct q31_split_table {
-  int32_t planes[3 * kLength / 2];
+  int32_t planes[3 * kLength / 4];
 };
 
 extern const q31_split_table<256> q31_split_256;
