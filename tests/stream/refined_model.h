@@ -137,6 +137,9 @@ struct direction {
   void hear(const spectrum &x, const spectrum &y) {
     const wave pwr = 0.5 * (power(x) + power(y));
     talk.hear(pwr);
+    if (talk.frame == 1) {
+      talk.hear(pwr);
+    }
     const wave excess = talk.prob * larger(pwr - talk.noise, 0);
     const double vowel = wave(excess[std::slice(9, 40, 1)]).sum() + 1e-15;
     const double click = wave(excess[std::slice(65, 112, 1)]).sum();
@@ -144,12 +147,12 @@ struct direction {
     const wave rung = talk.noise + 1.5 * ringing;
     const wave share = voice * talk.prob * larger(1.0 - rung / larger(pwr, 1e-15), 0);
     ringing = by_bin([&](size_t k) { return std::max(0.7 * ringing[k], pwr[k]); });
-    speech.hear(talk.frame > 16 ? share : wave(kBins), x, y);
-    noise.hear(talk.frame > 4 ? wave(1.0 - talk.prob) : wave(kBins), x, y);
-    if (talk.frame % 10 == 5) {
+    speech.hear(talk.frame > 17 ? share : wave(kBins), x, y);
+    noise.hear(talk.frame > 5 ? wave(1.0 - talk.prob) : wave(kBins), x, y);
+    if (talk.frame % 10 == 4) {
       coarse = search(-8, 8, 0.25, 0);
     }
-    if (talk.frame % 10 == 9 && talk.frame >= 39) {
+    if (talk.frame % 10 == 0 && talk.frame >= 40) {
       const double lowest = std::max(-8.0, coarse - 0.375);
       const double fine = search(lowest, lowest + 0.75, 0.125, 0.15);
       target = fine < 1e9 ? fine : target;
