@@ -87,6 +87,7 @@ MEASURED = [
       for rate in COST_RATES for mode in STREAM_MODES],
     *[(f"stream.share.avx2.{mode}", COUNTS, "callgrind") for mode in STREAM_MODES],
     *[(f"refined.baseline.channels{channels}", PER_BLOCK, "callgrind") for channels in (1, 2)],
+    ("refined.aarch64.channels2", PER_BLOCK, "qemu"),
     ("refined.avx2.channels1", PER_BLOCK, "callgrind", (27000,)),
     ("refined.avx2.channels2", PER_BLOCK, "callgrind", (48000,)),
     ("refined.avx2.worst", COUNTS, "callgrind", (1.25,)),
@@ -174,24 +175,40 @@ def count_worst(tree, variant, mode):
     return {f"worst.{variant}.{mode}": worst}
 
 
-def count_arm(tree):
-    """As on x86-64, less the share of the caller, which qemu cannot leave out."""
+def build_arm(tree):
     library = tree.builds / "arm"
     build_library(tree.source, library, "-DCMAKE_SYSTEM_NAME=Linux",
                   "-DCMAKE_SYSTEM_PROCESSOR=aarch64", f"-DCMAKE_C_COMPILER={ARM}-gcc",
                   f"-DCMAKE_CXX_COMPILER={ARM}-g++")
-    driver, plugin = tree.builds / "run_stream_arm", tree.builds / "qemu_count.so"
-    build_driver("run_stream", library, driver, f"{ARM}-g++")
-    run("cc", "-O2", "-shared", "-fPIC", BENCH / "qemu_count.c", "-o", plugin)
+    run("cc", "-O2", "-shared", "-fPIC", BENCH / "qemu_count.c", "-o", tree.builds / "qemu_count.so")
+    return library
 
-    def executed(mode, seconds):
-        said = run("qemu-aarch64", "-plugin", plugin, "-E", f"LD_LIBRARY_PATH={library}", driver,
-                   mode, seconds, HOP, 2, QEMU_LD_PREFIX=f"/usr/{ARM}").stderr
-        return int(only(r"^instructions\D*(\d+)", said))
 
-    counts = {mode: (executed(mode, 2 * COUNT_S) - executed(mode, COUNT_S)) // frames(HOP)
-              for mode in (0, *MODES)}
+def executed_by_arm(tree, driver, *words):
+    """All instructions of a program, its caller's and the loader's included."""
+    said = run("qemu-aarch64", "-plugin", tree.builds / "qemu_count.so", "-E",
+               f"LD_LIBRARY_PATH={tree.builds / 'arm'}", driver, *words,
+               QEMU_LD_PREFIX=f"/usr/{ARM}").stderr
+    return int(only(r"^instructions\D*(\d+)", said))
+
+
+def count_arm(tree):
+    """As on x86-64, less the share of the caller, which qemu cannot leave out."""
+    driver = tree.builds / "run_stream_arm"
+    build_driver("run_stream", build_arm(tree), driver, f"{ARM}-g++")
+    short, long = ({mode: executed_by_arm(tree, driver, mode, seconds, HOP, 2)
+                    for mode in (0, *MODES)} for seconds in (COUNT_S, 2 * COUNT_S))
+    counts = {mode: (long[mode] - short[mode]) // frames(HOP) for mode in short}
     return {f"instructions.aarch64.{mode}": counts[mode] - counts[0] for mode in MODES}
+
+
+def count_refined_arm(tree):
+    """With the share of the caller, which passes two channels on."""
+    driver = tree.builds / "stream_use_arm"
+    build_stream_use(build_arm(tree), driver, f"{ARM}-g++")
+    short, long = (executed_by_arm(tree, driver, REFINED, seconds, RATE_HZ, 2, BLOCK_MS)
+                   for seconds in (COUNT_S, 2 * COUNT_S))
+    return {"refined.aarch64.channels2": (long - short) * BLOCK_MS // (1000 * COUNT_S)}
 
 
 def count_webrtc(tree):
@@ -375,9 +392,9 @@ def measure_sizes(tree):
     }
 
 
-def build_stream_use(library, output):
+def build_stream_use(library, output, compiler="c++"):
     run("cmake", "--build", library, "--target", "tm_se_bf_stream")
-    run("c++", "-std=c++17", "-O2", "-fno-builtin", f"-I{TOP}/include", BENCH / "stream_use.cpp",
+    run(compiler, "-std=c++17", "-O2", "-fno-builtin", f"-I{TOP}/include", BENCH / "stream_use.cpp",
         "-o", output, f"-L{library}", "-ltm_se_bf_stream")
 
 
@@ -411,8 +428,9 @@ def measure(tree, once):
     parts += [(part,) for part in (count_arm, measure_silence, count_denormals, count_system,
                                    measure_sizes, measure_memory, time_transforms)]
     if once:
-        parts += [(part,) for part in (count_growth, count_streams, count_refined, count_rates,
-                                       measure_streams, count_webrtc)]
+        parts += [(part,) for part in (count_growth, count_streams, count_refined,
+                                       count_refined_arm, count_rates, measure_streams,
+                                       count_webrtc)]
     figures = {}
     for part, *words in parts:
         note(" ".join(map(str, [part.__name__, *words])))

@@ -56,6 +56,15 @@ def readme_costs(mode):
 
 # Page; its text, with # for a figure and ... for anything; what the figures are.
 QUOTES = [
+    ("README.md", "`refined`, the default ... 12 ms | # kB, a whole stream | # | # | # | # to # % |",
+     ["stream.memory.16000 / 1000",
+      *[(f"refined.{target}.channels2 * 12 / 20", 100) for target in ("baseline", "avx2", "aarch64")],
+      f"refined.avx2.channels2 * 12 / 20 {CORE}", f"refined.baseline.channels2 * 12 / 20 {CORE}"]),
+    ("docs/performance.md", "worst block takes # times", ["refined.avx2.worst"]),
+    ("docs/performance.md", "| one | # | # | | # |",
+     ["refined.baseline.channels1", "refined.avx2.channels1", "27000"]),
+    ("docs/performance.md", "| two | # | # | # | # |",
+     [*[f"refined.{target}.channels2" for target in ("baseline", "avx2", "aarch64")], "48000"]),
     ("README.md", "(6000) ... 12 ms | # kB | # | # | # | # to # % |",
      [pool_kb(192, 2), *readme_costs(6000)]),
     ("README.md", "(6001) ... 12 ms | one: # kB, two: # kB | # | # | # | # to # % |",
