@@ -21,12 +21,7 @@ int16_t *block_path_input(block_path *path) {
 }
 
 void block_path_words(const block_path *path, int32_t frames, int16_t *out) {
-  const int16_t *words = path->done.samples + path->fill;
-  if (path->done.lowered) {
-    raise_words(words, frames, out);
-  } else {
-    std::memcpy(out, words, static_cast<size_t>(frames) * sizeof(int16_t));
-  }
+  std::memcpy(out, path->done.samples + path->fill, static_cast<size_t>(frames) * sizeof(int16_t));
 }
 
 void block_path_floats(const block_path *path, int32_t frames, float *out) {

@@ -1,5 +1,5 @@
 // The path of a stream at 16 kHz: cuts samples into blocks for the enhancer, and changes nothing
-// but that it raises what is lowered.
+// but that it raises floats that are lowered.
 #ifndef TM_SE_BF_STREAM_BLOCK_PATH_H
 #define TM_SE_BF_STREAM_BLOCK_PATH_H
 

@@ -42,16 +42,16 @@ void begin_wanted_change(enhancer *e) {
   }
 }
 
-// With the headroom of the other block.
+// With the headroom of the other block, if floats are raised together.
 int16_t sample_at(const enhanced_block *block, int32_t n, bool lowered) {
   const int16_t sample = block->samples[n];
   return lowered && !block->lowered ? sample_lower(sample) : sample;
 }
 
 // In integers: exact, and rounded to the nearest without a call of the C library.
-void cross_fade(enhanced_block *out, const enhanced_block *fresh) {
+void cross_fade(enhanced_block *out, const enhanced_block *fresh, bool words) {
   constexpr int32_t kWhole = 2 * kStreamBlock;
-  const bool lowered = out->lowered || fresh->lowered;
+  const bool lowered = !words && (out->lowered || fresh->lowered);
   for (int32_t n = 0; n < kStreamBlock; ++n) {
     const int32_t share = 2 * n + 1;  // of kWhole
     const int16_t from = sample_at(out, n, lowered);
@@ -90,7 +90,7 @@ void run_other_lane(enhancer *e, int16_t *block, const block_facts *facts, int64
 void finish_change(enhancer *e, int16_t *block, const block_facts *facts, enhanced_block *out) {
   if (e->change == CHANGE_RENEWAL || !is_running(e, &e->wanted)) {
     run_other_lane(e, block, facts, e->time);
-    cross_fade(out, &e->fresh);
+    cross_fade(out, &e->fresh, e->words);
     switch_lanes(e);
   }
   begin_wanted_change(e);
@@ -192,6 +192,7 @@ void enhancer_block(enhancer *e, int16_t *block, enhanced_block *out) {
   }
   const lane_result result = lane_block(l, block, &facts, e->before, out->samples);
   out->lowered = l->lowered;
+  out->alone = l->shielded || l->setting.refined ? facts.copies.louder : kBothChannels;
   if (result.processed && l->watched) {
     watch(e, &facts, result.fault);
   }

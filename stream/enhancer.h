@@ -31,11 +31,13 @@ enum change_stage : int32_t {
   STAGE_HEAR  // the lane hears what is remembered
 };
 
-// A block of output. Where the core needs headroom its samples are lower than they are meant, until
-// they have the format in which they are given out.
+// A block of output. Where the core needs headroom its samples are kHeadroom lower than those of
+// the core would be. Floats are raised when they are given out; words stay, since they would
+// saturate.
 struct enhanced_block {
   int16_t samples[kStreamBlock];
-  bool lowered;  // to be raised by kRaise
+  bool lowered;   // floats are to be raised by kRaise
+  int32_t alone;  // channel that stands for both, which are copies; or kBothChannels
 };
 
 // Receives events with times at 16 kHz.
@@ -46,6 +48,7 @@ struct enhancer {
   void *user;
   int32_t delay;  // samples by which the output is late, for life
   int64_t time;   // first sample of the current block
+  bool words;     // the output is given out as words
   copy_watch copies;
   fault_monitor monitor;
   int32_t running;       // index of the lane that is heard

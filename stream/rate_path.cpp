@@ -251,6 +251,10 @@ void rate_path_set_full_band(rate_path *path, int32_t full_band) {
   path->band.enabled = full_band;
 }
 
+void rate_path_use(rate_path *path, int32_t alone) {
+  upper_band_use(&path->band, alone);
+}
+
 void rate_path_reset(rate_path *path) {
   const rate_plan *plan = &path->plan;
   memset(path->state, 0, path->state_size * sizeof(float));

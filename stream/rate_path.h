@@ -38,6 +38,10 @@ void rate_path_process(rate_path *path, const float *in, size_t frames, float *o
 // Fades the band above 8 kHz in or out within 10 ms.
 void rate_path_set_full_band(rate_path *path, int32_t full_band);
 
+// The band above 8 kHz is that of one channel alone from the current block on, or of all with -1.
+// May be called within the block function.
+void rate_path_use(rate_path *path, int32_t alone);
+
 // Leaves the path as it was when opened, with the present setting of the band above 8 kHz: the same
 // input then gives the same bits. The block function's own state is the caller's.
 void rate_path_reset(rate_path *path);

@@ -20,6 +20,9 @@ void rate_path_process(rate_path *, const float *, size_t, float *) {
 void rate_path_set_full_band(rate_path *, int32_t) {
 }
 
+void rate_path_use(rate_path *, int32_t) {
+}
+
 void rate_path_reset(rate_path *) {
 }
 

@@ -48,16 +48,6 @@ SE_BF_VECTOR_CLONES void scale_all(const int16_t *words, int32_t count, float st
   }
 }
 
-SE_BF_VECTOR_CLONES void raise_all(const int16_t *words, int32_t count, int32_t least, int32_t most,
-                                   int16_t *raised) {
-  constexpr int32_t kHalf = 1 << (kHeadroomBits - 1);
-  for (int32_t i = 0; i < count; ++i) {
-    const int32_t scaled = (words[i] * kRaising + kHalf) >> kHeadroomBits;
-    const int32_t below = scaled < most ? scaled : most;
-    raised[i] = static_cast<int16_t>(below > least ? below : least);
-  }
-}
-
 SE_BF_VECTOR_CLONES int32_t limit_all(const float *x, int32_t count, float least, float most,
                                       float *limited) {
   int32_t finite = 0;
@@ -79,10 +69,6 @@ int32_t words_from_floats(const float *x, int32_t count, int16_t *words) {
 
 void floats_from_words(const int16_t *words, int32_t count, float factor, float *x) {
   scale_all(words, count, factor * kSampleStep, x);
-}
-
-void raise_words(const int16_t *words, int32_t count, int16_t *raised) {
-  raise_all(words, count, INT16_MIN, INT16_MAX, raised);
 }
 
 int32_t limit_floats(const float *x, int32_t count, float *limited) {

@@ -15,19 +15,16 @@ inline float sample_round(float x) {
   return (x + kSampleRounder) - kSampleRounder;
 }
 
-// Headroom of 3 dB, a factor of sqrt(1/2): words that are lowered by it, and raised again. Rounded
-// to the nearest; raised words saturate.
+// Headroom of 3 dB: words are lowered by a factor of sqrt(1/2), rounded to the nearest, and floats
+// raised again.
 constexpr int32_t kHeadroomBits = 15;
 constexpr int32_t kLowering = 23170;  // 2^15 / sqrt(2)
-constexpr int32_t kRaising = 46341;   // 2^15 sqrt(2)
 constexpr float kRaise = 1.41421356f;
 
 // In this form compilers find the instruction for it.
 inline int16_t sample_lower(int16_t word) {
   return static_cast<int16_t>((((word * kLowering) >> (kHeadroomBits - 1)) + 1) >> 1);
 }
-
-void raise_words(const int16_t *words, int32_t count, int16_t *raised);
 
 // Rounds to 16 bits, saturating; what is not finite gives 0. Exact for x = word / 32768. Returns
 // how many samples are not finite.

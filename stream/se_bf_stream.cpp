@@ -70,7 +70,9 @@ void run_block(void *user, const float *in, float *out) {
   se_bf_stream *s = static_cast<se_bf_stream *>(user);
   words_from_floats(in, s->config.channels * kStreamBlock, s->block);
   enhancer_block(&s->enhance, s->block, &s->done);
-  floats_from_words(s->done.samples, kStreamBlock, s->done.lowered ? kRaise : 1.0f, out);
+  rate_path_use(s->rates, s->done.alone);
+  const bool raised = s->done.lowered && !s->enhance.words;
+  floats_from_words(s->done.samples, kStreamBlock, raised ? kRaise : 1.0f, out);
 }
 
 // Samples per channel that can pass in one piece. At 16 kHz that is a block, and the spans of the
@@ -85,6 +87,7 @@ int32_t piece_room(const se_bf_stream *s) {
 
 void pass_words(se_bf_stream *s, const void *in, int32_t frames, void *out) {
   const int32_t count = frames * s->config.channels;
+  s->enhance.words = true;
   watch_input(s, nullptr, frames, 0);
   if (s->rates != nullptr) {
     floats_from_words(static_cast<const int16_t *>(in), count, 1.0f, s->in);
@@ -100,6 +103,7 @@ void pass_words(se_bf_stream *s, const void *in, int32_t frames, void *out) {
 void pass_floats(se_bf_stream *s, const void *in, int32_t frames, void *out) {
   const float *samples = static_cast<const float *>(in);
   const int32_t count = frames * s->config.channels;
+  s->enhance.words = false;
   if (s->rates != nullptr) {
     watch_input(s, samples, frames, limit_floats(samples, count, s->in));
     rate_path_process(s->rates, s->in, static_cast<size_t>(frames), static_cast<float *>(out));

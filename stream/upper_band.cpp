@@ -69,12 +69,23 @@ float measured_gain(const upper_band *band) {
   return std::min(std::max(gain, kLeastGain), 1.0f);
 }
 
+// Each microphone counts as it is loud, so that a dead one does not; equally loud ones give the
+// mean.
+float weight_of(const upper_band *band, int32_t channel, float sum_of_levels) {
+  if (band->alone != kEveryChannel) {
+    return channel == band->alone ? 1.0f : 0.0f;
+  }
+  return sum_of_levels > 0.0f ? band->level[channel] / sum_of_levels
+                              : 1.0f / static_cast<float>(band->channels);
+}
+
 }  // namespace
 
 void upper_band_open(upper_band *band, int32_t channels, int32_t enabled) {
   memset(band, 0, sizeof(*band));
   band->channels = channels;
   band->enabled = enabled;
+  band->alone = kEveryChannel;
   make_band_pass(band->taps);
 }
 
@@ -85,6 +96,11 @@ void upper_band_reset(upper_band *band) {
   memset(band->output_energy, 0, sizeof(band->output_energy));
   memset(band->level, 0, sizeof(band->level));
   band->place = 0;
+  band->alone = kEveryChannel;
+}
+
+void upper_band_use(upper_band *band, int32_t alone) {
+  band->alone = alone;
 }
 
 void upper_band_step(upper_band *band, const float *const *input, const float *output,
@@ -102,12 +118,9 @@ void upper_band_step(upper_band *band, const float *const *input, const float *o
     sum_of_levels += band->level[m];
   }
 
-  // Each microphone counts as it is loud, so that a dead one does not; equally loud ones give the
-  // mean.
   float weight[kStreamMaxChannels];
   for (int m = 0; m < band->channels; ++m) {
-    weight[m] = sum_of_levels > 0.0f ? band->level[m] / sum_of_levels
-                                     : 1.0f / static_cast<float>(band->channels);
+    weight[m] = weight_of(band, m, sum_of_levels);
   }
   float input_energy = 0.0f;
   for (int n = 0; n < kUpperBandStep; ++n) {

@@ -19,6 +19,9 @@ constexpr int32_t kUpperBandSteps = 3;   // the gain is measured over the last 3
 constexpr int32_t kUpperBandTaps = 63;   // of the band-pass filter, 4 to 7.5 kHz
 constexpr int32_t kUpperBandHistory = kUpperBandTaps - 1;
 
+// No channel is used alone.
+constexpr int32_t kEveryChannel = -1;
+
 struct upper_band {
   int32_t channels;
   int32_t enabled;             // 0: the factors go to 0 within a step
@@ -29,10 +32,15 @@ struct upper_band {
   float output_energy[kUpperBandSteps];
   float level[kStreamMaxChannels];  // mean energy a step, 4 to 7.5 kHz
   int32_t place;                    // in the rings of energies
+  int32_t alone;                    // channel that is used alone, or kEveryChannel
 };
 
 void upper_band_open(upper_band *band, int32_t channels, int32_t enabled);
 void upper_band_reset(upper_band *band);
+
+// Says which channel the enhancement uses alone, or kEveryChannel: copies with reversed polarity
+// would cancel.
+void upper_band_use(upper_band *band, int32_t alone);
 
 // Takes one step at 16 kHz: the enhancement's input, late by as much as its output, and the output.
 // `factors` (a value a channel) is what the factors reach at the end of the step. A step of values

@@ -113,21 +113,12 @@ inline pcm run_core(const se_bf_stream_config &config, const pcm &in) {
                     in);
 }
 
-// The headroom that a shielded stream leaves the beamformer: 3 dB, taken from the input and given
-// back to the output.
-inline pcm scaled(pcm x, double factor) {
-  std::transform(x.begin(), x.end(), x.begin(), [=](int16_t word) {
-    return saturate(static_cast<int32_t>(std::floor(word * factor / 32768 + 0.5)));
+// The headroom that a shielded stream leaves the beamformer: 3 dB, which words do not get back.
+inline pcm lowered(pcm x) {
+  std::transform(x.begin(), x.end(), x.begin(), [](int16_t word) {
+    return static_cast<int16_t>(std::floor(word * 23170.0 / 32768 + 0.5));
   });
   return x;
-}
-
-inline pcm lowered(const pcm &x) {
-  return scaled(x, 23170);
-}
-
-inline pcm raised(const pcm &x) {
-  return scaled(x, 46341);
 }
 
 inline pcm cut(const pcm &x, size_t from, size_t to) {
