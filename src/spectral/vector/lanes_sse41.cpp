@@ -6,7 +6,7 @@
 #include "spectral/vector/lanes_sse41.h"
 #include "spectral/vector/pairs_rfft.h"
 
-const q31_vector_kernel q31_vector_sse41 = q31_pairs::make_kernel<q31_pairs::sse41_lanes<false>>();
+const q31_vector_kernel q31_vector_sse41 = q31_pairs::make_kernel<sse41_lanes>();
 
 #else
 

@@ -10,10 +10,16 @@
 #include "spectral/q31_format.h"
 #include "spectral/vector/lanes.h"
 
-namespace q31_pairs {
+// Internal to each source that includes this, so that the linker keeps their functions apart, also
+// where two static libraries have the same ones.
+namespace {  // NOLINT(cert-dcl59-cpp)
 
-// A type of its own for each instruction set, so that the linker keeps their functions apart.
-template <bool kAvx>
+#if defined(__AVX__)
+constexpr bool kAvx = true;
+#else
+constexpr bool kAvx = false;
+#endif
+
 struct sse41_lanes {
   using ints = __m128i;
   using floats = __m128;
@@ -134,6 +140,6 @@ struct sse41_lanes {
   }
 };
 
-}  // namespace q31_pairs
+}  // namespace
 
 #endif  // TM_SE_BF_SPECTRAL_VECTOR_LANES_SSE41_H
