@@ -16,10 +16,11 @@
  * @par Samples
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
- * before, that louder floats saturate. What the shielded beamformer gives is up to 3 dB louder than
- * its input: floats then exceed full scale, and 16 bits saturate. The band above 8 kHz is never
- * louder than in the input; at rates other than 16 kHz the input is limited to 60 dB above full
- * scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core gives the
+ * before, that louder floats saturate. The beamformer raises the talker by up to 3 dB. Behind the
+ * shield it has that headroom: floats may exceed full scale, and the 16-bit functions give 3 dB less
+ * than the float functions in SE_BF_MODE_MVDR, about the level of the input. The band above 8 kHz is
+ * never louder than in the input; at rates other than 16 kHz the input is limited to 60 dB above
+ * full scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core gives the
  * samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
@@ -44,7 +45,7 @@
  * - A dead microphone, identical or copied channels make the beamformer suppress noise as with one
  *   microphone. Once both have been sound for 2 s, a beamformer that has heard the last second
  *   takes over again. SE_BF_MODE_OMLSA, too, comes back to both microphones in this way.
- * - The beamformer has headroom: it does not clip where it is louder than its input.
+ * - The beamformer does not clip inside: it gets its input 3 dB lower.
  * - SE_BF_MODE_MEAN gives the mean of the microphones that work, at once. A plain stream suppresses
  * noise while one is dead or both channels are identical, also in this mode.
  * - Levels of the microphones that happen to be equal, a fault to a plain stream, change nothing.
@@ -134,7 +135,7 @@ enum {
   SE_BF_STREAM_ERROR_FIXED = -3,   /**< rate, channels or hop differ from those of the stream */
   SE_BF_STREAM_ERROR_LATENCY = -4, /**< the stream was opened plain in SE_BF_MODE_MONO, without the
                                         delay that the mode needs */
-  SE_BF_STREAM_ERROR_MODE = -5     /**< the mode at work does not know */
+  SE_BF_STREAM_ERROR_MODE = -5     /**< the mode at work follows no direction */
 };
 
 /** One stream; its content is private to the library. */

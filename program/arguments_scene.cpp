@@ -56,7 +56,7 @@ void declare_levels(CLI::App *command, enhance_options *options) {
   };
   command
       ->add_option("--max-attenuation", options->max_attenuation_db,
-                   "most by which mode refined turns a sound down; 0: no limit")
+                   "most by which mode refined turns a sound down, 0 to 60; 0: no limit")
       ->check(limit)
       ->capture_default_str()
       ->type_name("DB");
@@ -65,7 +65,7 @@ void declare_levels(CLI::App *command, enhance_options *options) {
   };
   command
       ->add_option("--gain", options->gain_db,
-                   "amplification of the input; mvdr is 3 dB louder than one microphone; a "
+                   "amplification of the input, -60 to 60; mvdr is 3 dB louder than one microphone; a "
                    "negative gain prevents clipping")
       ->check(gain)
       ->capture_default_str()

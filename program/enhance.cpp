@@ -19,8 +19,10 @@
 
 namespace {
 
-constexpr size_t kChunkFrames = 4096;      // taken through the stream at a time
-constexpr float kLeastConfidence = 0.15f;  // as the header of the streams says
+constexpr size_t kChunkFrames = 4096;                  // taken through the stream at a time
+constexpr float kLeastConfidence = 0.15f;              // as the header of the streams says
+constexpr double kMicrosecondsPerMetre = 1e6 / 343.0;  // of sound
+constexpr double kDelayStepUs = 7.8;                   // an eighth of a sample, the search's step
 constexpr float kDecibelBase = 10.0f;
 constexpr float kDecibelsPerDecade = 20.0f;  // of an amplitude
 
@@ -146,9 +148,9 @@ void keep_figures(enhance_job *job) {
 }
 
 // Where the talker was at the end.
-std::string describe_talker(const se_bf_stream_direction_info *talker) {
+std::string describe_talker(const se_bf_stream_direction_info *talker, float mic_distance_m) {
   if (talker->alone >= 0) {
-    return "not searched, microphone " + std::to_string(talker->alone) + " is used alone";
+    return "not looked for, microphone " + std::to_string(talker->alone) + " is used alone";
   }
   if (talker->confidence < kLeastConfidence) {
     return "not found";
@@ -156,6 +158,11 @@ std::string describe_talker(const se_bf_stream_direction_info *talker) {
   const std::string found = "delay " + report_number(static_cast<double>(talker->delay_us), 0) +
                             " us, confidence " +
                             report_number(static_cast<double>(talker->confidence), 2);
+  const double longest_us =
+      static_cast<double>(mic_distance_m) * kMicrosecondsPerMetre + kDelayStepUs;
+  if (mic_distance_m > 0.0f && std::abs(static_cast<double>(talker->delay_us)) > longest_us) {
+    return found + ", more than --mic-distance allows";
+  }
   return std::isnan(talker->degrees)
              ? found
              : report_number(static_cast<double>(talker->degrees), 0) + " degrees (" + found + ")";
@@ -165,12 +172,14 @@ void summarise(const enhance_job *job) {
   const enhance_figures *figures = job->figures;
   const double duration = figures->duration_s;
   const double factor = duration > 0.0 ? figures->computing_s / duration : 0.0;
-  report_line(report_number(duration, 2) + " s enhanced in " +
-              report_number(figures->computing_s, 2) + " s of computing (real-time factor " +
-              report_number(factor, 4) + "), mode " + scene_mode_name(job->mode) + ", hop " +
-              std::to_string(job->options->hop) + ", clipped samples: " +
-              std::to_string(figures->clipped_in) + " in, " + std::to_string(figures->clipped_out) +
-              " out" + (job->searched ? ", talker: " + describe_talker(&job->talker) : ""));
+  report_line(
+      report_number(duration, 2) + " s enhanced in " + report_number(figures->computing_s, 2) +
+      " s of computing (real-time factor " + report_number(factor, 4) + "), mode " +
+      scene_mode_name(job->mode) + ", hop " + std::to_string(job->options->hop) +
+      ", clipped samples: " + std::to_string(figures->clipped_in) + " in, " +
+      std::to_string(figures->clipped_out) + " out" +
+      (job->searched ? ", talker: " + describe_talker(&job->talker, job->options->mic_distance_m)
+                     : ""));
 }
 
 // Faults of the input that did not stop the work.

@@ -161,7 +161,7 @@ void copy_late(const int16_t *block, int32_t channels, int32_t delay, const int1
   }
 }
 
-// Without a spacing, or with a delay that frames do not hold, the talker is searched.
+// Without a spacing, or with a delay that frames do not hold, the talker is searched for.
 refined_setting refined_setting_of(const lane_setting *setting) {
   const core_setting *core = &setting->core;
   const float delay = refined_delay_of(core->mic_distance, core->doa);

@@ -27,7 +27,7 @@
 
 struct refined_setting {
   int32_t channels;          // 1 or 2
-  bool direction_known;      // the delay is given, not searched
+  bool direction_known;      // the delay is given, not searched for
   float delay;               // of the talker in channel 1 against channel 0, in samples
   float max_attenuation_db;  // limit of the attenuation; 0: none
 };

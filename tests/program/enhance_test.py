@@ -54,6 +54,7 @@ class Sound(ProgramCase):
                 ("--mode auto", "refined, .*, talker: delay 125 us, .*"),
                 ("--mode refined", "refined, .*, talker: delay 125 us, .*"),
                 ("--channels 1,0", "talker: delay -125 us, .*"),
+                ("--mic-distance 0.03", "talker: delay 125 us, .*, more than --mic-distance allows"),
                 ("--mic-distance 0.06", r"talker: 44 degrees \(delay 125 us, confidence .*\)"),
                 ("--mic-distance 0.06 --doa 44", "refined.* out"),
                 ("--channels 0", "refined.* out"), ("--hop 160", "omlsa, hop 160.* out"),
