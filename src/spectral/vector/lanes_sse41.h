@@ -14,13 +14,12 @@
 // where two static libraries have the same ones.
 namespace {  // NOLINT(cert-dcl59-cpp)
 
-#if defined(__AVX__)
-constexpr bool kAvx = true;
-#else
-constexpr bool kAvx = false;
-#endif
-
 struct sse41_lanes {
+#if defined(__AVX__)
+  static constexpr bool kAvx = true;
+#else
+  static constexpr bool kAvx = false;
+#endif
   using ints = __m128i;
   using floats = __m128;
   using columns = q31_vector::columns<sse41_lanes>;
