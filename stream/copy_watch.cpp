@@ -1,8 +1,6 @@
 // Energies of a block, and what they say together with those before.
 #include "copy_watch.h"
 
-#include <cstring>
-
 #include "bin_vector.h"
 #include "support/pcm_pair.h"
 #include "support/se_vector.h"
@@ -30,9 +28,6 @@ constexpr float kDeadRatio = 10000.0f;
 // Blocks with sound, 0.2 s, after which it is no accident.
 constexpr int32_t kProvenBlocks = 10;
 
-// A row of partial sums: compilers find no vectors for it by themselves.
-typedef float sum_row __attribute__((vector_size(kSumLanes * sizeof(float))));
-
 SE_BF_VECTOR_CLONES void take_differences(const int16_t *__restrict block, float *__restrict first,
                                           float *__restrict second) {
   for (int32_t n = 0; n < kWatchedSamples; ++n) {
@@ -49,15 +44,13 @@ SE_BF_VECTOR_CLONES void sum_products(const float *first, const float *second,
   for (int32_t n = 0; n < kWatchedSamples; n += kSumLanes) {
     sum_row a;
     sum_row b;
-    std::memcpy(&a, first + n, sizeof a);
-    std::memcpy(&b, second + n, sizeof b);
+    load_row(&a, first + n);
+    load_row(&b, second + n);
     rows[0] += a * a;
     rows[1] += b * b;
     rows[2] += a * b;
   }
-  float lanes[3][kSumLanes];
-  std::memcpy(lanes, rows, sizeof lanes);
-  *sums = {add_lanes(lanes[0]), add_lanes(lanes[1]), add_lanes(lanes[2])};
+  *sums = {add_row(&rows[0]), add_row(&rows[1]), add_row(&rows[2])};
 }
 
 copy_energies add(const copy_energies *a, const copy_energies *b) {
