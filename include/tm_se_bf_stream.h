@@ -17,11 +17,11 @@
  * Floats have a full scale of 1, and NaN and infinities count as silence (SE_BF_STREAM_NOT_FINITE
  * tells of them). The enhancement itself works on 16 bits at 16 kHz: it is there, and nowhere
  * before, that louder floats saturate. The beamformer raises the talker by up to 3 dB. Behind the
- * shield it has that headroom: floats may exceed full scale, and the 16-bit functions give 3 dB less
- * than the float functions in SE_BF_MODE_MVDR, about the level of the input. The band above 8 kHz is
- * never louder than in the input; at rates other than 16 kHz the input is limited to 60 dB above
- * full scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core gives the
- * samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
+ * shield it has that headroom: floats may exceed full scale, and the 16-bit functions give 3 dB
+ * less than the float functions in SE_BF_MODE_MVDR, about the level of the input. The band above 8
+ * kHz is never louder than in the input; at rates other than 16 kHz the input is limited to 60 dB
+ * above full scale. At 16 kHz nothing else changes a bit: a `plain` stream in a mode of the core
+ * gives the samples of se_bf_do (see tm_se_bf.h) with 320 samples a call.
  *
  * @par Latency
  * Constant for the life of a stream, and the same in every mode. At 16 kHz it is 320 samples of

@@ -64,9 +64,10 @@ void declare_levels(CLI::App *command, enhance_options *options) {
     return check_range(text, -kMaxGainDb, kMaxGainDb);
   };
   command
-      ->add_option("--gain", options->gain_db,
-                   "amplification of the input, -60 to 60; mvdr is 3 dB louder than one microphone; a "
-                   "negative gain prevents clipping")
+      ->add_option(
+          "--gain", options->gain_db,
+          "amplification of the input, -60 to 60; mvdr is 3 dB louder than one microphone; a "
+          "negative gain prevents clipping")
       ->check(gain)
       ->capture_default_str()
       ->type_name("DB");
