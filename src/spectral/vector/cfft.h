@@ -182,8 +182,8 @@ void narrow_stage(planes x, int32_t length) {
     return {load_fours<lanes>(x.re + i, kSpan), load_fours<lanes>(x.im + i, kSpan)};
   };
   const auto store_groups = [&](int32_t i, complex<lanes> value) {
-    store_fours<lanes>(x.re + i, kSpan, value.re);
-    store_fours<lanes>(x.im + i, kSpan, value.im);
+    lanes::store(x.re + i, value.re);
+    lanes::store(x.im + i, value.im);
   };
   const auto scale_turned = [](complex<lanes> value) {
     return shift_down<kMiddleStageShift - 1>(value);

@@ -8,8 +8,8 @@
 //   load, store           kWidth integers
 //   reversed              a vector's integers in reversed order
 //   first                 the first of them
-//   load_fours,           four integers at p and four at p + offset; only sets of eight lanes have
-//   store_fours           them
+//   load_fours            four integers at p and four at p + offset; only sets of eight lanes have
+//                         it
 //   add, subtract         modulo 2^32; also of products
 //   in_lane_order         makes `ints` of a sum of products, which may be a type of its own: it may
 //                         be in the order in which the multiplier leaves products
@@ -108,15 +108,6 @@ typename lanes::ints load_fours(const int32_t *p, int32_t offset) {
     return lanes::load(p);
   } else {
     return lanes::load_fours(p, offset);
-  }
-}
-
-template <typename lanes>
-void store_fours(int32_t *p, int32_t offset, typename lanes::ints x) {
-  if constexpr (lanes::kWidth == 4) {
-    lanes::store(p, x);
-  } else {
-    lanes::store_fours(p, offset, x);
   }
 }
 
